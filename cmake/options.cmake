@@ -1,0 +1,26 @@
+# How every target of this project is compiled: link acm_options privately.
+add_library(acm_options INTERFACE)
+target_compile_options(acm_options INTERFACE
+    -Wall -Wextra -Wpedantic -Werror -Wconversion -Wsign-conversion -Wshadow -Wcast-align -Wformat=2 -Wundef
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Wold-style-cast -Woverloaded-virtual>
+    $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op>
+    -fno-common -fstack-protector-strong)
+# File offsets are 64 bits wide also where a word has 32.
+target_compile_definitions(acm_options INTERFACE _FILE_OFFSET_BITS=64)
+target_link_options(acm_options INTERFACE -Wl,-z,relro,-z,now)
+
+if(ACM_SANITIZE STREQUAL address)
+    target_compile_options(acm_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(acm_options INTERFACE -fsanitize=address,undefined)
+elseif(ACM_SANITIZE STREQUAL thread)
+    target_compile_options(acm_options INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
+    target_link_options(acm_options INTERFACE -fsanitize=thread)
+elseif(NOT ACM_SANITIZE STREQUAL "")
+    message(FATAL_ERROR "ACM_SANITIZE is '${ACM_SANITIZE}'; it may be empty, address or thread")
+endif()
+
+find_program(ACM_CCACHE ccache)
+if(ACM_CCACHE)
+    set(CMAKE_C_COMPILER_LAUNCHER ${ACM_CCACHE})
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${ACM_CCACHE})
+endif()
