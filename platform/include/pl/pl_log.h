@@ -7,9 +7,9 @@ extern "C" {
 #endif
 
 #if defined(__GNUC__)
-#define PL_LOG_PRINTF(format, first) __attribute__((format(printf, format, first)))
+#define PL_LOG_PRINTF(text, first) __attribute__((format(printf, text, first)))
 #else
-#define PL_LOG_PRINTF(format, first)
+#define PL_LOG_PRINTF(text, first)
 #endif
 
 // Levels: 0 per-request tracing, 1 information, 3 errors. A line below PL_LOG_LEVEL (an environment
