@@ -1,0 +1,79 @@
+# shellcheck shell=bash
+# The way into the service's sandbox: a user namespace in which the caller is root with every capability,
+# and a mount namespace of its own. Sourced; the machine stays as it is.
+
+# Until its map is written, the first process of a namespace is nobody, who may not even reach the
+# checkout; the exec that follows the map makes it root with every capability.
+# shellcheck disable=SC2016 # expanded inside
+SANDBOX_AWAIT_MAP='
+    for (( tries = 1000; tries > 0; tries-- )); do
+        read -r _ </proc/self/uid_map && exec "$0" "$@"
+        sleep 0.01
+    done
+    echo "no sandbox: the user map of the namespace could not be written" >&2
+    exit 1'
+
+# sandbox_enter DIR COMMAND...: this process becomes COMMAND, inside, with DIR as tools/in_sandbox.sh says.
+sandbox_enter() {
+    local dir=$1 stage="$ROOT/build/sandbox"
+    shift
+    mkdir -p "$stage"
+    if [ "$(id -u)" -eq 0 ]; then
+        sandbox_check_root
+        sandbox_map_later $$
+        exec unshare --user --mount -- bash -c "$SANDBOX_AWAIT_MAP" \
+            "$ROOT/tools/in_sandbox.sh" "$stage" "$dir" "$@"
+    fi
+    sandbox_check_user "$stage"
+    exec unshare --user --map-root-user --map-auto --mount -- \
+        "$ROOT/tools/in_sandbox.sh" "$stage" "$dir" "$@"
+}
+
+# Root maps every user and group to itself, which needs no range of subordinate ids and leaves all files
+# of the machine within reach. The map can only be written from outside, once process $1 is inside.
+sandbox_map_later() {
+    local pid=$1 before
+    before=$(readlink "/proc/$pid/ns/user")
+    (
+        (
+            deadline=$((SECONDS + 10))
+            while [ "$(readlink "/proc/$pid/ns/user")" = "$before" ]; do
+                [ $SECONDS -lt $deadline ] || exit 1
+                sleep 0.01
+            done
+            awk '{print $1, $1, $3}' /proc/self/gid_map >"/proc/$pid/gid_map"
+            awk '{print $1, $1, $3}' /proc/self/uid_map >"/proc/$pid/uid_map"
+        ) </dev/null >/dev/null &
+    )
+}
+
+sandbox_check_root() {
+    local error
+    error=$(unshare --user --mount -- true 2>&1) || fail "no sandbox: $(sandbox_refusal "$error")"
+}
+
+sandbox_check_user() {
+    local stage=$1 user error file
+    user=$(id -un)
+    command -v newuidmap >/dev/null || fail "no sandbox: newuidmap is missing; let root run: apt-get install uidmap"
+    for file in /etc/subuid /etc/subgid; do
+        grep -qsE "^($user|$(id -u)):" "$file" ||
+            fail "no sandbox: $file has no range for $user; let root run:" \
+                "usermod --add-subuids 100000-165535 --add-subgids 100000-165535 $user"
+    done
+    error=$(unshare --user --map-root-user --map-auto --mount -- mount -t tmpfs sandbox "$stage" 2>&1) ||
+        fail "no sandbox: $(sandbox_refusal "$error")"
+}
+
+# The kernel's likely reason to refuse, and what to do about it, in one line.
+sandbox_refusal() {
+    local setting
+    for setting in kernel/unprivileged_userns_clone=0 user/max_user_namespaces=0 \
+        kernel/apparmor_restrict_unprivileged_userns=1; do
+        if [ "$(cat "/proc/sys/${setting%=*}" 2>/dev/null)" = "${setting#*=}" ]; then
+            echo "/proc/sys/${setting%=*} is ${setting#*=}, which forbids user namespaces here"
+            return
+        fi
+    done
+    echo "this machine refuses user namespaces (${1//$'\n'/; })"
+}
