@@ -1,0 +1,60 @@
+#ifndef KESTREL_EVENT_MGR_H
+#define KESTREL_EVENT_MGR_H
+
+#include <list>
+#include <memory>
+#include <string>
+
+#include "descriptor.h"
+#include "event.h"
+#include "message_store.h"
+#include "server.h"
+
+namespace Kestrel {
+
+// One event loop with its servers. Owned by the framework until it is freed; made on any thread, then run
+// by one. Stop may be called from any thread and needs no lock: it writes to an eventfd.
+class EventMgr {
+public:
+    EventMgr();
+    ~EventMgr();
+    EventMgr(const EventMgr&) = delete;
+    EventMgr& operator=(const EventMgr&) = delete;
+
+    bool Register(const std::string& path, const kestrel_server_ops* ops, const SocketAccess& access);
+
+    // 0 after a stop, 1 when the time ran out, negative when the loop cannot run.
+    int Run(int timeout);
+    void Stop();
+
+    event_base* Base() { return m_base.get(); }
+    MessageStore& Store() { return m_store; }
+
+    // A connection has ended: servers that paused look again.
+    void DescriptorsFreed();
+
+private:
+    struct Free {
+        void operator()(event_base* base) const { event_base_free(base); }
+    };
+
+    void OnStop();
+    void OnTimeout();
+
+    std::unique_ptr<event_base, Free> m_base;
+    Descriptor m_stopFd;
+    Event m_stop;
+    Event m_timeout;
+    bool m_stopped = false;
+    MessageStore m_store;
+    std::list<Server> m_servers;
+};
+
+} // namespace Kestrel
+
+struct kestrel_event_mgr final : Kestrel::EventMgr {
+    // The framework's own list: what a service never frees stays reachable.
+    kestrel_event_mgr* next = nullptr;
+};
+
+#endif

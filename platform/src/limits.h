@@ -1,0 +1,92 @@
+// The bounds of the transport, the log and the host, each with its reason.
+#ifndef KESTREL_LIMITS_H
+#define KESTREL_LIMITS_H
+
+#include <cstddef>
+#include <cstdint>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define KESTREL_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KESTREL_ASAN 1
+#endif
+#if __has_feature(thread_sanitizer)
+#define KESTREL_TSAN 1
+#endif
+#endif
+#if defined(__SANITIZE_THREAD__)
+#define KESTREL_TSAN 1
+#endif
+
+namespace Kestrel {
+
+constexpr std::uint16_t FRAME_MAGIC = 0x4E54;
+constexpr std::uint32_t HEADER_LENGTH = 16;
+constexpr std::uint32_t RECORD_LENGTH = 8;
+constexpr std::uint32_t HEAD_LENGTH = HEADER_LENGTH + RECORD_LENGTH;
+
+// The largest payload. Bounds what one client can make the service hold for one message.
+constexpr std::uint32_t MAX_PAYLOAD = 16U << 20;
+
+// Room of a fresh message: the largest ordinary request (12,360 bytes of payload) arrives in one recv. A
+// longer frame grows as its data comes, so that an announced length alone costs nothing.
+constexpr std::size_t FRAME_ROOM = 16U << 10;
+
+// Replies that wait for a client. From here on the client is not read from until half of it is written:
+// it pays for its own slowness, and the memory it can pin stays bounded.
+constexpr std::size_t MAX_WAITING_REPLIES = 1U << 20;
+constexpr std::size_t RESUME_WAITING_REPLIES = MAX_WAITING_REPLIES / 2;
+
+// A waiting reply up to this size is copied and its message released: a message's own bookkeeping would
+// weigh more than such a reply. Copies are gathered in blocks of about COPY_BLOCK.
+constexpr std::size_t COPIED_REPLY = 1U << 10;
+constexpr std::size_t COPY_BLOCK = 16U << 10;
+
+// Parts (head and pieces) of a reply that is written without any bookkeeping. Ordinary replies have two.
+constexpr std::size_t DIRECT_PARTS = 8;
+
+// Frames that one connection may have served, and connections that one server may accept, before others
+// have their turn.
+constexpr int FRAMES_PER_TURN = 64;
+constexpr int ACCEPTS_PER_TURN = 16;
+
+// Clients that may wait to be accepted: a burst of starting applications.
+constexpr int LISTEN_BACKLOG = 128;
+
+// Descriptors that connections leave free for the service's own files: a save, a backup and a request's
+// query of another service on a few dozen items at once. Never more than a quarter of a small limit.
+constexpr std::uint64_t DESCRIPTOR_RESERVE = 64;
+
+// How long a paused server waits before it looks for free descriptors again; a closing connection makes
+// it look at once. Short enough for a person, long enough to cost nothing.
+constexpr int ACCEPT_RETRY_MS = 250;
+
+// Loops of one process that signals can stop. A process runs one; tests run a few.
+constexpr std::size_t MAX_RUNNING_LOOPS = 16;
+
+// Memory of a message's pool: what small replies need stands in the message itself, the next chunks come
+// in a page, and larger pieces get chunks of their own.
+constexpr std::size_t POOL_INLINE = 512;
+constexpr std::size_t POOL_CHUNK = 4096 - 64;
+
+// The host's descriptor limit: so many connections with an ordinary partial frame each take 64 MiB, which
+// a 32-bit address space still has room for.
+constexpr std::uint64_t MAX_DESCRIPTORS = 4096;
+
+// Stack of a thread that asks for none: three threads for each of some hundred items must fit into 32
+// bits. Sanitizers put red zones and shadow frames on the stack.
+#if defined(KESTREL_ASAN) || defined(KESTREL_TSAN)
+constexpr std::size_t THREAD_STACK = 2U << 20;
+#else
+constexpr std::size_t THREAD_STACK = 256U << 10;
+#endif
+
+// A log text is formatted on the stack when it fits, and cut off at the maximum: one client's 12 KiB
+// query can be logged whole, and nothing can flood the log with one line.
+constexpr std::size_t LOG_STACK_TEXT = 1U << 10;
+constexpr std::size_t LOG_MAX_TEXT = 64U << 10;
+
+} // namespace Kestrel
+
+#endif

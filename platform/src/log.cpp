@@ -1,0 +1,117 @@
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <mutex>
+
+#include "exports.h"
+#include "log_text.h"
+
+using Kestrel::LogText;
+
+namespace {
+
+constexpr int DEFAULT_LEVEL = 1;
+
+int LevelFromEnvironment() {
+    const char* set = std::getenv("PL_LOG_LEVEL");
+    char* end = nullptr;
+    const long level = set == nullptr ? DEFAULT_LEVEL : std::strtol(set, &end, 10);
+    return set == nullptr || end == set || *end != '\0' ? DEFAULT_LEVEL : static_cast<int>(level);
+}
+
+std::atomic<int> g_level{LevelFromEnvironment()};
+
+// Guards the sink, also while the sink runs: the one call-out under a lock, so that replacing a sink waits
+// for it. The innermost lock of the process; recursive, since a sink may log.
+std::recursive_mutex g_sinkMutex;
+void* g_sinkContext = nullptr;
+std::atomic<pl_log_sink> g_sink{nullptr};
+
+bool GiveToSink(int module, int level, const char* file, int line, const LogText& text) {
+    if (g_sink.load() == nullptr) {
+        return false;
+    }
+    const std::lock_guard<std::recursive_mutex> lock(g_sinkMutex);
+    const pl_log_sink sink = g_sink.load();
+    if (sink == nullptr) {
+        return false;
+    }
+    sink(g_sinkContext, module, level, file, line, text.Text());
+    return true;
+}
+
+void AppendTime(LogText& out) {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    tm utc{};
+    ::gmtime_r(&now.tv_sec, &utc);
+    out.Format("%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday,
+               utc.tm_hour, utc.tm_min, utc.tm_sec, static_cast<int>(now.tv_nsec / 1000000));
+}
+
+// One write for the line, so that lines of several threads and processes do not mix.
+void WriteLine(const LogText& line) {
+    const char* rest = line.Text();
+    std::size_t left = line.Length();
+    while (left > 0) {
+        const ssize_t written = ::write(STDERR_FILENO, rest, left);
+        if (written >= 0) {
+            rest += written;
+            left -= static_cast<std::size_t>(written);
+        } else if (errno != EINTR) {
+            return;
+        }
+    }
+}
+
+void Emit(int module, int level, const char* file, int line, const char* format, std::va_list arguments) {
+    LogText raw;
+    raw.FormatList(format, arguments);
+    std::size_t length = raw.Length();
+    if (length > 0 && raw.Text()[length - 1] == '\n') {
+        --length;
+    }
+    LogText text;
+    text.AppendEscaped(raw.Text(), length);
+    if (GiveToSink(module, level, file, line, text)) {
+        return;
+    }
+    LogText out;
+    AppendTime(out);
+    out.Format(" %d %d %s:%d ", module, level, file, line);
+    out.Append(text.Text(), text.Length());
+    out.Append("\n", 1);
+    WriteLine(out);
+}
+
+} // namespace
+
+extern "C" {
+
+void PL_WriteLog(int module, int level, int, int, const char* file, int line, const char* format, ...) {
+    if (level < g_level.load(std::memory_order_relaxed)) {
+        return;
+    }
+    const int kept = errno;
+    std::va_list arguments;
+    va_start(arguments, format);
+    Emit(module, level, file != nullptr ? file : "?", line, format, arguments);
+    va_end(arguments);
+    errno = kept;
+}
+
+void pl_log_set_level(int level) {
+    g_level = level;
+}
+
+void pl_log_set_sink(pl_log_sink sink, void* context) {
+    const std::lock_guard<std::recursive_mutex> lock(g_sinkMutex);
+    g_sink = sink;
+    g_sinkContext = context;
+}
+
+} // extern "C"
