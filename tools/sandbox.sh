@@ -13,20 +13,25 @@ SANDBOX_AWAIT_MAP='
     echo "no sandbox: the user map of the namespace could not be written" >&2
     exit 1'
 
+# Number of the service's user sshd where the machine has none: the one that some distributions reserve,
+# small enough for every range of subordinate ids.
+SANDBOX_SSHD=74
+
 # sandbox_enter DIR COMMAND...: this process becomes COMMAND, inside, with DIR as tools/in_sandbox.sh says.
 sandbox_enter() {
-    local dir=$1 stage="$ROOT/build/sandbox"
-    shift
+    local stage="$ROOT/build/sandbox" inside="$ROOT/tools/in_sandbox.sh" user=$SANDBOX_SSHD:$SANDBOX_SSHD
     mkdir -p "$stage"
     if [ "$(id -u)" -eq 0 ]; then
-        sandbox_check_root
+        sandbox_check
+        user=$(getent passwd sshd | cut -d: -f3,4 | grep . || echo "$user")
         sandbox_map_later $$
-        exec unshare --user --mount -- bash -c "$SANDBOX_AWAIT_MAP" \
-            "$ROOT/tools/in_sandbox.sh" "$stage" "$dir" "$@"
+        exec unshare --user --mount -- bash -c "$SANDBOX_AWAIT_MAP" "$inside" "$stage" "$user" "$@"
     fi
-    sandbox_check_user "$stage"
-    exec unshare --user --map-root-user --map-auto --mount -- \
-        "$ROOT/tools/in_sandbox.sh" "$stage" "$dir" "$@"
+    sandbox_check_ranges
+    # The caller is sshd inside, so that what the service writes is the caller's own.
+    local map=("--map-user=$SANDBOX_SSHD" "--map-group=$SANDBOX_SSHD" --map-auto --setuid 0 --setgid 0)
+    sandbox_check "${map[@]}"
+    exec unshare --user "${map[@]}" --mount -- "$inside" "$stage" "$user" "$@"
 }
 
 # Root maps every user and group to itself, which needs no range of subordinate ids and leaves all files
@@ -47,22 +52,27 @@ sandbox_map_later() {
     )
 }
 
-sandbox_check_root() {
+# Says in one line why there can be no sandbox whose ids are mapped with these options of unshare.
+sandbox_check() {
     local error
-    error=$(unshare --user --mount -- true 2>&1) || fail "no sandbox: $(sandbox_refusal "$error")"
+    error=$(unshare --user "$@" --mount -- true 2>&1) || fail "no sandbox: $(sandbox_refusal "$error")"
 }
 
-sandbox_check_user() {
-    local stage=$1 user error file
+sandbox_check_ranges() {
+    local user file
     user=$(id -un)
     command -v newuidmap >/dev/null || fail "no sandbox: newuidmap is missing; let root run: apt-get install uidmap"
     for file in /etc/subuid /etc/subgid; do
         grep -qsE "^($user|$(id -u)):" "$file" ||
-            fail "no sandbox: $file has no range for $user; let root run:" \
-                "usermod --add-subuids 100000-165535 --add-subgids 100000-165535 $user"
+            fail "no sandbox: $file has no range for $user; let root run: usermod $(sandbox_free_range) $user"
     done
-    error=$(unshare --user --map-root-user --map-auto --mount -- mount -t tmpfs sandbox "$stage" 2>&1) ||
-        fail "no sandbox: $(sandbox_refusal "$error")"
+}
+
+# The options that give a user the first range that lies behind everyone else's.
+sandbox_free_range() {
+    { cat /etc/subuid /etc/subgid 2>/dev/null || true; } | awk -F: -v next_id=100000 '
+        $2 + $3 > next_id { next_id = $2 + $3 }
+        END { range = next_id "-" next_id + 65535; print "--add-subuids " range " --add-subgids " range }'
 }
 
 # The kernel's likely reason to refuse, and what to do about it, in one line.

@@ -1,0 +1,86 @@
+# shellcheck shell=bash
+# ./dev run: the service in a process of its own, and a client's day with it. Sourced by ./dev.
+
+# The service that run_start started, and the directory that it lives in; run_end undoes both.
+SERVICE_PID=
+SERVICE_DIR=
+
+verb_run() {
+    [ $# -eq 0 ] || fail "usage: ./dev run"
+    install_packages build sandbox
+    build_preset release
+    trap run_end EXIT
+    trap 'exit 130' INT
+    trap 'exit 143' TERM HUP
+    run_start
+    run_show_process
+    export KESTREL_ROOT=$SERVICE_DIR PATH="$ROOT/build/release/bin:$PATH"
+    "$ROOT/examples/tour.sh"
+    if [ -t 0 ]; then
+        say "your turn: 'help' lists the commands, ctrl-D ends"
+        # The prompt takes ctrl-C for itself.
+        trap : INT
+        appcfg shell "$(run_example_item)" || true
+        trap 'exit 130' INT
+    fi
+    run_stop
+}
+
+# In a session of its own, so that ctrl-C at the prompt does not reach the service.
+run_start() {
+    SERVICE_DIR=$(mktemp -d)
+    setsid "$ROOT/dev" serve "$SERVICE_DIR" >"$SERVICE_DIR/service.log" 2>&1 </dev/null &
+    SERVICE_PID=$!
+    local deadline=$((SECONDS + 60))
+    until run_listens; do
+        if [ ! -e "/proc/$SERVICE_PID" ] || [ $SECONDS -ge $deadline ]; then
+            run_failed "the service did not start"
+        fi
+        sleep 0.05
+    done
+}
+
+# A bound socket that accepts connections carries this flag in the kernel's table.
+run_listens() {
+    awk -v path="$SERVICE_DIR/storage.paas.orb" \
+        '$8 == path && $4 == "00010000" { found = 1 } END { exit !found }' /proc/net/unix
+}
+
+run_show_process() {
+    say "service: process $SERVICE_PID, framework root $SERVICE_DIR"
+    awk -v uid="$(run_inside uid_map Uid)" -v gid="$(run_inside gid_map Gid)" '
+        /^Cap(Inh|Prm|Eff):/ { caps = caps "  " $1 " " $2 }
+        END { print "   user sshd (uid " uid ", gid " gid " in its namespace)" caps }
+    ' "/proc/$SERVICE_PID/status" >&2
+}
+
+# run_inside MAP FIELD: the service's id of that kind, as its own namespace numbers it.
+run_inside() {
+    awk -v field="$2:" '
+        FNR == NR { if ($1 == field) outside = $3; next }
+        outside >= $2 && outside < $2 + $3 { print $1 + outside - $2 }
+    ' "/proc/$SERVICE_PID/status" "/proc/$SERVICE_PID/$1"
+}
+
+run_stop() {
+    local status=0
+    kill -TERM "$SERVICE_PID"
+    wait "$SERVICE_PID" || status=$?
+    SERVICE_PID=
+    [ $status -eq 0 ] || run_failed "the service ended with status $status"
+    say "the service ended with status 0"
+}
+
+run_failed() {
+    say "$1; its log:"
+    cat "$SERVICE_DIR/service.log" >&2
+    exit 1
+}
+
+run_end() {
+    if [ -n "$SERVICE_PID" ]; then
+        kill -TERM "$SERVICE_PID" 2>/dev/null || true
+        wait "$SERVICE_PID" 2>/dev/null || true
+    fi
+    [ -z "$SERVICE_DIR" ] || rm -rf "$SERVICE_DIR"
+}
