@@ -1,0 +1,74 @@
+// An XML configuration document: values by key, and sub-trees as raw XML text.
+#ifndef ACM_XML_CONFIGURATION_H
+#define ACM_XML_CONFIGURATION_H
+
+#include <istream>
+#include <ostream>
+#include <string>
+
+#include "Poco/DOM/AutoPtr.h"
+#include "Poco/DOM/Document.h"
+#include "Poco/Util/XMLConfiguration.h"
+
+namespace SystemServer {
+
+// One XML file in memory. Owned by its manager, which calls it; the base serves values from the same tree.
+// Locks nothing: the manager's document guard is held for every call.
+class AcmXmlConfiguration : public Poco::Util::XMLConfiguration {
+public:
+    // Throw Poco exceptions: the file library's for a path that cannot be read, Poco::XML::XMLException for
+    // content that is malformed or beyond the limits of XML documents.
+    explicit AcmXmlConfiguration(const std::string& path);
+    explicit AcmXmlConfiguration(std::istream& stream);
+
+    // Replace the document, read as the base's loaders do: prefixes are plain text, and text that is white
+    // space alone is left out. They hide the base's, which would part the two trees. After an exception the
+    // old document stands.
+    void load(const std::string& path);
+    void load(std::istream& stream);
+
+    // The node that a key addresses, or null; the document keeps it. Keys start below the document element:
+    // "a.b" for levels, "[n]" for the n-th following sibling of the same name, "[@k=v]" and "[@k='v']" for
+    // the first of them with this attribute, "[@k]" for the attribute itself. Throws Poco::SyntaxException
+    // for an index that is no number.
+    Poco::XML::Node* FindNode(const std::string& key);
+    Poco::XML::Node* FindNode(std::string::const_iterator& position, const std::string::const_iterator& end,
+                              Poco::XML::Node* node) const;
+
+    static Poco::XML::Node* FindElement(const std::string& name, Poco::XML::Node* node);
+    static Poco::XML::Node* FindElement(int index, Poco::XML::Node* node);
+    static Poco::XML::Node* FindElement(const std::string& attribute, const std::string& value,
+                                        Poco::XML::Node* node);
+    static Poco::XML::Node* FindAttribute(const std::string& name, Poco::XML::Node* node);
+
+    // Writes the node, its own tags included, to out; an attribute is an empty text. The document element's
+    // name is a key too. 0, or -1 when the key addresses nothing.
+    int GetRawString(const std::string& key, std::string& out);
+
+    // Grafts the one element that raw holds below the node: in place of the first child of that name, else
+    // as the last child. 0, or -1 when the key addresses nothing. Malformed text, a DOCTYPE or too much depth
+    // leave as exceptions; the document is then as it was.
+    int SetRawString(const std::string& key, const std::string& raw);
+
+    // Writes the document. A fault is logged and leaves the stream bad: what it holds is then not whole.
+    void Save(std::ostream& stream);
+
+    // Whether a value can be written to a file and read back: UTF-8 without control characters other than
+    // tab, line feed and carriage return.
+    static bool IsStorable(const std::string& value);
+
+protected:
+    ~AcmXmlConfiguration() override;
+
+private:
+    void Adopt(const Poco::AutoPtr<Poco::XML::Document>& document);
+    Poco::XML::Node* FindRawNode(const std::string& key);
+    void MakeRoomForNames(const Poco::XML::Element* fragment);
+    void Graft(Poco::XML::Node* parent, const Poco::XML::Element* fragment);
+
+    Poco::AutoPtr<Poco::XML::Document> m_document;
+};
+
+} // namespace SystemServer
+
+#endif
