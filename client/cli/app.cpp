@@ -1,0 +1,119 @@
+#include "app.h"
+
+#include <cstdlib>
+
+#include "appcfg/error.h"
+#include "command_table.h"
+#include "line_source.h"
+#include "session.h"
+#include "shell.h"
+
+namespace appcfg::cli {
+namespace {
+
+constexpr char DESCRIPTION[] = "Reads and changes configuration items of the storage service.\n"
+                               "HANDLE is owner/name or owner/name/index.";
+constexpr char FOOTER[] =
+    "Exit status: 0 done, 1 refused by the service, 2 wrong usage, 3 service not reachable.";
+
+// The parser, what it fills in, and which command was chosen. Lives for one run.
+struct CommandLine {
+    CLI::App app{DESCRIPTION, "appcfg"};
+    std::string root;
+    Arguments arguments;
+    std::vector<std::string> itemFiles;
+    CLI::App* shell = nullptr;
+    const Command* command = nullptr;
+
+    CommandLine() {
+        app.footer(FOOTER);
+        app.require_subcommand(1);
+        app.fallthrough();
+        app.add_option("--root", root, "the framework's root directory (default: KESTREL_ROOT)")
+            ->type_name("DIR");
+        app.add_flag("--json", arguments.json, "print values as JSON");
+        shell = app.add_subcommand("shell", "hold items on one connection: a prompt, or commands from "
+                                            "standard input");
+        shell->add_option("ITEM.json", itemFiles, "items to create first");
+        for (const Command& candidate : Commands()) {
+            if (candidate.scope == Scope::ANYWHERE) {
+                AddCommand(candidate);
+            }
+        }
+    }
+
+private:
+    void AddCommand(const Command& candidate) {
+        CLI::App* sub = app.add_subcommand(candidate.name, candidate.summary);
+        sub->add_option("HANDLE", arguments.handle, "the item: owner/name or owner/name/index")->required();
+        candidate.declare(*sub, arguments);
+        sub->final_callback([this, &candidate] { command = &candidate; });
+    }
+};
+
+void SetRoot(const std::string& root) {
+    if (!root.empty() && setenv("KESTREL_ROOT", root.c_str(), 1) != 0) {
+        throw std::bad_alloc();
+    }
+}
+
+ExitStatus RunShell(const CommandLine& line, const Streams& streams) {
+    const auto lines = streams.terminal ? MakePromptSource() : MakeStreamSource(streams.in);
+    ExitStatus result = EXIT_DONE;
+    const ExitStatus status = Guarded(streams.err, [&] {
+        Shell shell(streams.out, streams.err, line.arguments.json);
+        std::vector<std::string> files;
+        for (const std::string& file : line.itemFiles) {
+            files.push_back(Unprotected(file));
+        }
+        result = shell.Run(files, *lines);
+    });
+    return status != EXIT_DONE ? status : result;
+}
+
+ExitStatus RunCommand(const CommandLine& line, const Streams& streams) {
+    return Guarded(streams.err, [&] {
+        Session session(streams.out, &streams.in, false);
+        session.Run(*line.command, line.arguments, false);
+    });
+}
+
+} // namespace
+
+ExitStatus Guarded(std::ostream& err, const std::function<void()>& action) {
+    const auto report = [&](const std::exception& error, ExitStatus status) {
+        err << "appcfg: " << error.what() << '\n' << std::flush;
+        return status;
+    };
+    try {
+        action();
+        return EXIT_DONE;
+    } catch (const RequestRefused& error) {
+        return report(error, EXIT_REFUSED);
+    } catch (const ConnectionError& error) {
+        return report(error, EXIT_UNREACHABLE);
+    } catch (const Error& error) {
+        return report(error, EXIT_USAGE);
+    } catch (const UsageError& error) {
+        return report(error, EXIT_USAGE);
+    }
+}
+
+ExitStatus RunApp(const std::vector<std::string>& words, const Streams& streams) {
+    CommandLine line;
+    try {
+        ParseWords(line.app, words);
+    } catch (const CLI::ParseError& error) {
+        return line.app.exit(error, streams.out, streams.err) == 0 ? EXIT_DONE : EXIT_USAGE;
+    }
+    SetRoot(line.root);
+    const ExitStatus status = line.shell->parsed() ? RunShell(line, streams) : RunCommand(line, streams);
+    streams.out.flush();
+    if (status == EXIT_DONE && !streams.out.good()) {
+        streams.err << "appcfg: cannot write standard output\n";
+        return EXIT_REFUSED;
+    }
+    return status;
+}
+
+} // namespace appcfg::cli

@@ -1,0 +1,32 @@
+// The command line as a whole.
+#ifndef APPCFG_CLI_APP_H
+#define APPCFG_CLI_APP_H
+
+#include <functional>
+#include <istream>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "exit_status.h"
+
+namespace appcfg::cli {
+
+// Standard input is a terminal when a prompt is wanted.
+struct Streams {
+    std::istream& in;
+    std::ostream& out;
+    std::ostream& err;
+    bool terminal;
+};
+
+// Runs the words that follow the program's name and returns its exit status. Throws nothing but what a
+// shortage of memory makes the library throw.
+ExitStatus RunApp(const std::vector<std::string>& words, const Streams& streams);
+
+// Runs the action; an error is reported on one line and becomes the exit status that stands for it.
+ExitStatus Guarded(std::ostream& err, const std::function<void()>& action);
+
+} // namespace appcfg::cli
+
+#endif

@@ -1,0 +1,93 @@
+#include "command_table.h"
+
+#include <algorithm>
+
+#include "session.h"
+
+namespace appcfg::cli {
+namespace {
+
+// The parser takes a word such as [@version] for a list; with this in front it is an ordinary word.
+constexpr char PROTECTION = '\x01';
+
+void DeclareNothing(CLI::App&, Arguments&) {}
+
+void DeclareFile(CLI::App& app, Arguments& arguments) {
+    app.add_option("FILE", arguments.file, "item file (JSON)")->required();
+}
+
+void DeclareHandle(CLI::App& app, Arguments& arguments) {
+    app.add_option("HANDLE", arguments.handle, "owner/name or owner/name/index")->required();
+}
+
+void DeclareKeys(CLI::App& app, Arguments& arguments) {
+    app.add_option("KEY", arguments.keys, "keys to read, all in one request")->required();
+}
+
+void DeclarePairs(CLI::App& app, Arguments& arguments) {
+    app.add_option("KEY=VALUE", arguments.keys, "values to set, all in one request")->required();
+}
+
+void DeclareRaw(CLI::App& app, Arguments& arguments) {
+    app.add_option("VERB", arguments.verb, "get or set")->required();
+    app.add_option("KEY", arguments.key, "key of the fragment; '' or none for the whole document");
+    app.add_option("DATA", arguments.data,
+                   "for set: the text, or @FILE (@@... for text that begins with @); without it standard "
+                   "input, on the command line");
+}
+
+void DeclareRekey(CLI::App& app, Arguments& arguments) {
+    CLI::Option* plain = app.add_flag("--plain", arguments.plain, "store plain from now on");
+    CLI::Option* key = app.add_option("--key-file", arguments.keyFile, "96 hexadecimal digits: key and IV");
+    plain->excludes(key);
+}
+
+void DeclareText(CLI::App& app, Arguments& arguments) {
+    app.add_option("TEXT", arguments.text, "text to print");
+}
+
+} // namespace
+
+const std::vector<Command>& Commands() {
+    static const std::vector<Command> commands = {
+        {"get", "print values", Scope::ANYWHERE, DeclareKeys, &Session::Get},
+        {"set", "change values", Scope::ANYWHERE, DeclarePairs, &Session::Set},
+        {"raw", "print or replace a document fragment", Scope::ANYWHERE, DeclareRaw, &Session::Raw},
+        {"restore", "bring the default file back", Scope::ANYWHERE, DeclareNothing, &Session::Restore},
+        {"rekey", "encrypt with another key, or store plain", Scope::ANYWHERE, DeclareRekey, &Session::Rekey},
+        {"delete", "end an item at the service; its files stay", Scope::ANYWHERE, DeclareNothing,
+         &Session::Delete},
+        {"create", "create an item and make it the current one", Scope::SHELL_ONLY, DeclareFile,
+         &Session::Create},
+        {"items", "list the items that this shell holds", Scope::SHELL_ONLY, DeclareNothing, &Session::Items},
+        {"use", "make an item the current one", Scope::SHELL_ONLY, DeclareHandle, &Session::Use},
+        {"echo", "print a text, such as a mark between results", Scope::SHELL_ONLY, DeclareText,
+         &Session::Echo},
+        {"help", "list the commands", Scope::SHELL_ONLY, DeclareNothing, &Session::Help},
+        {"quit", "close the connection and end", Scope::SHELL_ONLY, DeclareNothing, &Session::Quit},
+    };
+    return commands;
+}
+
+const Command* FindCommand(const std::string& name) {
+    const auto& commands = Commands();
+    const auto found = std::find_if(commands.begin(), commands.end(),
+                                    [&](const Command& command) { return name == command.name; });
+    return found == commands.end() ? nullptr : &*found;
+}
+
+void ParseWords(CLI::App& app, std::vector<std::string> words) {
+    for (std::string& word : words) {
+        if (!word.empty() && (word.front() == '[' || word.front() == PROTECTION)) {
+            word.insert(word.begin(), PROTECTION);
+        }
+    }
+    std::reverse(words.begin(), words.end());
+    app.parse(std::move(words));
+}
+
+std::string Unprotected(const std::string& word) {
+    return !word.empty() && word.front() == PROTECTION ? word.substr(1) : word;
+}
+
+} // namespace appcfg::cli

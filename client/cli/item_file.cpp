@@ -1,0 +1,244 @@
+#include "item_file.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "appcfg/error.h"
+#include "exit_status.h"
+
+namespace appcfg::cli {
+namespace {
+
+using Json = nlohmann::json;
+using namespace SystemServer;
+
+constexpr size_t ITEM_FILE_LIMIT = 64 << 10;
+constexpr size_t KEY_FILE_LIMIT = 4096;
+
+struct Descriptor {
+    explicit Descriptor(int number) : fd(number) {}
+    ~Descriptor() { close(fd); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int fd;
+};
+
+[[noreturn]] void ThrowErrno(const std::string& path) {
+    throw UsageError(path + ": " + std::generic_category().message(errno));
+}
+
+struct stat StatOf(const Descriptor& file, const std::string& path) {
+    struct stat status {};
+    if (fstat(file.fd, &status) != 0) {
+        ThrowErrno(path);
+    }
+    return status;
+}
+
+// Non-blocking, so that a FIFO without a writer is refused and not waited for.
+int OpenForReading(const std::string& path) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) {
+        ThrowErrno(path);
+    }
+    return fd;
+}
+
+std::string ReadAll(const Descriptor& file, const std::string& path, size_t limit) {
+    if (!S_ISREG(StatOf(file, path).st_mode)) {
+        throw UsageError(path + ": not a regular file");
+    }
+    std::string text;
+    char piece[16384];
+    ssize_t count = 0;
+    while ((count = read(file.fd, piece, sizeof(piece))) != 0) {
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            ThrowErrno(path);
+        }
+        text.append(piece, static_cast<size_t>(count));
+        if (text.size() > limit) {
+            throw UsageError(path + ": larger than " + std::to_string(limit) + " bytes");
+        }
+    }
+    return text;
+}
+
+template <class Value>
+struct Named {
+    const char* name;
+    Value value;
+};
+
+constexpr Named<ConfigStorageType> STORAGES[] = {
+    {"json", ConfigStorageType::JSON}, {"xml", ConfigStorageType::XML}, {"ini", ConfigStorageType::INI}};
+
+constexpr Named<ConfigSaveStrategy> SAVES[] = {{"instant", ConfigSaveStrategy::INSTANT},
+                                               {"delay", ConfigSaveStrategy::DELAY},
+                                               {"timing", ConfigSaveStrategy::TIMING},
+                                               {"none", ConfigSaveStrategy::NONE}};
+
+constexpr Named<ConfigBackupStrategy> BACKUPS[] = {{"instant", ConfigBackupStrategy::INSTANT},
+                                                   {"delay", ConfigBackupStrategy::DELAY},
+                                                   {"timing", ConfigBackupStrategy::TIMING},
+                                                   {"none", ConfigBackupStrategy::NONE}};
+
+// The members of one object of an item file, each of which must be asked for by name.
+class Members {
+public:
+    Members(const Json& object, std::string where) : m_object(object), m_where(std::move(where)) {
+        if (!m_object.is_object()) {
+            Refuse("is not an object");
+        }
+    }
+
+    void AllowOnly(std::initializer_list<const char*> names) const {
+        for (const auto& member : m_object.items()) {
+            if (std::find(names.begin(), names.end(), member.key()) == names.end()) {
+                Refuse("unknown member \"" + member.key() + "\"");
+            }
+        }
+    }
+
+    bool Has(const char* name) const { return m_object.contains(name); }
+    const Json& At(const char* name) const { return m_object.at(name); }
+
+    std::string Text(const char* name) const {
+        if (!Has(name)) {
+            Refuse("\"" + std::string(name) + "\" is missing");
+        }
+        const Json& value = m_object.at(name);
+        if (!value.is_string()) {
+            Refuse("\"" + std::string(name) + "\" is not a string");
+        }
+        return value.get<std::string>();
+    }
+
+    std::string TextOr(const char* name, const char* otherwise) const {
+        return Has(name) ? Text(name) : otherwise;
+    }
+
+    template <class Value, size_t N>
+    Value Choice(const char* name, const std::string& text, const Named<Value> (&choices)[N]) const {
+        std::string allowed;
+        for (const Named<Value>& choice : choices) {
+            if (text == choice.name) {
+                return choice.value;
+            }
+            allowed += allowed.empty() ? choice.name : std::string(", ") + choice.name;
+        }
+        Refuse("\"" + std::string(name) + "\" is \"" + text + "\" and not one of " + allowed);
+    }
+
+    [[noreturn]] void Refuse(const std::string& why) const { throw UsageError(m_where + ": " + why); }
+
+private:
+    const Json& m_object;
+    std::string m_where;
+};
+
+// A member given twice would hide the first one: refused while the text is read.
+Json ParseStrictly(const std::string& text, const std::string& path) {
+    std::vector<std::vector<std::string>> open;
+    const auto check = [&](int, Json::parse_event_t event, const Json& parsed) {
+        if (event == Json::parse_event_t::object_start) {
+            open.emplace_back();
+        } else if (event == Json::parse_event_t::object_end) {
+            open.pop_back();
+        } else if (event == Json::parse_event_t::key) {
+            const std::string& name = parsed.get_ref<const std::string&>();
+            std::vector<std::string>& seen = open.back();
+            if (std::find(seen.begin(), seen.end(), name) != seen.end()) {
+                throw UsageError(path + ": member \"" + name + "\" is given twice");
+            }
+            seen.push_back(name);
+        }
+        return true;
+    };
+    try {
+        return Json::parse(text, check);
+    } catch (const Json::exception& error) {
+        throw UsageError(path + ": " + error.what());
+    }
+}
+
+std::string BesideFile(const std::string& file, const std::string& path) {
+    const size_t slash = file.rfind('/');
+    return path.empty() || path.front() == '/' || slash == std::string::npos
+               ? path
+               : file.substr(0, slash + 1) + path;
+}
+
+EncryptionKey ReadEncryption(const Json& value, const std::string& path) {
+    const Members members(value, path + ": \"encryption\"");
+    members.AllowOnly({"keyFile"});
+    return ReadKeyFile(BesideFile(path, members.Text("keyFile")));
+}
+
+Handle ReadHandle(const Members& members) {
+    try {
+        return Handle::Parse(members.Text("handle"));
+    } catch (const InvalidArgument& error) {
+        members.Refuse(error.what());
+    }
+}
+
+} // namespace
+
+std::string ReadWholeFile(const std::string& path, size_t limit) {
+    const Descriptor file(OpenForReading(path));
+    return ReadAll(file, path, limit);
+}
+
+EncryptionKey ReadKeyFile(const std::string& path) {
+    const Descriptor file(OpenForReading(path));
+    if ((StatOf(file, path).st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+        throw UsageError(path + ": a key file must be closed to group and others; chmod 600 it");
+    }
+    std::string text = ReadAll(file, path, KEY_FILE_LIMIT);
+    const auto wipe = [&] { explicit_bzero(text.data(), text.size()); };
+    try {
+        EncryptionKey key = EncryptionKey::FromHex(text);
+        wipe();
+        return key;
+    } catch (const InvalidArgument& error) {
+        wipe();
+        throw UsageError(path + ": " + error.what());
+    }
+}
+
+ItemDescription ReadItemFile(const std::string& path) {
+    const Json root = ParseStrictly(ReadWholeFile(path, ITEM_FILE_LIMIT), path);
+    const Members members(root, path);
+    members.AllowOnly(
+        {"handle", "storage", "path", "backup", "default", "save", "backupStrategy", "encryption"});
+    ItemDescription item{ReadHandle(members)};
+    item.storage = members.Choice("storage", members.Text("storage"), STORAGES);
+    item.path = members.Text("path");
+    item.backupPath = members.TextOr("backup", "");
+    item.defaultPath = members.TextOr("default", "");
+    item.saveStrategy = members.Choice("save", members.TextOr("save", "instant"), SAVES);
+    item.backupStrategy =
+        members.Choice("backupStrategy", members.TextOr("backupStrategy", "instant"), BACKUPS);
+    if (members.Has("encryption")) {
+        item.encryption = ReadEncryption(members.At("encryption"), path);
+    }
+    return item;
+}
+
+const char* StorageName(ConfigStorageType storage) {
+    for (const Named<ConfigStorageType>& known : STORAGES) {
+        if (known.value == storage) {
+            return known.name;
+        }
+    }
+    return "unknown";
+}
+
+} // namespace appcfg::cli

@@ -1,0 +1,45 @@
+// What commands print.
+#ifndef APPCFG_CLI_OUTPUT_H
+#define APPCFG_CLI_OUTPUT_H
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace appcfg::cli {
+
+struct ItemLine {
+    std::string handle;
+    std::string storage;
+    std::string path;
+};
+
+// Prints results plain or as JSON, one document a line, and flushes after each, so that a program at the
+// other end of a pipe can follow. Owned by the session.
+class Output {
+public:
+    Output(std::ostream& stream, bool confirms) : m_stream(stream), m_confirms(confirms) {}
+
+    void UseJson(bool json) { m_json = json; }
+
+    // One value a line, or an object of keys and values.
+    void Values(const std::vector<std::string>& keys, const std::vector<std::string>& values);
+    // The text and a line end, or a JSON string.
+    void Text(const std::string& text);
+    void Items(const std::vector<ItemLine>& items);
+    // One line that says what was done; nothing when results alone are wanted.
+    void Done(const std::string& what);
+
+    std::ostream& Stream() { return m_stream; }
+    // False once something could not be written.
+    bool Good() const { return m_stream.good(); }
+
+private:
+    std::ostream& m_stream;
+    bool m_confirms;
+    bool m_json = false;
+};
+
+} // namespace appcfg::cli
+
+#endif

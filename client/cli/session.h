@@ -1,0 +1,62 @@
+// What the commands do.
+#ifndef APPCFG_CLI_SESSION_H
+#define APPCFG_CLI_SESSION_H
+
+#include <istream>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "appcfg/connection.h"
+#include "command_table.h"
+#include "output.h"
+
+namespace appcfg::cli {
+
+// One connection and the commands on it. Owned by the shell, or by one command of the command line; the
+// command table calls its operations. They throw the library's errors and UsageError.
+class Session {
+public:
+    // Connects. `data`, if not null, is where a raw set reads data that it was not given.
+    Session(std::ostream& out, std::istream* data, bool confirms);
+
+    // Runs a command with its arguments; JSON when either asks for it.
+    void Run(const Command& command, const Arguments& arguments, bool json);
+
+    bool Quitting() const { return m_quitting; }
+    bool OutputGood() const { return m_output.Good(); }
+
+    void Get(const Arguments& arguments);
+    void Set(const Arguments& arguments);
+    void Raw(const Arguments& arguments);
+    void Restore(const Arguments& arguments);
+    void Rekey(const Arguments& arguments);
+    void Delete(const Arguments& arguments);
+    void Create(const Arguments& arguments);
+    void Items(const Arguments& arguments);
+    void Use(const Arguments& arguments);
+    void Echo(const Arguments& arguments);
+    void Help(const Arguments& arguments);
+    void Quit(const Arguments& arguments);
+
+private:
+    struct Held {
+        Handle handle;
+        ItemLine line;
+    };
+
+    Item Target(const Arguments& arguments) const;
+    std::string DataOf(const Arguments& arguments) const;
+    void Forget(const Handle& handle);
+
+    Output m_output;
+    std::istream* m_data;
+    Connection m_connection;
+    std::vector<Held> m_held; // created here; the service ends them when the connection closes
+    std::optional<Handle> m_current;
+    bool m_quitting = false;
+};
+
+} // namespace appcfg::cli
+
+#endif
