@@ -68,6 +68,7 @@ void WriteLine(const LogText& line) {
     }
 }
 
+PL_LOG_PRINTF(5, 0)
 void Emit(int module, int level, const char* file, int line, const char* format, std::va_list arguments) {
     LogText raw;
     raw.FormatList(format, arguments);
