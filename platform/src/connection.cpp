@@ -132,14 +132,17 @@ void Connection::AfterFlush() {
     if (m_outbox.IsEmpty()) {
         m_writable.Remove();
         const kestrel_connection_ops* ops = m_server.connection_ops;
-        if (ops != nullptr && ops->writable != nullptr && !m_lost) {
+        if (ops != nullptr && ops->writable != nullptr) {
             Fenced("a writable callback", [&] { ops->writable(this); });
         }
+    }
+    if (m_lost) {
+        return; // the turn closes it
     }
     if (m_paused && m_outbox.Waiting() <= RESUME_WAITING_REPLIES) {
         ResumeReading();
     }
-    if (m_ended && !m_lost && m_outbox.IsEmpty() && !m_turn.IsPending()) {
+    if (m_ended && m_outbox.IsEmpty() && !m_turn.IsPending()) {
         Close();
     }
 }

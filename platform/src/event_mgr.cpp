@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <system_error>
 
+#include "limits.h"
 #include "stop_signals.h"
 
 namespace Kestrel {
@@ -55,7 +56,7 @@ bool EventMgr::Register(const std::string& path, const kestrel_server_ops* ops, 
 int EventMgr::Run(int timeout) {
     const StopSignals signals(m_stopFd.Get());
     if (!signals.AreCaught()) {
-        KESTREL_LOG(3, "%s", "too many loops run in this process");
+        KESTREL_LOG(3, "more than %zu loops run in this process", MAX_RUNNING_LOOPS);
         return -1;
     }
     m_stopped = false;

@@ -70,13 +70,13 @@ bool SocketFile::Bind(const std::string& path, const SocketAccess& access) {
 }
 
 void SocketFile::Close() {
-    m_socket.Close();
     struct stat found {};
     if (!m_path.empty() && ::lstat(m_path.c_str(), &found) == 0 && found.st_dev == m_identity.st_dev &&
         found.st_ino == m_identity.st_ino) {
         ::unlink(m_path.c_str());
     }
     m_path.clear();
+    m_socket.Close();
 }
 
 } // namespace Kestrel

@@ -50,7 +50,8 @@ typedef struct kestrel_server_ops {
 kestrel_event_mgr* kestrel_event_mgr_new(int reserved);
 
 // Runs the loop on the calling thread; timeout in milliseconds, -1 = none. Returns 0 when the host asked
-// it to stop (SIGTERM, SIGINT): accepting has stopped, then every connection was closed through `closed`.
+// it to stop (SIGTERM, SIGINT): accepting has stopped, then every connection was closed through `closed`;
+// 1 when the time ran out, with everything as it was.
 int kestrel_event_mgr_run(kestrel_event_mgr* mgr, int timeout);
 
 // Listens at <root>/<name> and calls `start`. 0 on success; non-zero when the name is taken by a live

@@ -1,0 +1,81 @@
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <list>
+
+#include "test_service.h"
+
+namespace PlatformTest {
+
+// A process that may open few descriptors. Client and server share them here.
+class AShortage : public AServer {
+protected:
+    AShortage() {
+        ::getrlimit(RLIMIT_NOFILE, &m_former);
+        Runs();
+        SetLimit(120);
+    }
+    ~AShortage() override { SetLimit(m_former.rlim_cur); }
+
+    static void SetLimit(rlim_t limit) {
+        rlimit changed{};
+        ::getrlimit(RLIMIT_NOFILE, &changed);
+        changed.rlim_cur = limit;
+        ::setrlimit(RLIMIT_NOFILE, &changed);
+    }
+
+    bool HasPaused() { return m_log.Count("accepting pauses") > 0; }
+
+    // Clients come until one of them is not accepted; that one is the last.
+    void FillsUp() {
+        while (!HasPaused()) {
+            m_clients.emplace_back();
+            ASSERT_TRUE(m_clients.back().Sends(Frame(ECHO, "waiting")));
+            const auto accepted = static_cast<int>(m_clients.size());
+            ASSERT_TRUE(Eventually([&] { return m_opened == accepted || HasPaused(); }));
+        }
+        if (m_opened == static_cast<int>(m_clients.size())) { // paused behind the last one
+            m_clients.emplace_back();
+            ASSERT_TRUE(m_clients.back().Sends(Frame(ECHO, "waiting")));
+        }
+    }
+
+    rlimit m_former{};
+    std::list<TestClient> m_clients;
+};
+
+TEST_F(AShortage, LeavesTheServiceDescriptorsOfItsOwn) {
+    FillsUp();
+    std::vector<int> files;
+    for (int fd = 0; (fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
+        files.push_back(fd);
+    }
+    EXPECT_GE(files.size(), 20U); // the reserve of this limit is 30; the clients here take from it too
+    for (const int fd : files) {
+        ::close(fd);
+    }
+}
+
+TEST_F(AShortage, AcceptsAgainWhenAConnectionCloses) {
+    FillsUp();
+    const int accepted = m_opened;
+    ASSERT_TRUE(m_clients.front().Receives());
+    EXPECT_TRUE(m_clients.front().Asks(ECHO, "those inside are served"));
+    m_clients.pop_front();
+    const std::optional<Reply> reply = m_clients.back().Receives();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->payload, "waiting");
+    EXPECT_EQ(m_opened, accepted + 1);
+    EXPECT_EQ(m_log.Count("accepting pauses"), 1U);
+}
+
+TEST_F(AShortage, AcceptsAgainWhenDescriptorsBecomeFreeElsewhere) {
+    FillsUp();
+    SetLimit(m_former.rlim_cur);
+    EXPECT_TRUE(m_clients.back().Receives());
+    EXPECT_EQ(m_log.Count("accepting pauses"), 1U);
+    EXPECT_EQ(m_log.Count("accepting again"), 1U);
+}
+
+} // namespace PlatformTest

@@ -1,0 +1,42 @@
+// What kestrel_host loads in its tests: entries that tell what they find.
+#include <pthread.h>
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <cstddef>
+
+namespace {
+
+bool IgnoresPipeSignal() {
+    struct sigaction action {};
+    return ::sigaction(SIGPIPE, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+bool HasRaisedDescriptors() {
+    rlimit limit{};
+    return ::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur > 200;
+}
+
+bool GivesThreadsSmallStacks() {
+    pthread_attr_t attributes;
+    std::size_t size = 0;
+    ::pthread_getattr_default_np(&attributes);
+    ::pthread_attr_getstacksize(&attributes, &size);
+    ::pthread_attr_destroy(&attributes);
+    return size <= std::size_t{2} << 20;
+}
+
+} // namespace
+
+extern "C" {
+
+int CreateAppCfgMgmtService() {
+    return 7;
+}
+
+// A bit for each thing that is not as a service expects it.
+int TellWhatIsMissing() {
+    return (IgnoresPipeSignal() ? 0 : 1) | (HasRaisedDescriptors() ? 0 : 2) |
+           (GivesThreadsSmallStacks() ? 0 : 4);
+}
+}

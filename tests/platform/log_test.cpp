@@ -1,0 +1,135 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fstream>
+#include <regex>
+#include <thread>
+
+#include "pl/pl_log.h"
+#include "test_service.h"
+
+namespace PlatformTest {
+
+namespace {
+
+// Standard error goes to a file while it lives.
+class StandardError {
+public:
+    explicit StandardError(const std::string& path) : m_former(::dup(STDERR_FILENO)), m_path(path) {
+        const int file = ::open(path.c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
+        ::dup2(file, STDERR_FILENO);
+        ::close(file);
+    }
+    ~StandardError() { Restore(); }
+    StandardError(const StandardError&) = delete;
+    StandardError& operator=(const StandardError&) = delete;
+
+    std::vector<std::string> Lines() {
+        Restore();
+        std::ifstream file(m_path);
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(file, line);) {
+            lines.push_back(line);
+        }
+        return lines;
+    }
+
+private:
+    void Restore() {
+        if (m_former >= 0) {
+            ::dup2(m_former, STDERR_FILENO);
+            ::close(std::exchange(m_former, -1));
+        }
+    }
+
+    int m_former;
+    std::string m_path;
+};
+
+std::string Logged(const std::string& text) {
+    LogLines log;
+    PL_WriteLog(4, 3, 0, 0, "some/file", 12, "%s", text.c_str());
+    const std::vector<std::string> lines = log.All();
+    return lines.size() == 1 ? lines[0] : "not one line";
+}
+
+} // namespace
+
+TEST(ALogLine, HasNoControlBytesSoThatNobodyForgesALine) {
+    EXPECT_EQ(Logged("plain\n"), "plain");
+    EXPECT_EQ(Logged("two\nlines\n"), "two\\x0alines");
+    EXPECT_EQ(Logged("\x1b[31m\x7f\r\t"), "\\x1b[31m\\x7f\\x0d\\x09");
+    EXPECT_EQ(Logged("gr\xc3\xbc\xc3\x9f"), "gr\xc3\xbc\xc3\x9f");
+    EXPECT_EQ(Logged("\n\n"), "\\x0a");
+    EXPECT_EQ(Logged(""), "");
+}
+
+TEST(ALogLine, IsWholeUpTo64KiB) {
+    for (const std::size_t length : {1022U, 1023U, 1024U, 1025U, 16384U, 65536U}) {
+        EXPECT_EQ(Logged(std::string(length, 'x')), std::string(length, 'x')) << length;
+    }
+    EXPECT_EQ(Logged(std::string(200'000, 'x')).size(), 65536U);
+    EXPECT_EQ(Logged(std::string(20'000, '\n')).size(), 19'999U * 4);
+}
+
+TEST(ALogLine, LeavesErrnoAlone) {
+    const RootDirectory root;
+    StandardError captured(root.Of("log"));
+    errno = ENOSPC;
+    PL_WriteLog(4, 3, 0, 0, "f", 1, "%s", std::string(3000, 'e').c_str());
+    EXPECT_EQ(errno, ENOSPC);
+}
+
+TEST(ALogLine, BelowTheLevelIsDropped) {
+    LogLines log;
+    PL_WriteLog(4, 0, 0, 0, "f", 1, "trace");
+    PL_WriteLog(4, 1, 0, 0, "f", 1, "information");
+    pl_log_set_level(3);
+    PL_WriteLog(4, 1, 0, 0, "f", 1, "dropped");
+    pl_log_set_level(0);
+    PL_WriteLog(4, 0, 0, 0, "f", 1, "shown");
+    pl_log_set_level(1);
+    EXPECT_EQ(log.All(), (std::vector<std::string>{"information", "shown"}));
+}
+
+// A sink may log itself: once, and not for ever.
+TEST(ALogLine, MayBeWrittenFromASink) {
+    static int depth = 0;
+    depth = 0;
+    pl_log_set_sink(
+        [](void*, int, int, const char*, int, const char*) {
+            if (++depth == 1) {
+                PL_WriteLog(4, 3, 0, 0, "f", 1, "inner");
+            }
+        },
+        nullptr);
+    PL_WriteLog(4, 3, 0, 0, "f", 1, "outer");
+    pl_log_set_sink(nullptr, nullptr);
+    EXPECT_EQ(depth, 2);
+}
+
+TEST(StandardErrorLines, AreWholeFromManyThreads) {
+    const RootDirectory root;
+    StandardError captured(root.Of("log"));
+    std::vector<std::thread> writers;
+    for (int t = 0; t < 4; ++t) {
+        writers.emplace_back([t] {
+            for (int i = 0; i < 100; ++i) {
+                PL_WriteLog(4, 3, 0, 0, "dir/file", 7, "writer %d %s", t, std::string(1500, 'w').c_str());
+            }
+        });
+    }
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    const std::vector<std::string> lines = captured.Lines();
+    ASSERT_EQ(lines.size(), 400U);
+    const std::regex shape(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z 4 3 dir/file:7 writer [0-3] w+)");
+    for (const std::string& line : lines) {
+        ASSERT_TRUE(line.size() == 24 + 1 + 3 + 1 + 10 + 1 + 8 + 1 + 1500 && std::regex_match(line, shape))
+            << line;
+    }
+}
+
+} // namespace PlatformTest

@@ -1,0 +1,48 @@
+#ifndef TESTS_PLATFORM_ROOT_DIRECTORY_H
+#define TESTS_PLATFORM_ROOT_DIRECTORY_H
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+namespace PlatformTest {
+
+// A framework root of the test's own, gone with it.
+class RootDirectory {
+public:
+    RootDirectory() {
+        char path[] = "/tmp/kestrel-XXXXXX";
+        m_path = ::mkdtemp(path);
+        ::setenv("KESTREL_ROOT", m_path.c_str(), 1);
+    }
+    ~RootDirectory() {
+        ::unsetenv("KESTREL_ROOT");
+        std::filesystem::remove_all(m_path);
+    }
+    RootDirectory(const RootDirectory&) = delete;
+    RootDirectory& operator=(const RootDirectory&) = delete;
+
+    std::string Of(const std::string& name) const { return m_path + "/" + name; }
+
+private:
+    std::string m_path;
+};
+
+// Polls until the claim holds; false when it did not within the deadline.
+template <typename Claim>
+bool Eventually(Claim claim) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!claim()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+} // namespace PlatformTest
+
+#endif

@@ -1,0 +1,57 @@
+#ifndef TESTS_PLATFORM_TEST_CLIENT_H
+#define TESTS_PLATFORM_TEST_CLIENT_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "tern/tern.h"
+
+namespace PlatformTest {
+
+// A frame as bytes.
+std::string Frame(std::uint8_t method, const std::string& payload = "", std::uint32_t sequence = 0);
+
+// The bytes of a number as it stands in memory.
+std::string Bytes(std::uint32_t number);
+
+struct Reply {
+    tern_header header;
+    std::uint32_t pieces;
+    std::uint32_t firstLength;
+    std::string payload;
+};
+
+// A client that speaks in bytes, so that it can misbehave. Every wait ends after a deadline.
+class TestClient {
+public:
+    explicit TestClient(const std::string& service = "test.orb");
+    ~TestClient() { Close(); }
+    TestClient(TestClient&& other) noexcept : m_fd(other.m_fd) { other.m_fd = -1; }
+    TestClient& operator=(TestClient&&) = delete;
+
+    int Fd() const { return m_fd; }
+    bool IsConnected() const { return m_fd >= 0; }
+    void Close();
+    void ShutDownWriting();
+
+    // False when the peer is gone.
+    bool Sends(const std::string& bytes);
+    // As much as the socket takes without waiting.
+    std::size_t SendsWithoutWaiting(const std::string& bytes);
+
+    // Nothing at the end of the stream or after the deadline.
+    std::optional<Reply> Receives();
+    std::optional<Reply> Asks(std::uint8_t method, const std::string& payload = "",
+                              std::uint32_t sequence = 0);
+    bool MeetsEnd();
+
+private:
+    bool ReadExactly(void* to, std::size_t length);
+
+    int m_fd;
+};
+
+} // namespace PlatformTest
+
+#endif
