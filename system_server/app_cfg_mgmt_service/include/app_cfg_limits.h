@@ -1,0 +1,32 @@
+// The limits that a client can meet, each with its reason. None is reachable in ordinary use.
+#ifndef APP_CFG_LIMITS_H
+#define APP_CFG_LIMITS_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace SystemServer {
+
+// A message's payload ends at 16 MiB, and so does what one reply can carry.
+constexpr uint64_t MAX_REPLY_BYTES = 16ULL << 20;
+
+// A document takes up to twenty times its text in memory: a larger file would starve a small device.
+constexpr uint64_t MAX_DOCUMENT_BYTES = 16ULL << 20;
+
+// Bytes that one data request may fetch from its document, references and containers included: each is
+// copied under the registry lock, where every other client waits.
+constexpr uint64_t MAX_REQUEST_WORK = 16ULL << 20;
+
+// What following one "${...}" reference counts for beside its bytes: the lookup itself.
+constexpr uint64_t REFERENCE_WORK = 256;
+
+// The document library gives up on references that nest deeper.
+constexpr int MAX_REFERENCE_DEPTH = 10;
+
+// Elements that one keyed raw set may leave empty before the indexes that it names: the library fills
+// them with nulls, 72 bytes each.
+constexpr uint64_t MAX_ARRAY_PADDING = 65535;
+
+} // namespace SystemServer
+
+#endif

@@ -1,0 +1,76 @@
+#include "app_cfg_aes256_cbc_crypto_mgr.h"
+
+#include <Poco/Crypto/CipherFactory.h>
+#include <Poco/Crypto/CipherKey.h>
+#include <Poco/Exception.h>
+
+#include <sstream>
+
+#include "acm_file.h"
+
+namespace SystemServer {
+
+namespace {
+
+constexpr char CIPHER_NAME[] = "aes-256-cbc";
+constexpr size_t BLOCK_SIZE = 16;
+constexpr char DEFAULT_IV_BYTE = '0';
+
+size_t CipherSize(size_t plainSize) {
+    return BLOCK_SIZE * (plainSize / BLOCK_SIZE + 1);
+}
+
+// An unreadable file counts as empty, and so as undecryptable; a shortage or a path that is no regular
+// file says nothing about the content and must not look like that.
+std::string ReadCipherText(const std::string& path) {
+    RequireRegularFile(path);
+    try {
+        return ReadRegularFile(path);
+    } catch (const Poco::FileException& fault) {
+        if (IsShortage(fault)) {
+            throw;
+        }
+        return std::string();
+    }
+}
+
+} // namespace
+
+AppCfgAes256CbcCryptoMgr::AppCfgAes256CbcCryptoMgr(const std::string& filePath, const std::string& key) :
+    AppCfgCryptoMgr(filePath, key), m_iv(BLOCK_SIZE, DEFAULT_IV_BYTE) {}
+
+AppCfgAes256CbcCryptoMgr::~AppCfgAes256CbcCryptoMgr() = default;
+
+Poco::Crypto::Cipher::Ptr AppCfgAes256CbcCryptoMgr::CreateCipher() const {
+    // As byte vectors: given strings, the library would derive another key from them.
+    const Poco::Crypto::CipherKey::ByteVec key(m_key.begin(), m_key.end());
+    const Poco::Crypto::CipherKey::ByteVec iv(m_iv.begin(), m_iv.end());
+    Poco::Crypto::Cipher::Ptr cipher(Poco::Crypto::CipherFactory::defaultFactory().createCipher(
+        Poco::Crypto::CipherKey(CIPHER_NAME, key, iv)));
+    if (cipher.isNull()) {
+        throw Poco::NullPointerException("no cipher", CIPHER_NAME);
+    }
+    return cipher;
+}
+
+std::shared_ptr<std::istream> AppCfgAes256CbcCryptoMgr::GetDecryptStream() {
+    const std::string cipherText = ReadCipherText(m_filePath);
+    const std::string plain = CreateCipher()->decryptString(cipherText, Poco::Crypto::Cipher::ENC_NONE);
+    return std::make_shared<std::istringstream>(plain);
+}
+
+void AppCfgAes256CbcCryptoMgr::Encrypt(const std::string& plain, std::string& cipher) {
+    cipher = CreateCipher()->encryptString(plain, Poco::Crypto::Cipher::ENC_NONE);
+    // The library's stream swallows faults and would hand over a cut text, which must not reach the file.
+    if (cipher.size() != CipherSize(plain.size())) {
+        throw Poco::IOException("encryption incomplete", m_filePath);
+    }
+}
+
+std::shared_ptr<AppCfgCryptoMgr> AppCfgAes256CbcCryptoMgr::Clone() {
+    auto clone = std::make_shared<AppCfgAes256CbcCryptoMgr>(m_filePath, m_key);
+    clone->m_iv = m_iv;
+    return clone;
+}
+
+} // namespace SystemServer
