@@ -1,0 +1,135 @@
+#ifndef APP_CFG_MGR_H
+#define APP_CFG_MGR_H
+
+#include <Poco/AutoPtr.h>
+#include <Poco/BasicEvent.h>
+#include <Poco/Util/AbstractConfiguration.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "app_cfg_crypto_mgr.h"
+
+namespace SystemServer {
+
+// One client's configuration file in memory. Owned by the registry; strategies hold a reference and are
+// stopped first.
+// Threads: data calls come from the event thread, Save and Backup from strategy threads, and the change
+// event is raised on the notification thread or, after a raw set, on the caller's.
+//
+// Lock order: the registry's lock; m_notifyMutex; m_saveMutex or m_backupMutex; then m_documentMutex while
+// the text is made, released before m_fileMutex is waited for. Reloading takes m_fileMutex and then
+// m_documentMutex. The document guard is never held while an event is raised or a file is written.
+class AppCfgMgr {
+public:
+    // Returns once the notification thread waits, so that a change that follows at once is heard.
+    AppCfgMgr(const std::string& cfgPath, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr);
+    AppCfgMgr(const AppCfgMgr&) = delete;
+    AppCfgMgr& operator=(const AppCfgMgr&) = delete;
+    virtual ~AppCfgMgr();
+
+    // Appends the value of each key of the query ("a,b.c") to values; 0. Throws Poco::NotFoundException for
+    // a missing key and Poco::RangeException for a request beyond MAX_REQUEST_WORK.
+    virtual int32_t GetData(const std::string& query, std::vector<std::string>& values) const = 0;
+
+    // Stores the values of the query ("a|1,b.c|2") as strings, in order and without rollback, and wakes the
+    // notification thread. 0, or -1 with a log line for a fault of grammar, an unknown key or a value that
+    // the format cannot hold.
+    virtual int32_t SetData(const std::string& query) = 0;
+
+    // Replaces or reads a fragment of the document. 0, or -1 with a log line.
+    virtual int32_t SetRawData(const std::string& key, const std::string& data) = 0;
+    virtual int32_t GetRawData(const std::string& key, std::string& data) = 0;
+
+    virtual bool IsConfigWritable() = 0;
+
+    // Write the document to the configuration file and to the backup copy. A failed write is only logged.
+    virtual void Save() = 0;
+    virtual void Backup() = 0;
+
+    // Copies the default file over the configuration and backup files and reloads the document. Throws what
+    // the file or document libraries throw.
+    virtual void Restore() = 0;
+
+    // Writes the document's text to the stream; a fault throws or leaves the stream bad.
+    virtual void Save(std::ostream& out) = 0;
+
+    // A manager of the same kind for another file, which it loads with the same encryption.
+    virtual std::shared_ptr<AppCfgMgr> DeepClone(const std::string& path) = 0;
+
+    // Writes the bytes in place: no temporary file and no rename, so that the file keeps its owner, mode and
+    // links; what a crash leaves, the backup copy covers. Failures are logged.
+    static void SyncSaveToPath(const std::string& data, const std::string& path);
+
+    // Copies src over dst when src exists.
+    static void Replace(const std::string& src, const std::string& dst);
+
+    // Waits until a change that was already announced has been raised.
+    void RaisePendingChange();
+
+    const std::string& GetCfgPath() const { return m_cfgPath; }
+    std::string GetBackupPath() const;
+    std::string GetDefaultPath() const;
+    void SetBackupPath(const std::string& path);
+    void SetDefaultPath(const std::string& path);
+    std::shared_ptr<AppCfgCryptoMgr> GetCryptoMgr() const;
+    void SetCryptoMgr(const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr);
+
+    // Raised after a change with the configuration path; the sender is this manager.
+    Poco::BasicEvent<const std::string> m_configChangedEvent;
+
+protected:
+    void SaveCfgToPath(const std::string& path);
+    void NotifyConfigChanged();
+
+    // A copy of the encryption manager that works on another file; empty for plain files.
+    std::shared_ptr<AppCfgCryptoMgr> CloneCryptoMgr(const std::string& path) const;
+
+    // Whether the format can write the value and read it back.
+    virtual bool IsStorable(const std::string& value) const = 0;
+
+    // Set by the subclass's constructor; the tree behind it is guarded by m_documentMutex.
+    Poco::AutoPtr<Poco::Util::AbstractConfiguration> m_config;
+    const std::string m_cfgPath;
+
+    // Serialises the writing of files with the reloading of the document, and guards what Save and Backup
+    // read beside the document: the next three members.
+    mutable std::mutex m_fileMutex;
+    std::string m_backupPath;
+    std::string m_defaultPath;
+    std::shared_ptr<AppCfgCryptoMgr> m_cryptoMgr;
+
+    // The document guard: held for every read, write, serialisation and reload of the tree, which is not
+    // safe even for two readers.
+    mutable std::mutex m_documentMutex;
+
+private:
+    void RunNotifyThread();
+    void RaiseConfigChanged() noexcept;
+    bool SetItem(const std::string& item, class AcmWorkBudget& budget);
+
+    std::mutex m_saveMutex;   // serialises Save()
+    std::mutex m_backupMutex; // serialises Backup()
+
+    // Guards the notification thread's wait and the two flags below. Kept while the event is raised, so that
+    // a set that ends meanwhile waits for the handlers and is heard after them.
+    std::mutex m_notifyMutex;
+    bool m_notifyWaiting = false;
+    bool m_notifyPending = false;
+    std::condition_variable_any m_notifyCond; // wakes the notification thread
+    std::condition_variable_any m_notifyIdle; // tells that it waits again
+    std::atomic<bool> m_notifyStop{false};
+    std::atomic<bool> m_notifyQuit{false};
+    std::shared_ptr<std::thread> m_notifyThread;
+};
+
+} // namespace SystemServer
+
+#endif

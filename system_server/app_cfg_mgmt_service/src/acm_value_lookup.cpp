@@ -1,0 +1,77 @@
+#include "acm_value_lookup.h"
+
+#include <Poco/Exception.h>
+
+namespace SystemServer {
+
+namespace {
+
+bool FetchRaw(const Poco::Util::AbstractConfiguration& config, const std::string& key, AcmWorkBudget& budget,
+              std::string& value) {
+    try {
+        value = config.getRawString(key);
+    } catch (const Poco::NotFoundException&) {
+        return false;
+    }
+    budget.Spend(value.size());
+    return true;
+}
+
+// The library's own expansion follows references without a bound on what they add up to.
+std::string Expand(const Poco::Util::AbstractConfiguration& config, const std::string& value,
+                   AcmWorkBudget& budget, int depth) {
+    if (depth > MAX_REFERENCE_DEPTH) {
+        throw Poco::CircularReferenceException("Too many property references encountered");
+    }
+    std::string result;
+    size_t at = 0;
+    for (;;) {
+        const size_t begin = value.find("${", at);
+        result.append(value, at, begin - at);
+        if (begin == std::string::npos) {
+            return result;
+        }
+        const size_t end = value.find('}', begin);
+        const std::string name = value.substr(begin + 2, end == std::string::npos ? end : end - begin - 2);
+        budget.Spend(REFERENCE_WORK);
+        std::string reference;
+        if (FetchRaw(config, name, budget, reference)) {
+            const std::string expanded = Expand(config, reference, budget, depth + 1);
+            budget.Spend(expanded.size());
+            result += expanded;
+        } else {
+            result.append("${").append(name).append("}");
+        }
+        if (end == std::string::npos) {
+            return result;
+        }
+        at = end + 1;
+    }
+}
+
+} // namespace
+
+void AcmWorkBudget::Spend(uint64_t bytes) {
+    if (bytes > m_left) {
+        throw Poco::RangeException("the request asks for too much of its document");
+    }
+    m_left -= bytes;
+}
+
+std::string LookUpValue(const Poco::Util::AbstractConfiguration& config, const std::string& key,
+                        AcmWorkBudget& budget) {
+    const std::string value = config.getRawString(key);
+    budget.Spend(value.size());
+    if (value.find("${") == std::string::npos) {
+        return value;
+    }
+    return Expand(config, value, budget, 1);
+}
+
+bool HasValue(const Poco::Util::AbstractConfiguration& config, const std::string& key,
+              AcmWorkBudget& budget) {
+    std::string value;
+    return FetchRaw(config, key, budget, value);
+}
+
+} // namespace SystemServer

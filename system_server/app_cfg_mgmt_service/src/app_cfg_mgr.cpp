@@ -1,0 +1,260 @@
+#include "app_cfg_mgr.h"
+
+#include <Poco/Exception.h>
+#include <Poco/File.h>
+#include <Poco/StringTokenizer.h>
+
+#include <algorithm>
+#include <fcntl.h>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "acm_descriptor.h"
+#include "acm_file.h"
+#include "acm_value_lookup.h"
+#include "app_cfg_fault.h"
+#include "app_cfg_log.h"
+
+namespace SystemServer {
+
+namespace {
+
+constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_mgr";
+
+constexpr char ITEM_SEPARATOR[] = ",";
+constexpr char KEY_VALUE_SEPARATOR = '|';
+
+void RequireDocument(const Poco::AutoPtr<Poco::Util::AbstractConfiguration>& config) {
+    if (config.isNull()) {
+        throw Poco::NullPointerException("no document");
+    }
+}
+
+} // namespace
+
+AppCfgMgr::AppCfgMgr(const std::string& cfgPath, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) :
+    m_cfgPath(cfgPath), m_cryptoMgr(cryptoMgr) {
+    std::unique_lock<std::mutex> lock(m_notifyMutex);
+    m_notifyThread = std::make_shared<std::thread>(&AppCfgMgr::RunNotifyThread, this);
+    m_notifyIdle.wait(lock, [this] { return m_notifyWaiting; });
+}
+
+AppCfgMgr::~AppCfgMgr() {
+    m_notifyStop = true;
+    {
+        const std::lock_guard<std::mutex> lock(m_notifyMutex);
+        m_notifyQuit = true;
+        m_notifyCond.notify_one();
+    }
+    m_notifyThread->join();
+}
+
+int32_t AppCfgMgr::GetData(const std::string& query, std::vector<std::string>& values) const {
+    const Poco::StringTokenizer keys(
+        query, ITEM_SEPARATOR, Poco::StringTokenizer::TOK_IGNORE_EMPTY | Poco::StringTokenizer::TOK_TRIM);
+    AcmWorkBudget budget;
+    const std::lock_guard<std::mutex> document(m_documentMutex);
+    for (const std::string& key : keys) {
+        RequireDocument(m_config);
+        values.push_back(LookUpValue(*m_config, key, budget));
+    }
+    return 0;
+}
+
+int32_t AppCfgMgr::SetData(const std::string& query) {
+    ACM_LOG(ACM_TRACE, "queryString : [%s]", query.c_str());
+    {
+        const Poco::StringTokenizer items(query, ITEM_SEPARATOR, Poco::StringTokenizer::TOK_IGNORE_EMPTY);
+        AcmWorkBudget budget;
+        const std::lock_guard<std::mutex> document(m_documentMutex);
+        for (const std::string& item : items) {
+            if (!SetItem(item, budget)) {
+                return -1;
+            }
+        }
+    }
+    const std::lock_guard<std::mutex> lock(m_notifyMutex);
+    m_notifyPending = true;
+    m_notifyCond.notify_one();
+    return 0;
+}
+
+bool AppCfgMgr::SetItem(const std::string& item, AcmWorkBudget& budget) {
+    if (std::count(item.begin(), item.end(), KEY_VALUE_SEPARATOR) != 1) {
+        ACM_LOG(ACM_ERROR, "invaild grammar[num of Key Value Separator not equal to 1]");
+        return false;
+    }
+    // Only the beginning: an item that ends with the separator sets an empty value, and clients use it.
+    if (item.front() == KEY_VALUE_SEPARATOR) {
+        ACM_LOG(ACM_ERROR, "invaild grammar[Key Value Separator at the beginning or end]");
+        return false;
+    }
+    RequireDocument(m_config);
+    const size_t separator = item.find(KEY_VALUE_SEPARATOR);
+    const std::string key = item.substr(0, separator);
+    const std::string value = item.substr(separator + 1);
+    if (!HasValue(*m_config, key, budget)) {
+        ACM_LOG(ACM_ERROR, "query key[%s] not found.", key.c_str());
+        return false;
+    }
+    if (!IsStorable(value)) {
+        ACM_LOG(ACM_ERROR, "value of key[%s] cannot be stored.", key.c_str());
+        return false;
+    }
+    m_config->setString(key, value);
+    return true;
+}
+
+void AppCfgMgr::Save() {
+    const std::lock_guard<std::mutex> lock(m_saveMutex);
+    ACM_LOG(ACM_TRACE, "save [%s]...", m_cfgPath.c_str());
+    SaveCfgToPath(m_cfgPath);
+    ACM_LOG(ACM_TRACE, "save [%s] done.", m_cfgPath.c_str());
+}
+
+void AppCfgMgr::Backup() {
+    const std::lock_guard<std::mutex> lock(m_backupMutex);
+    const std::string backupPath = GetBackupPath();
+    ACM_LOG(ACM_TRACE, "backup [%s] to [%s]...", m_cfgPath.c_str(), backupPath.c_str());
+    SaveCfgToPath(backupPath);
+    ACM_LOG(ACM_TRACE, "backup [%s] to [%s] done.", m_cfgPath.c_str(), backupPath.c_str());
+}
+
+void AppCfgMgr::Restore() {
+    const std::string defaultPath = GetDefaultPath();
+    if (defaultPath.empty()) {
+        return;
+    }
+    Replace(defaultPath, m_cfgPath);
+    // Else a later recovery from the backup would bring the old values back.
+    const std::string backupPath = GetBackupPath();
+    if (!backupPath.empty()) {
+        Replace(defaultPath, backupPath);
+    }
+}
+
+void AppCfgMgr::Save(std::ostream&) {}
+
+bool AppCfgMgr::IsConfigWritable() {
+    return false;
+}
+
+void AppCfgMgr::SaveCfgToPath(const std::string& path) {
+    if (!IsConfigWritable() || path.empty()) {
+        return;
+    }
+    std::ostringstream stream;
+    Save(stream);
+    if (!stream.good()) {
+        ACM_LOG(ACM_ERROR, "serialise [%s] fail. [%s] is left as it is.", m_cfgPath.c_str(), path.c_str());
+        return;
+    }
+    const std::string text = stream.str();
+    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    if (m_cryptoMgr) {
+        std::string cipher;
+        m_cryptoMgr->Encrypt(text, cipher);
+        SyncSaveToPath(cipher, path);
+    } else {
+        SyncSaveToPath(text, path);
+    }
+}
+
+void AppCfgMgr::SyncSaveToPath(const std::string& data, const std::string& path) {
+    // O_NONBLOCK means nothing to a regular file; a FIFO in its place would wait for a reader without it.
+    const AcmDescriptor file(open(
+        path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, S_IRUSR | S_IWUSR));
+    if (file.Get() == -1) {
+        ACM_LOG(ACM_ERROR, "open [%s] fail.", path.c_str());
+        return;
+    }
+    const ssize_t written = write(file.Get(), data.data(), data.size());
+    if (written < 0 || static_cast<size_t>(written) != data.size()) {
+        ACM_LOG(ACM_ERROR, "write [%s] fail.required wr len[%zu] actual wr len[%zd].", path.c_str(),
+                data.size(), written);
+    } else if (fsync(file.Get()) == -1) {
+        ACM_LOG(ACM_ERROR, "fsync [%s] fail.", path.c_str());
+    }
+}
+
+void AppCfgMgr::Replace(const std::string& src, const std::string& dst) {
+    if (src.empty()) {
+        return;
+    }
+    if (!Poco::File(src).exists()) {
+        ACM_LOG(ACM_INFO, "default[%s] not exists.", src.c_str());
+        return;
+    }
+    CopyRegularFile(src, dst);
+    ACM_LOG(ACM_INFO, "copy default[%s] to cfg[%s] done.", src.c_str(), dst.c_str());
+}
+
+void AppCfgMgr::RaisePendingChange() {
+    std::unique_lock<std::mutex> lock(m_notifyMutex);
+    m_notifyIdle.wait(lock, [this] { return !m_notifyPending; });
+}
+
+void AppCfgMgr::RunNotifyThread() {
+    Fence(LOG_FILE, __LINE__, [this] { NotifyConfigChanged(); });
+}
+
+void AppCfgMgr::NotifyConfigChanged() {
+    while (!m_notifyStop) {
+        std::unique_lock<std::mutex> lock(m_notifyMutex);
+        m_notifyWaiting = true;
+        m_notifyIdle.notify_all();
+        while (!m_notifyQuit) {
+            m_notifyCond.wait(lock);
+            RaiseConfigChanged();
+            m_notifyPending = false;
+            m_notifyIdle.notify_all();
+        }
+    }
+}
+
+void AppCfgMgr::RaiseConfigChanged() noexcept {
+    Fence(LOG_FILE, __LINE__, [this] { m_configChangedEvent(this, m_cfgPath); });
+}
+
+std::string AppCfgMgr::GetBackupPath() const {
+    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    return m_backupPath;
+}
+
+std::string AppCfgMgr::GetDefaultPath() const {
+    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    return m_defaultPath;
+}
+
+void AppCfgMgr::SetBackupPath(const std::string& path) {
+    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    m_backupPath = path;
+}
+
+void AppCfgMgr::SetDefaultPath(const std::string& path) {
+    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    m_defaultPath = path;
+}
+
+std::shared_ptr<AppCfgCryptoMgr> AppCfgMgr::GetCryptoMgr() const {
+    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    return m_cryptoMgr;
+}
+
+void AppCfgMgr::SetCryptoMgr(const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
+    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    m_cryptoMgr = cryptoMgr;
+}
+
+std::shared_ptr<AppCfgCryptoMgr> AppCfgMgr::CloneCryptoMgr(const std::string& path) const {
+    const std::shared_ptr<AppCfgCryptoMgr> cryptoMgr = GetCryptoMgr();
+    if (!cryptoMgr) {
+        return nullptr;
+    }
+    const std::shared_ptr<AppCfgCryptoMgr> clone = cryptoMgr->Clone();
+    clone->m_filePath = path;
+    return clone;
+}
+
+} // namespace SystemServer

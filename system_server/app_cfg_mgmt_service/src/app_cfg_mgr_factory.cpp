@@ -1,0 +1,41 @@
+#include "app_cfg_mgr_factory.h"
+
+#include <exception>
+
+#include "acm_file.h"
+#include "app_cfg_fault.h"
+#include "app_cfg_json_mgr.h"
+
+namespace SystemServer {
+
+namespace {
+
+constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_mgr_factory";
+
+std::shared_ptr<AppCfgMgr> MakeManager(ConfigStorageType type, const std::string& path,
+                                       const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
+    switch (type) {
+    case ConfigStorageType::JSON:
+        return std::make_shared<AppCfgJsonMgr>(path, cryptoMgr);
+    default:
+        return nullptr;
+    }
+}
+
+} // namespace
+
+std::shared_ptr<AppCfgMgr>
+AppCfgMgrFactory::CreateAppCfgMgr(ConfigStorageType type, const std::string& path,
+                                  const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
+    try {
+        return MakeManager(type, path, cryptoMgr);
+    } catch (const std::exception& fault) {
+        if (IsShortage(fault)) {
+            throw;
+        }
+        LogCurrentFault(LOG_FILE, __LINE__);
+        return nullptr;
+    }
+}
+
+} // namespace SystemServer
