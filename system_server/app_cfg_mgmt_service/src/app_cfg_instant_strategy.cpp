@@ -1,0 +1,32 @@
+#include "app_cfg_instant_strategy.h"
+
+#include <Poco/Delegate.h>
+
+namespace SystemServer {
+
+namespace {
+
+Poco::Delegate<AppCfgInstantStrategy, const std::string> ChangeDelegate(AppCfgInstantStrategy* strategy) {
+    return Poco::delegate(strategy, &AppCfgInstantStrategy::OnConfigChangedEvent);
+}
+
+} // namespace
+
+AppCfgInstantStrategy::AppCfgInstantStrategy(AppCfgMgr& manager, AppCfgStrategyType type) :
+    AppCfgStrategy(manager, type) {}
+
+AppCfgInstantStrategy::~AppCfgInstantStrategy() = default;
+
+void AppCfgInstantStrategy::Start() {
+    m_manager.m_configChangedEvent += ChangeDelegate(this);
+}
+
+void AppCfgInstantStrategy::Stop() {
+    m_manager.m_configChangedEvent -= ChangeDelegate(this);
+}
+
+void AppCfgInstantStrategy::OnConfigChangedEvent(const void*, const std::string&) {
+    Execute();
+}
+
+} // namespace SystemServer
