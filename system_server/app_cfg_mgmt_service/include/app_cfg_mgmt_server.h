@@ -1,0 +1,137 @@
+#ifndef APP_CFG_MGMT_SERVER_H
+#define APP_CFG_MGMT_SERVER_H
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "app_cfg_mgr.h"
+#include "app_cfg_strategy.h"
+#include "app_cfg_wire.h"
+#include "kestrel/kestrel.h"
+#include "tern/tern.h"
+
+namespace SystemServer {
+
+// What a handler answers. The content comes from the request's pool and lives as long as its message.
+struct ReplyMsgInfo {
+    uint16_t status;
+    void* content;
+    uint32_t contentLen;
+};
+
+// The service's front end: start-up, dispatch of requests, the registry of items and the handlers.
+// Static only. Threads: everything runs on the framework's event thread, one message at a time; the
+// registry's lock is taken by each handler for its whole run, its reply included.
+class AppCfgMgmtServer {
+public:
+    AppCfgMgmtServer() = delete;
+
+    // One client's live item. Released in this order: backup strategy, save strategy, manager.
+    struct AppCfgMgmtItem {
+        int32_t connFd; // the connection that made the item; its close ends it
+        std::shared_ptr<AppCfgMgr> appCfgMgr;
+        std::shared_ptr<AppCfgStrategy> saveStrategy;
+        std::shared_ptr<AppCfgStrategy> backupStrategy;
+    };
+    using ItemMap = std::map<std::string, AppCfgMgmtItem>;
+
+    // What is known of the peer of a connection.
+    struct ConnectionInfo {
+        int32_t pid = 0;
+    };
+
+    // Start-up and event loop. Returns the loop's result when it ends, or -1 when start-up failed.
+    static int Run();
+    // 0, or -1 with a log line when the process could not become that user with the service's capabilities.
+    static int ChangeServerCapability(const std::string& userName);
+
+    // The framework's callbacks. Nothing thrown leaves them.
+    static int StartServer(kestrel_server* server, void* arg);
+    static void CloseConnection(kestrel_connection* conn);
+    static void ProcessMsg(tern_message* msg, kestrel_connection* conn);
+
+    // The handlers. Each replies exactly once.
+    static void CreateAppCfgItem(tern_message* msg, kestrel_connection* conn);
+    static void DeleteAppCfgItem(tern_message* msg, kestrel_connection* conn);
+    static void GetAppCfgData(tern_message* msg, kestrel_connection* conn);
+    static void SetAppCfgData(tern_message* msg, kestrel_connection* conn);
+    static void GetAppCfgRawData(tern_message* msg, kestrel_connection* conn);
+    static void SetAppCfgRawData(tern_message* msg, kestrel_connection* conn);
+    static void RestoreDefaultCfg(tern_message* msg, kestrel_connection* conn);
+
+    // Points record at the message's content, which holds at least requiredLen bytes; no copy. 0, or -1.
+    template <typename Record>
+    static int GetParamFromContent(tern_message* msg, kestrel_connection* conn, Record** record,
+                                   uint32_t requiredLen) {
+        void* content = nullptr;
+        if (FetchContent(msg, conn, &content, requiredLen) != 0) {
+            return -1;
+        }
+        *record = static_cast<Record*>(content);
+        return 0;
+    }
+    static int ReplyMsg(tern_message* msg, kestrel_connection* conn, const ReplyMsgInfo* info);
+
+    // The registry's key of a handle: "owner.name.index". A handle whose names hold points can share the key
+    // of another; it is taken as it is.
+    static std::string GetAppCfgKey(const AppCfgHndl* hndl);
+
+    static int GetConnectionInfo(kestrel_connection* conn, ConnectionInfo* info);
+    // The path with its placeholders replaced; what is no known placeholder stays as text.
+    static std::string ExpandPath(const std::string& path, ConnectionInfo* info);
+    static std::string GetContainerRootPath(ConnectionInfo* info);
+    static std::string GetDefaultSettingPath(ConnectionInfo* info);
+    static std::string GetDefaultBackupPath(ConnectionInfo* info);
+
+    // Copies the source over the configuration file and loads that; empty when there is no source or the
+    // copy cannot be loaded either.
+    static std::shared_ptr<AppCfgMgr>
+    CreateAppCfgMgrByFile(ConfigStorageType storageType, const std::string& cfgPath,
+                          const std::string& sourcePath, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr);
+
+    static const std::string SERVICE_USERNAME;
+    static const std::string DEFAULT_SETTING_PATH;
+    static const std::string DEFAULT_BACKUP_PATH;
+    static const std::string KESTREL_ROOT_DEFAULT;
+    static const std::string APP_MGR_SERVICE;
+    static const std::string CONTAINER_ROOT_PATH_KEY;
+    static const std::string DEFAULT_SETTING_PATH_KEY;
+    static const std::string DEFAULT_BACKUP_PATH_KEY;
+
+    static const kestrel_server_ops m_serverOps;
+    static const kestrel_connection_ops m_connectionOps;
+    static const kestrel_protocol_ops m_protocolOps;
+
+    // Guards the registry and every manager and strategy reached through it. The outermost lock of the
+    // service: nothing inside a manager or strategy ever takes it, and the locks of AppCfgMgr come after.
+    static std::mutex m_itemMapMutex;
+    static ItemMap m_appCfgMgmtItemMap;
+
+private:
+    using MsgHndl = std::function<void(tern_message*, kestrel_connection*)>;
+    using PathVarFinder = std::function<std::string(ConnectionInfo*)>;
+
+    static int FetchContent(tern_message* msg, kestrel_connection* conn, void** content,
+                            uint32_t requiredLen);
+
+    template <typename Body>
+    static uint16_t Serve(tern_message* msg, kestrel_connection* conn, Body&& body);
+    template <typename Record, typename Body>
+    static uint16_t ServeItem(tern_message* msg, kestrel_connection* conn, uint32_t requiredLen, Body&& body,
+                              uint16_t shortStatus = APP_CFG_STATUS_BAD_REQUEST);
+
+    static void RemoveItemsOf(int32_t connFd);
+    static void RemoveAllItems();
+
+    static const std::array<MsgHndl, 25> m_msgHndl;
+    static const std::map<std::string, PathVarFinder> m_pathVarFinder;
+};
+
+} // namespace SystemServer
+
+#endif

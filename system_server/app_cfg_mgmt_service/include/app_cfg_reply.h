@@ -1,0 +1,23 @@
+// Building the contents of replies, in the pool of the message that they answer.
+#ifndef APP_CFG_REPLY_H
+#define APP_CFG_REPLY_H
+
+#include <string>
+#include <vector>
+
+#include "app_cfg_mgmt_server.h"
+
+namespace SystemServer {
+
+// Fills the reply with the values and status 200; leaves it as it is, with a log line, when it cannot.
+void BuildDataReply(tern_message* msg, const kestrel_connection* conn, const std::vector<std::string>& values,
+                    ReplyMsgInfo& reply);
+
+// Fills the reply with the fragment that the request asked for and status 200, or with status 500 and a log
+// line when it cannot. The request's dataLen is changed in place.
+void BuildRawReply(tern_message* msg, AppCfgRawDataReq& request, const std::string& query,
+                   const std::string& fragment, ReplyMsgInfo& reply);
+
+} // namespace SystemServer
+
+#endif

@@ -1,0 +1,252 @@
+#include "app_cfg_item_creation.h"
+
+#include <Poco/File.h>
+#include <Poco/Path.h>
+
+#include <utility>
+
+#include "acm_file.h"
+#include "app_cfg_backup_strategy_factory.h"
+#include "app_cfg_crypto_mgr_factory.h"
+#include "app_cfg_fault.h"
+#include "app_cfg_log.h"
+#include "app_cfg_mgr_factory.h"
+#include "app_cfg_record.h"
+#include "app_cfg_save_strategy_factory.h"
+
+namespace SystemServer {
+
+namespace {
+
+constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_item_creation";
+
+bool Exists(const std::string& path) {
+    return Poco::File(path).exists();
+}
+
+bool IsUnixPath(const std::string& path) {
+    return Poco::Path().tryParse(path, Poco::Path::PATH_UNIX);
+}
+
+} // namespace
+
+AppCfgItemCreation::AppCfgItemCreation(const AppCfgCreateReq& request, kestrel_connection& conn) :
+    m_request(request), m_conn(conn),
+    m_key(AppCfgMgmtServer::GetAppCfgKey(&request.hndl)), m_item{conn.fd, nullptr, nullptr, nullptr} {}
+
+// A registered item has left m_item empty.
+AppCfgItemCreation::~AppCfgItemCreation() {
+    for (const auto& strategy : {m_item.backupStrategy, m_item.saveStrategy}) {
+        if (strategy) {
+            Fence(LOG_FILE, __LINE__, [&] { strategy->Stop(); });
+        }
+    }
+}
+
+uint16_t AppCfgItemCreation::Run() {
+    EraseOldItem();
+    ExpandPaths();
+    if (!ArePathsValid()) {
+        return APP_CFG_STATUS_BAD_REQUEST;
+    }
+    LogPaths();
+    RequireUsableFiles();
+    if (!RecoverMissingFile()) {
+        return APP_CFG_STATUS_NOT_FOUND;
+    }
+    if (!CreateCryptoMgr() || !LoadConfiguration()) {
+        return APP_CFG_STATUS_FORBIDDEN;
+    }
+    if (m_item.appCfgMgr->IsConfigWritable()) {
+        StartStrategies();
+    }
+    Register();
+    return APP_CFG_STATUS_OK;
+}
+
+void AppCfgItemCreation::EraseOldItem() {
+    auto& items = AppCfgMgmtServer::m_appCfgMgmtItemMap;
+    const auto old = items.find(m_key);
+    if (old == items.end()) {
+        return;
+    }
+    ACM_LOG(ACM_ERROR, "connect fd[%d] : appCfgKey[%s] already exist.", m_conn.fd, m_key.c_str());
+    old->second.appCfgMgr->RaisePendingChange();
+    if (old->second.backupStrategy) {
+        old->second.backupStrategy->Stop();
+    }
+    if (old->second.saveStrategy) {
+        old->second.saveStrategy->Stop();
+    }
+    items.erase(old);
+}
+
+void AppCfgItemCreation::ExpandPaths() {
+    AppCfgMgmtServer::ConnectionInfo info;
+    AppCfgMgmtServer::GetConnectionInfo(&m_conn, &info);
+    m_cfgPath = AppCfgMgmtServer::ExpandPath(FieldText(m_request.cfgPath), &info);
+    m_backupPath = AppCfgMgmtServer::ExpandPath(FieldText(m_request.backupPath), &info);
+    m_defaultPath = AppCfgMgmtServer::ExpandPath(FieldText(m_request.defaultPath), &info);
+}
+
+bool AppCfgItemCreation::ArePathsValid() const {
+    if (!m_backupPath.empty() && !IsUnixPath(m_backupPath)) {
+        ACM_LOG(ACM_ERROR, "connect fd[%d] : invalid backup path[%s].", m_conn.fd, m_backupPath.c_str());
+        return false;
+    }
+    if (!m_defaultPath.empty() && !IsUnixPath(m_defaultPath)) {
+        ACM_LOG(ACM_ERROR, "connect fd[%d] : invalid default path[%s].", m_conn.fd, m_defaultPath.c_str());
+        return false;
+    }
+    return true;
+}
+
+void AppCfgItemCreation::LogPaths() const {
+    ACM_LOG(ACM_INFO, "------------cfg create info------------");
+    ACM_LOG(ACM_INFO, "config path:%s", m_cfgPath.c_str());
+    ACM_LOG(ACM_INFO, "backup path:%s", m_backupPath.c_str());
+    ACM_LOG(ACM_INFO, "default path:%s", m_defaultPath.c_str());
+    ACM_LOG(ACM_INFO, "---------------------------------------");
+}
+
+// Before any file is opened or copied: a FIFO would hang the service, a device never ends.
+void AppCfgItemCreation::RequireUsableFiles() const {
+    RequireRegularFile(m_cfgPath);
+    RequireWriteTarget(m_backupPath);
+    RequireRegularFile(m_defaultPath);
+}
+
+bool AppCfgItemCreation::RecoverMissingFile() {
+    const int fd = m_conn.fd;
+    const char* const cfg = m_cfgPath.c_str();
+    if (Exists(m_cfgPath)) {
+        if (!m_backupPath.empty() && !Exists(m_backupPath)) {
+            CopyRegularFile(m_cfgPath, m_backupPath);
+        }
+        return true;
+    }
+    ACM_LOG(ACM_INFO, "connect fd[%d] : config file[%s] not exists.try to recover...\n", fd, cfg);
+    // An empty path is no file to the library but a fault; a missing file without a backup path is refused.
+    if (Exists(m_backupPath)) {
+        const char* const backup = m_backupPath.c_str();
+        ACM_LOG(ACM_INFO, "connect fd[%d] : try to restore config file[%s] from backup[%s]...\n", fd, cfg,
+                backup);
+        CopyRegularFile(m_backupPath, m_cfgPath);
+        ACM_LOG(ACM_INFO, "connect fd[%d] : restore config file[%s] from backup[%s] done.\n", fd, cfg,
+                backup);
+        return true;
+    }
+    if (Exists(m_defaultPath)) {
+        const char* const defaults = m_defaultPath.c_str();
+        ACM_LOG(ACM_INFO, "connect fd[%d] : try to restore config file[%s] from default[%s]...\n", fd, cfg,
+                defaults);
+        CopyRegularFile(m_defaultPath, m_cfgPath);
+        if (!m_backupPath.empty()) {
+            CopyRegularFile(m_defaultPath, m_backupPath);
+        }
+        ACM_LOG(ACM_INFO, "connect fd[%d] : restore config file[%s] from default[%s] done.\n", fd, cfg,
+                defaults);
+        return true;
+    }
+    ACM_LOG(ACM_ERROR, "connect fd[%d] : config file[%s] not exists & recover fail.\n", fd, cfg);
+    return false;
+}
+
+bool AppCfgItemCreation::CreateCryptoMgr() {
+    ACM_LOG(ACM_INFO, "create crypto mgr start...");
+    if (m_request.cryptoType != ConfigCryptoType::NONE) {
+        m_cryptoMgr = AppCfgCryptoMgrFactory::CreateAppCfgCryptoMgr(m_request.cryptoType, m_cfgPath,
+                                                                    m_request.cryptoParam);
+        if (!m_cryptoMgr) {
+            ACM_LOG(ACM_ERROR, "connect fd[%d] : invalid crypto type[%d] or param.", m_conn.fd,
+                    static_cast<int>(m_request.cryptoType));
+            return false;
+        }
+    }
+    ACM_LOG(ACM_INFO, "create crypto mgr done.");
+    return true;
+}
+
+bool AppCfgItemCreation::LoadConfiguration() {
+    ACM_LOG(ACM_INFO, "create app cfg mgr start...");
+    m_item.appCfgMgr = AppCfgMgrFactory::CreateAppCfgMgr(m_request.storageType, m_cfgPath, m_cryptoMgr);
+    if (!m_item.appCfgMgr && !LoadFrom("backup", m_backupPath) && !LoadFrom("default", m_defaultPath)) {
+        ACM_LOG(ACM_ERROR,
+                "connect fd[%d] : invalid config file format or unsupported config storage type[%d].",
+                m_conn.fd, static_cast<int>(m_request.storageType));
+        return false;
+    }
+    ACM_LOG(ACM_INFO, "create app cfg mgr done.");
+    return true;
+}
+
+// Overwrites a file that could not be loaded by a copy, and loads that.
+bool AppCfgItemCreation::LoadFrom(const char* sourceName, const std::string& sourcePath) {
+    ACM_LOG(ACM_INFO, "connect fd[%d] : try to restore config file[%s] from %s[%s]...\n", m_conn.fd,
+            m_cfgPath.c_str(), sourceName, sourcePath.c_str());
+    m_item.appCfgMgr =
+        AppCfgMgmtServer::CreateAppCfgMgrByFile(m_request.storageType, m_cfgPath, sourcePath, m_cryptoMgr);
+    ACM_LOG(ACM_INFO, "connect fd[%d] : restore config file[%s] from %s[%s] %s.\n", m_conn.fd,
+            m_cfgPath.c_str(), sourceName, sourcePath.c_str(), m_item.appCfgMgr ? "done" : "fail");
+    return m_item.appCfgMgr != nullptr;
+}
+
+void AppCfgItemCreation::StartStrategies() {
+    AppCfgMgr& manager = *m_item.appCfgMgr;
+    m_item.saveStrategy =
+        AppCfgSaveStrategyFactory::CreateAppCfgSaveStrategy(m_request.saveStrategy, manager);
+    if (m_item.saveStrategy) {
+        ACM_LOG(ACM_INFO, "start save strategy ...");
+        m_item.saveStrategy->Start();
+        ACM_LOG(ACM_INFO, "start save strategy done.");
+    }
+    m_item.backupStrategy =
+        AppCfgBackupStrategyFactory::CreateAppCfgBackupStrategy(m_request.backupStrategy, manager);
+    if (m_item.backupStrategy) {
+        ACM_LOG(ACM_INFO, "start backup strategy ...");
+        m_item.backupStrategy->Start();
+        ACM_LOG(ACM_INFO, "start backup strategy done.");
+        SetCopyPaths();
+    }
+}
+
+// An item without a backup strategy has neither path on its manager: restoring then only reloads its file.
+void AppCfgItemCreation::SetCopyPaths() {
+    if (!m_backupPath.empty()) {
+        ACM_LOG(ACM_INFO, "set backup path [%s]...", m_backupPath.c_str());
+        m_item.appCfgMgr->SetBackupPath(m_backupPath);
+        ACM_LOG(ACM_INFO, "set backup path done.");
+    }
+    if (!m_defaultPath.empty()) {
+        ACM_LOG(ACM_INFO, "set default path [%s]...", m_defaultPath.c_str());
+        m_item.appCfgMgr->SetDefaultPath(m_defaultPath);
+        ACM_LOG(ACM_INFO, "set default path done.");
+    }
+}
+
+void AppCfgItemCreation::Register() {
+    ACM_LOG(ACM_INFO, "create new app cfg mgmt item... ");
+    ACM_LOG(ACM_INFO, "------------cfg info------------");
+    ACM_LOG(ACM_INFO, "config path:%s", m_cfgPath.c_str());
+    ACM_LOG(ACM_INFO, "config hndl:%s", m_key.c_str());
+    ACM_LOG(ACM_INFO, "config writable:%s", m_item.appCfgMgr->IsConfigWritable() ? "true" : "false");
+    ACM_LOG(ACM_INFO, "config save strategy:%d", static_cast<int>(m_request.saveStrategy));
+    ACM_LOG(ACM_INFO, "config backup strategy:%d", static_cast<int>(m_request.backupStrategy));
+    ACM_LOG(ACM_INFO, "--------------------------------");
+    AppCfgMgmtServer::m_appCfgMgmtItemMap.emplace(m_key, m_item);
+    m_item = {};
+    ACM_LOG(ACM_INFO, "create new app cfg mgmt item done. ");
+}
+
+std::shared_ptr<AppCfgMgr>
+AppCfgMgmtServer::CreateAppCfgMgrByFile(ConfigStorageType storageType, const std::string& cfgPath,
+                                        const std::string& sourcePath,
+                                        const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
+    if (sourcePath.empty() || !Exists(sourcePath)) {
+        return nullptr;
+    }
+    AppCfgMgr::Replace(sourcePath, cfgPath);
+    return AppCfgMgrFactory::CreateAppCfgMgr(storageType, cfgPath, cryptoMgr);
+}
+
+} // namespace SystemServer
