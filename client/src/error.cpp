@@ -6,7 +6,9 @@ namespace {
 const char* BadRequestMeaning(Request request) {
     switch (request) {
     case Request::CREATE:
-        return "bad request: an invalid backup or default path, or a file that could not be read or copied";
+        return "bad request: an invalid backup or default path, no such path for a file that is missing, or "
+               "a file "
+               "that cannot be read or copied";
     case Request::GET:
         return "bad request: a key is not in the document, or its value cannot be expanded";
     case Request::SET:
