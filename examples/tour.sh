@@ -42,7 +42,8 @@ ask() {
         fi
         REPLY_TEXT+=$line$'\n'
     done
-    fail "no answer to '$1'"
+    printf '%s' "$REPLY_TEXT" | indented
+    fail "the shell ended, or did not answer in time"
 }
 
 # expect TEXT: the last command printed exactly this.

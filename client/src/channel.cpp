@@ -1,6 +1,7 @@
 #include "channel.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <fcntl.h>
 #include <system_error>
 #include <unistd.h>
@@ -45,6 +46,12 @@ std::string ErrnoText(int error) {
     return error == 0 ? "the connection was closed" : std::generic_category().message(error);
 }
 
+// The path as given; the framework may look it up elsewhere.
+std::string PathText(const char* path) {
+    const char* root = std::getenv("KESTREL_ROOT");
+    return std::string(path) + (root != nullptr ? std::string(" with KESTREL_ROOT=") + root : "");
+}
+
 Message NewMessage() {
     Message message(tern_message_new(0));
     if (!message) {
@@ -57,7 +64,8 @@ Message NewMessage() {
 
 Channel::Channel(const char* path) : m_fd(kestrel_open(path, O_RDWR)) {
     if (m_fd < 0) {
-        throw ConnectionError(std::string("cannot reach the service at ") + path + ": " + ErrnoText(errno));
+        const int error = errno;
+        throw ConnectionError("cannot reach the service at " + PathText(path) + ": " + ErrnoText(error));
     }
 }
 

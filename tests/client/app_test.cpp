@@ -25,7 +25,7 @@ class SmallService {
 public:
     Bytes operator()(const Bytes& request) {
         const char* record = reinterpret_cast<const char*>(request.data()) + 24;
-        const std::string query(record + 72);
+        const std::string query(request.size() > 24 + 72 ? record + 72 : "");
         if (std::string(record + 32) == "gone") {
             return ReplyTo(request, 404);
         }
