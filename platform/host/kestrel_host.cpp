@@ -146,9 +146,7 @@ int main(int argc, char** argv) {
     RaiseDescriptorLimit();
     LimitThreadStacks();
     kestrel_socket_access(options.mode, options.group);
-    const int result = RunService(options);
-    // The service has ended: a repeated request to stop must not turn its result into a signal's.
-    ::signal(SIGTERM, SIG_IGN);
-    ::signal(SIGINT, SIG_IGN);
-    return result;
+    // A request to stop that comes while the service starts, or again while it ends, is heard in order.
+    kestrel_catch_stop_signals();
+    return RunService(options);
 }

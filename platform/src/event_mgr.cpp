@@ -59,6 +59,9 @@ int EventMgr::Run(int timeout) {
         KESTREL_LOG(3, "more than %zu loops run in this process", MAX_RUNNING_LOOPS);
         return -1;
     }
+    if (StopSignals::HaveCome()) {
+        Stop();
+    }
     m_stopped = false;
     if (timeout >= 0 && !m_timeout.AddTimer(timeout)) {
         return -1;

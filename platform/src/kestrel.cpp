@@ -9,6 +9,7 @@
 
 #include "event_mgr.h"
 #include "paths.h"
+#include "stop_signals.h"
 
 namespace {
 
@@ -82,6 +83,10 @@ void kestrel_event_mgr_stop(kestrel_event_mgr* mgr) {
     if (mgr != nullptr) {
         mgr->Stop();
     }
+}
+
+void kestrel_catch_stop_signals(void) {
+    Kestrel::StopSignals::CatchUntilExit();
 }
 
 void kestrel_event_mgr_free(kestrel_event_mgr* mgr) {

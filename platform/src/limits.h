@@ -70,6 +70,10 @@ constexpr std::size_t MAX_RUNNING_LOOPS = 16;
 constexpr std::size_t POOL_INLINE = 512;
 constexpr std::size_t POOL_CHUNK = 4096 - 64;
 
+// The largest piece of a pool: a few times the largest payload. Nobody needs more for one message, and a
+// length that was computed wrongly is refused before the allocator sees it.
+constexpr std::size_t POOL_MAX_PIECE = 64U << 20;
+
 // The host's descriptor limit: so many connections with an ordinary partial frame each take 64 MiB, which
 // a 32-bit address space still has room for.
 constexpr std::uint64_t MAX_DESCRIPTORS = 4096;

@@ -1,6 +1,5 @@
 #include "pool.h"
 
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -24,7 +23,7 @@ std::size_t RoundUp(std::size_t size) {
 } // namespace
 
 void* Pool::Allocate(std::size_t size) {
-    if (size > SIZE_MAX / 2) {
+    if (size > POOL_MAX_PIECE) {
         return nullptr;
     }
     if (size > SHARED_LIMIT) {

@@ -24,11 +24,16 @@ struct sigaction g_formerInt;
 // Read by the handler. A slot holds 1 + the descriptor, 0 when it is free.
 std::atomic<int> g_slots[MAX_RUNNING_LOOPS];
 std::atomic<int> g_inHandler{0};
+std::atomic<int> g_untilExit{0};
+std::atomic<int> g_come{0};
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler uses it");
 
 void OnSignal(int) {
     const int kept = errno;
     ++g_inHandler;
+    if (g_untilExit != 0) {
+        g_come = 1;
+    }
     for (std::atomic<int>& slot : g_slots) {
         const std::uint64_t one = 1;
         const int fd = slot.load() - 1;
@@ -51,6 +56,17 @@ void Install() {
 }
 
 } // namespace
+
+void StopSignals::CatchUntilExit() {
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    if (g_untilExit.exchange(1) == 0 && g_loops++ == 0) {
+        Install();
+    }
+}
+
+bool StopSignals::HaveCome() {
+    return g_come != 0;
+}
 
 StopSignals::StopSignals(int eventFd) {
     const std::lock_guard<std::mutex> lock(g_mutex);

@@ -15,6 +15,11 @@ public:
     StopSignals(const StopSignals&) = delete;
     StopSignals& operator=(const StopSignals&) = delete;
 
+    // For a host process: catches the signals from now on. Any thread.
+    static void CatchUntilExit();
+    // One came since then: no loop is to run any more.
+    static bool HaveCome();
+
     // False when too many loops run.
     bool AreCaught() const { return m_caught; }
 

@@ -16,7 +16,9 @@ AServer* g_test = nullptr;
 // The framework's callbacks carry no context; one test runs at a time.
 std::uint32_t FirstWord(const void* content, std::uint32_t length) {
     std::uint32_t word = 0;
-    std::memcpy(&word, content, std::min<std::size_t>(length, sizeof word));
+    if (length > 0) {
+        std::memcpy(&word, content, std::min<std::size_t>(length, sizeof word));
+    }
     return word;
 }
 

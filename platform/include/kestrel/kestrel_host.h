@@ -11,6 +11,10 @@ extern "C" {
 // Asks a running loop to stop as SIGTERM does. Any thread; also safe before the loop runs.
 void kestrel_event_mgr_stop(kestrel_event_mgr* mgr);
 
+// Catches SIGTERM and SIGINT until the process ends, not only while a loop runs: one that arrives earlier
+// stops the loop as soon as it runs, and one that arrives later changes nothing. Any thread.
+void kestrel_catch_stop_signals(void);
+
 // Frees a loop that does not run, with its servers and what is left of their connections.
 void kestrel_event_mgr_free(kestrel_event_mgr* mgr);
 
