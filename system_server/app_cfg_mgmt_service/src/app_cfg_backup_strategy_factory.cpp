@@ -1,6 +1,8 @@
 #include "app_cfg_backup_strategy_factory.h"
 
+#include "app_cfg_delay_strategy.h"
 #include "app_cfg_instant_strategy.h"
+#include "app_cfg_timing_strategy.h"
 
 namespace SystemServer {
 
@@ -9,6 +11,10 @@ AppCfgBackupStrategyFactory::CreateAppCfgBackupStrategy(ConfigBackupStrategy kin
     switch (kind) {
     case ConfigBackupStrategy::INSTANT:
         return std::make_shared<AppCfgInstantStrategy>(manager, AppCfgStrategy::BACKUP);
+    case ConfigBackupStrategy::DELAY:
+        return std::make_shared<AppCfgDelayStrategy>(manager, AppCfgStrategy::BACKUP);
+    case ConfigBackupStrategy::TIMING:
+        return std::make_shared<AppCfgTimingStrategy>(manager, AppCfgStrategy::BACKUP);
     default:
         return nullptr;
     }

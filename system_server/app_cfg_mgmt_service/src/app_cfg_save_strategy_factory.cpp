@@ -1,6 +1,8 @@
 #include "app_cfg_save_strategy_factory.h"
 
+#include "app_cfg_delay_strategy.h"
 #include "app_cfg_instant_strategy.h"
+#include "app_cfg_timing_strategy.h"
 
 namespace SystemServer {
 
@@ -9,6 +11,10 @@ std::shared_ptr<AppCfgStrategy> AppCfgSaveStrategyFactory::CreateAppCfgSaveStrat
     switch (kind) {
     case ConfigSaveStrategy::INSTANT:
         return std::make_shared<AppCfgInstantStrategy>(manager, AppCfgStrategy::SAVE);
+    case ConfigSaveStrategy::DELAY:
+        return std::make_shared<AppCfgDelayStrategy>(manager, AppCfgStrategy::SAVE);
+    case ConfigSaveStrategy::TIMING:
+        return std::make_shared<AppCfgTimingStrategy>(manager, AppCfgStrategy::SAVE);
     default:
         return nullptr;
     }

@@ -1,0 +1,119 @@
+#include "app_cfg_delay_strategy.h"
+
+#include <Poco/Delegate.h>
+
+#include "app_cfg_fault.h"
+#include "app_cfg_log.h"
+
+namespace SystemServer {
+
+namespace {
+
+constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_delay_strategy";
+
+Poco::Delegate<AppCfgDelayStrategy, const std::string> ChangeDelegate(AppCfgDelayStrategy* strategy) {
+    return Poco::delegate(strategy, &AppCfgDelayStrategy::OnConfigChangedEvent);
+}
+
+} // namespace
+
+AppCfgDelayStrategy::AppCfgDelayStrategy(AppCfgMgr& manager, AppCfgStrategyType type,
+                                         std::chrono::milliseconds tick) :
+    AppCfgStrategy(manager, type),
+    m_tick(tick) {}
+
+AppCfgDelayStrategy::~AppCfgDelayStrategy() {
+    if (m_running) {
+        Fence(LOG_FILE, __LINE__, [this] { Stop(); });
+    }
+}
+
+void AppCfgDelayStrategy::Start() {
+    if (m_thread) {
+        return;
+    }
+    m_lastActionBegun = false;
+    m_running = true;
+    try {
+        m_thread = std::make_shared<std::thread>(&AppCfgDelayStrategy::SaveThread, this);
+    } catch (...) {
+        m_running = false;
+        throw;
+    }
+    m_manager.m_configChangedEvent += ChangeDelegate(this);
+}
+
+void AppCfgDelayStrategy::Stop() {
+    if (!m_thread) {
+        return;
+    }
+    m_manager.m_configChangedEvent -= ChangeDelegate(this);
+    m_running = false;
+    m_curRemainSaveDelay = 0;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_cv.notify_one();
+    }
+    m_thread->join();
+    m_thread.reset();
+    // A worker that had not begun to wait, or was acting on an older change, ends without a last action.
+    if (!m_lastActionBegun) {
+        Act();
+    }
+}
+
+void AppCfgDelayStrategy::OnConfigChangedEvent(const void*, const std::string&) {
+    if (m_curRemainSaveDelay == 0) {
+        ACM_LOG(ACM_INFO, "------------> start delay save process...");
+        m_curRemainSaveDelay = m_saveDelay;
+        ACM_LOG(ACM_INFO, "------------> m_curRemainSaveDelay %u.", m_curRemainSaveDelay.load());
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_cv.notify_one();
+        ACM_LOG(ACM_INFO, "OnConfigChangedEvent notify_one.\n");
+    } else {
+        m_curRemainSaveDelay = m_saveDelay;
+        ACM_LOG(ACM_INFO, "------------> m_curRemainSaveDelay %u.", m_curRemainSaveDelay.load());
+    }
+}
+
+void AppCfgDelayStrategy::SaveThread() {
+    while (m_running) {
+        AwaitWork();
+        CountDown();
+        Act();
+    }
+}
+
+// Waits in turns of one tick: a change that came between a countdown and this wait was not heard, and is
+// found by its count.
+void AppCfgDelayStrategy::AwaitWork() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (m_running) {
+        if (m_cv.wait_for(lock, m_tick) == std::cv_status::no_timeout || m_curRemainSaveDelay != 0) {
+            return;
+        }
+    }
+}
+
+void AppCfgDelayStrategy::CountDown() {
+    uint32_t remain = m_curRemainSaveDelay;
+    while (remain != 0) {
+        // Stop may store 0 at any time; a plain decrement would then go below it.
+        if (!m_curRemainSaveDelay.compare_exchange_weak(remain, remain - 1)) {
+            continue;
+        }
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            m_cv.wait_until(lock, std::chrono::steady_clock::now() + m_tick, [this] { return !m_running; });
+        }
+        remain = m_curRemainSaveDelay;
+        ACM_LOG(ACM_INFO, "[save thread]------------> m_curRemainSaveDelay %u.", remain);
+    }
+}
+
+void AppCfgDelayStrategy::Act() {
+    m_lastActionBegun = !m_running;
+    Fence(LOG_FILE, __LINE__, [this] { Execute(); });
+}
+
+} // namespace SystemServer

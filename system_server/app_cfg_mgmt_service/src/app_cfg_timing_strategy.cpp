@@ -1,0 +1,60 @@
+#include "app_cfg_timing_strategy.h"
+
+#include "app_cfg_fault.h"
+
+namespace SystemServer {
+
+namespace {
+
+constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_timing_strategy";
+
+} // namespace
+
+AppCfgTimingStrategy::AppCfgTimingStrategy(AppCfgMgr& manager, AppCfgStrategyType type,
+                                           std::chrono::seconds period) :
+    AppCfgStrategy(manager, type),
+    m_savePeriod(period) {}
+
+AppCfgTimingStrategy::~AppCfgTimingStrategy() {
+    if (m_running) {
+        Fence(LOG_FILE, __LINE__, [this] { Stop(); });
+    }
+}
+
+void AppCfgTimingStrategy::Start() {
+    if (m_thread) {
+        return;
+    }
+    m_running = true;
+    try {
+        m_thread = std::make_shared<std::thread>(&AppCfgTimingStrategy::SaveThread, this);
+    } catch (...) {
+        m_running = false;
+        throw;
+    }
+}
+
+void AppCfgTimingStrategy::Stop() {
+    if (!m_thread) {
+        return;
+    }
+    m_running = false;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_cv.notify_one();
+    }
+    m_thread->join();
+    m_thread.reset();
+}
+
+void AppCfgTimingStrategy::SaveThread() {
+    while (m_running) {
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            m_cv.wait_until(lock, std::chrono::steady_clock::now() + m_savePeriod);
+        }
+        Fence(LOG_FILE, __LINE__, [this] { Execute(); });
+    }
+}
+
+} // namespace SystemServer
