@@ -63,6 +63,7 @@ public:
     static void GetAppCfgRawData(tern_message* msg, kestrel_connection* conn);
     static void SetAppCfgRawData(tern_message* msg, kestrel_connection* conn);
     static void RestoreDefaultCfg(tern_message* msg, kestrel_connection* conn);
+    static void UpdateCryptoParam(tern_message* msg, kestrel_connection* conn);
 
     // Points record at the message's content, which holds at least requiredLen bytes; no copy. 0, or -1.
     template <typename Record>

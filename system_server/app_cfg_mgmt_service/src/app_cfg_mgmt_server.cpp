@@ -1,9 +1,11 @@
 #include "app_cfg_mgmt_server.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 #include <vector>
 
+#include "app_cfg_crypto_mgr_factory.h"
 #include "app_cfg_fault.h"
 #include "app_cfg_item_creation.h"
 #include "app_cfg_log.h"
@@ -25,6 +27,12 @@ constexpr unsigned long SET_SEND_BUFFER = 0x400C0200;
 constexpr unsigned long SET_RECEIVE_BUFFER = 0x400C0201;
 constexpr uint32_t CONNECTION_BUFFER_SIZE = 0x20000;
 
+void StartStrategy(const std::shared_ptr<AppCfgStrategy>& strategy) {
+    if (strategy) {
+        strategy->Start();
+    }
+}
+
 void StopStrategy(const std::shared_ptr<AppCfgStrategy>& strategy) {
     if (strategy) {
         strategy->Stop();
@@ -34,9 +42,48 @@ void StopStrategy(const std::shared_ptr<AppCfgStrategy>& strategy) {
 // Ends an item's strategies on behalf of a connection that is gone: a fault in one must not keep the other,
 // or the next item, from its last save.
 void EndStrategies(AppCfgMgmtServer::AppCfgMgmtItem& item) {
-    item.appCfgMgr->RaisePendingChange();
+    Fence(LOG_FILE, __LINE__, [&] { item.appCfgMgr->RaisePendingChange(); });
     Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.saveStrategy); });
     Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.backupStrategy); });
+}
+
+// The default file keeps its own values: a manager of its own loads it with the old encryption.
+void ReencryptDefault(AppCfgMgr& manager, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
+    const std::string defaultPath = manager.GetDefaultPath();
+    if (defaultPath.empty()) {
+        return;
+    }
+    ACM_LOG(ACM_INFO, "default file exist.need to update default file.");
+    ACM_LOG(ACM_INFO, "update default file start...");
+    const std::shared_ptr<AppCfgMgr> clone = manager.DeepClone(defaultPath);
+    clone->SetCryptoMgr(cryptoMgr);
+    clone->Save();
+    ACM_LOG(ACM_INFO, "default file update done.");
+}
+
+// Rewrites the default, the configuration file and the backup, in this order, in the new encryption.
+uint16_t ChangeEncryption(AppCfgMgr& manager, const AppCfgCryptoUpdateReq& request, int fd) {
+    ACM_LOG(ACM_INFO, "create new crypto mgr start...");
+    std::shared_ptr<AppCfgCryptoMgr> cryptoMgr;
+    if (request.cryptoType != ConfigCryptoType::NONE) {
+        cryptoMgr = AppCfgCryptoMgrFactory::CreateAppCfgCryptoMgr(request.cryptoType, manager.GetCfgPath(),
+                                                                  request.cryptoParam);
+        if (!cryptoMgr) {
+            ACM_LOG(ACM_ERROR, "connect fd[%d] : invalid crypto type[%d] or param.", fd,
+                    static_cast<int>(request.cryptoType));
+            return APP_CFG_STATUS_FORBIDDEN;
+        }
+    }
+    ACM_LOG(ACM_INFO, "create new crypto mgr done.");
+    ReencryptDefault(manager, cryptoMgr);
+    manager.SetCryptoMgr(cryptoMgr);
+    ACM_LOG(ACM_INFO, "cfg file update start...");
+    manager.Save();
+    ACM_LOG(ACM_INFO, "cfg file update done.");
+    ACM_LOG(ACM_INFO, "backup file update start...");
+    manager.Backup();
+    ACM_LOG(ACM_INFO, "backup file update done.");
+    return APP_CFG_STATUS_OK;
 }
 
 } // namespace
@@ -50,34 +97,16 @@ const kestrel_protocol_ops AppCfgMgmtServer::m_protocolOps = {nullptr, ProcessMs
 std::mutex AppCfgMgmtServer::m_itemMapMutex;
 AppCfgMgmtServer::ItemMap AppCfgMgmtServer::m_appCfgMgmtItemMap;
 
-// Indexed by URI * METHODS_PER_URI + method.
+// Indexed by URI * METHODS_PER_URI + method: a row for each URI, with none, create, get, set and delete.
+// clang-format off
 const std::array<AppCfgMgmtServer::MsgHndl, 25> AppCfgMgmtServer::m_msgHndl = {{
-    {},
-    CreateAppCfgItem,
-    {},
-    {},
-    DeleteAppCfgItem,
-    {},
-    {},
-    GetAppCfgData,
-    SetAppCfgData,
-    {},
-    {},
-    {},
-    GetAppCfgRawData,
-    SetAppCfgRawData,
-    {},
-    {},
-    {},
-    {},
-    RestoreDefaultCfg,
-    {},
-    {},
-    {},
-    {},
-    {},
-    {},
+    {}, CreateAppCfgItem, {}, {}, DeleteAppCfgItem,
+    {}, {}, GetAppCfgData, SetAppCfgData, {},
+    {}, {}, GetAppCfgRawData, SetAppCfgRawData, {},
+    {}, {}, {}, RestoreDefaultCfg, {},
+    {}, {}, {}, UpdateCryptoParam, {},
 }};
+// clang-format on
 
 int AppCfgMgmtServer::Run() {
     kestrel_event_mgr* const eventMgr = kestrel_event_mgr_new(0);
@@ -304,14 +333,29 @@ void AppCfgMgmtServer::RestoreDefaultCfg(tern_message* msg, kestrel_connection* 
         StopStrategy(item.backupStrategy);
         // A restoring that fails is the operator's to see, not the client's: the item goes on as it is.
         Fence(LOG_FILE, __LINE__, [&] { item.appCfgMgr->Restore(); });
-        if (item.saveStrategy) {
-            item.saveStrategy->Start();
+        // Each on its own: one that finds no thread must not keep the other from running.
+        const bool saves = Fence(LOG_FILE, __LINE__, [&] { StartStrategy(item.saveStrategy); });
+        const bool backsUp = Fence(LOG_FILE, __LINE__, [&] { StartStrategy(item.backupStrategy); });
+        if (saves && backsUp) {
+            reply.status = APP_CFG_STATUS_OK;
         }
-        if (item.backupStrategy) {
-            item.backupStrategy->Start();
-        }
-        reply.status = APP_CFG_STATUS_OK;
     });
+}
+
+void AppCfgMgmtServer::UpdateCryptoParam(tern_message* msg, kestrel_connection* conn) {
+    ACM_LOG(ACM_INFO, "update crypto param begin...");
+    // The handle is enough: fields beyond the content are zero, which means plain files.
+    const auto update = [&](const AppCfgHndl&, auto item, ReplyMsgInfo& reply) {
+        void* content = nullptr;
+        uint32_t len = 0;
+        tern_content(msg, &content, &len);
+        AppCfgCryptoUpdateReq request = {};
+        std::memcpy(&request, content, std::min<size_t>(len, sizeof request));
+        reply.status = ChangeEncryption(*item->second.appCfgMgr, request, conn->fd);
+    };
+    if (ServeItem<AppCfgHndl>(msg, conn, sizeof(AppCfgHndl), update) == APP_CFG_STATUS_OK) {
+        ACM_LOG(ACM_INFO, "update crypto param end.");
+    }
 }
 
 void AppCfgMgmtServer::CloseConnection(kestrel_connection* conn) {

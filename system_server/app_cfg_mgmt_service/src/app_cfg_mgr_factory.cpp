@@ -4,7 +4,9 @@
 
 #include "acm_file.h"
 #include "app_cfg_fault.h"
+#include "app_cfg_ini_mgr.h"
 #include "app_cfg_json_mgr.h"
+#include "app_cfg_xml_mgr.h"
 
 namespace SystemServer {
 
@@ -15,6 +17,10 @@ constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_mgr_
 std::shared_ptr<AppCfgMgr> MakeManager(ConfigStorageType type, const std::string& path,
                                        const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
     switch (type) {
+    case ConfigStorageType::INI:
+        return std::make_shared<AppCfgIniMgr>(path, cryptoMgr);
+    case ConfigStorageType::XML:
+        return std::make_shared<AppCfgXmlMgr>(path, cryptoMgr);
     case ConfigStorageType::JSON:
         return std::make_shared<AppCfgJsonMgr>(path, cryptoMgr);
     default:

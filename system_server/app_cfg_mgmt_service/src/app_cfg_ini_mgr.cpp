@@ -1,0 +1,97 @@
+#include "app_cfg_ini_mgr.h"
+
+#include <Poco/StringTokenizer.h>
+#include <Poco/Util/IniFileConfiguration.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "acm_file.h"
+#include "app_cfg_log.h"
+
+namespace SystemServer {
+
+namespace {
+
+constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_ini_mgr";
+
+constexpr char NAME_VALUE_SEPARATOR = '=';
+
+// The library's loader never ends on a bad stream, so that it is given text that was read before.
+std::shared_ptr<std::istream> OpenText(const std::string& path,
+                                       const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
+    if (cryptoMgr) {
+        return cryptoMgr->GetDecryptStream();
+    }
+    return std::make_shared<std::istringstream>(ReadRegularFile(path));
+}
+
+} // namespace
+
+AppCfgIniMgr::AppCfgIniMgr(const std::string& path, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) :
+    AppCfgMgr(path, cryptoMgr) {
+    const std::shared_ptr<std::istream> text = OpenText(path, cryptoMgr);
+    m_config = new Poco::Util::IniFileConfiguration(*text);
+}
+
+AppCfgIniMgr::~AppCfgIniMgr() = default;
+
+int32_t AppCfgIniMgr::GetData(const std::string& query, std::vector<std::string>& values) const {
+    return AppCfgMgr::GetData(query, values);
+}
+
+int32_t AppCfgIniMgr::SetData(const std::string& query) {
+    return AppCfgMgr::SetData(query);
+}
+
+int32_t AppCfgIniMgr::SetRawData(const std::string& section, const std::string& data) {
+    if (std::count(data.begin(), data.end(), NAME_VALUE_SEPARATOR) != 1) {
+        ACM_LOG(ACM_ERROR, "invaild grammar[num of '=' not equal to 1]");
+        return -1;
+    }
+    if (data.front() == NAME_VALUE_SEPARATOR || data.back() == NAME_VALUE_SEPARATOR) {
+        ACM_LOG(ACM_ERROR, "invaild grammar['=' at the beginning or end]");
+        return -1;
+    }
+    const Poco::StringTokenizer pieces(data, std::string(1, NAME_VALUE_SEPARATOR),
+                                       Poco::StringTokenizer::TOK_TRIM |
+                                           Poco::StringTokenizer::TOK_IGNORE_EMPTY);
+    const std::lock_guard<std::mutex> document(m_documentMutex);
+    if (pieces.count() > 0 && !m_config->hasProperty(pieces[0])) {
+        ACM_LOG(ACM_ERROR, "query key[%s] not found.", pieces[0].c_str());
+        return -1;
+    }
+    // A piece that is missing, since it held only blanks, is the tokenizer's Poco::RangeException.
+    m_config->setString(section + "." + pieces[0], pieces[1]);
+    return 0;
+}
+
+int32_t AppCfgIniMgr::GetRawData(const std::string&, std::string&) {
+    return 0;
+}
+
+bool AppCfgIniMgr::IsConfigWritable() {
+    return AppCfgMgr::IsConfigWritable();
+}
+
+void AppCfgIniMgr::Save() {
+    AppCfgMgr::Save();
+}
+
+void AppCfgIniMgr::Backup() {}
+
+void AppCfgIniMgr::Restore() {}
+
+void AppCfgIniMgr::Save(std::ostream& out) {
+    AppCfgMgr::Save(out);
+}
+
+std::shared_ptr<AppCfgMgr> AppCfgIniMgr::DeepClone(const std::string& path) {
+    return std::make_shared<AppCfgIniMgr>(path, CloneCryptoMgr(path));
+}
+
+bool AppCfgIniMgr::IsStorable(const std::string&) const {
+    return true; // never written
+}
+
+} // namespace SystemServer
