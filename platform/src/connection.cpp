@@ -6,6 +6,7 @@ namespace Kestrel {
 
 Connection::Connection(Server& server, Descriptor socket) :
     kestrel_connection{socket.Get()}, m_server(server), m_socket(std::move(socket)), m_reader(server.Store()),
+    m_outbox(server.Store().Budget()),
     m_readable(Event::Make<&Connection::OnReadable>(server.Base(), fd, EV_READ | EV_PERSIST, this)),
     m_writable(Event::Make<&Connection::OnWritable>(server.Base(), fd, EV_WRITE | EV_PERSIST, this)),
     m_turn(Event::Make<&Connection::OnTurn>(server.Base(), -1, 0, this)) {}

@@ -74,7 +74,8 @@ bool FrameReader::MakeRoom() {
     if (m_end < memory.Room()) {
         return true;
     }
-    return memory.Reserve(std::min(std::max(memory.Room() * 2, FRAME_ROOM), FrameLength(Header())));
+    const std::size_t room = std::min(std::max(memory.Room() * 2, FRAME_ROOM), FrameLength(Header()));
+    return m_claim.Set(room) && memory.Reserve(room);
 }
 
 // The frame keeps the memory that it was received into; what follows it moves to a message of its own.
@@ -93,6 +94,7 @@ FrameReader::Found FrameReader::TakeFront(std::size_t length, Message** frame) {
     }
     *frame = std::exchange(m_message, next);
     m_end = surplus;
+    m_claim.Set(0);
     (*frame)->AdoptFrame(length);
     return Found::FRAME;
 }

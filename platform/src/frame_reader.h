@@ -18,7 +18,7 @@ public:
     enum class Input { DATA, NOTHING, END, NO_MEMORY };
     enum class Found { FRAME, PART, BAD, NO_MEMORY };
 
-    explicit FrameReader(MessageStore& store) : m_store(store) {}
+    explicit FrameReader(MessageStore& store) : m_store(store), m_claim(store.Budget()) {}
     ~FrameReader();
     FrameReader(const FrameReader&) = delete;
     FrameReader& operator=(const FrameReader&) = delete;
@@ -41,6 +41,7 @@ private:
     void PutAwayRest();
 
     MessageStore& m_store;
+    MemoryClaim m_claim;          // a frame that has outgrown the ordinary room
     Message* m_message = nullptr; // what is being received; null when nothing is held
     std::size_t m_begin = 0;      // the bytes in its frame memory that belong to no message yet
     std::size_t m_end = 0;

@@ -33,6 +33,11 @@ constexpr std::uint32_t MAX_PAYLOAD = 16U << 20;
 // longer frame grows as its data comes, so that an announced length alone costs nothing.
 constexpr std::size_t FRAME_ROOM = 16U << 10;
 
+// What all clients together can make a loop hold: frames that have outgrown FRAME_ROOM and are not whole
+// yet, and replies that wait. Eight of the largest at once; a client beyond that is closed, so that many
+// connections of one hostile process cannot take the machine's memory.
+constexpr std::size_t MAX_HELD = 128U << 20;
+
 // Replies that wait for a client. From here on the client is not read from until half of it is written:
 // it pays for its own slowness, and the memory it can pin stays bounded.
 constexpr std::size_t MAX_WAITING_REPLIES = 1U << 20;

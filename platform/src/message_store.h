@@ -1,6 +1,7 @@
 #ifndef KESTREL_MESSAGE_STORE_H
 #define KESTREL_MESSAGE_STORE_H
 
+#include "memory_budget.h"
 #include "message.h"
 
 namespace Kestrel {
@@ -20,7 +21,10 @@ public:
     // Takes back the framework's reference: keeps the message, or lets go of one that waits in an outbox.
     void GiveBack(Message* msg);
 
+    MemoryBudget& Budget() { return m_budget; }
+
 private:
+    MemoryBudget m_budget;
     Message* m_spare = nullptr;
 };
 

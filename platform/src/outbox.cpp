@@ -4,6 +4,7 @@
 #include <climits>
 #include <new>
 
+#include "fence.h"
 #include "socket_io.h"
 
 namespace Kestrel {
@@ -24,7 +25,12 @@ Outbox::Result Outbox::Send(int fd, Message& msg) {
     try {
         Enqueue(head, msg);
         Discard(written); // only ever written when nothing waited before it
-        return more ? Flush(fd) : Result::WAITING;
+        const Result result = more ? Flush(fd) : Result::WAITING;
+        if (m_claim.Set(m_held)) {
+            return result;
+        }
+        KESTREL_LOG(3, "connection fd[%d]: no room for a reply that waits, closed", fd);
+        return Result::FAILED;
     } catch (const std::bad_alloc&) {
         return Result::FAILED;
     }
@@ -46,17 +52,16 @@ bool Outbox::WriteNow(int fd, const WireHead& head, const Message& msg, std::siz
 
 void Outbox::Enqueue(const WireHead& head, Message& msg) {
     const std::size_t total = HEAD_LENGTH + std::size_t{msg.PayloadLength()};
+    m_waiting += total;
     if (total <= COPIED_REPLY) {
-        EnqueueCopy(head, msg);
-        m_waiting += total;
-        return;
+        return EnqueueCopy(head, msg);
     }
     Entry& entry = m_entries.emplace_back(MessageRef(msg));
     const auto* bytes = reinterpret_cast<const unsigned char*>(&head);
     entry.bytes.assign(bytes, bytes + sizeof head);
     entry.pieces.assign(msg.Pieces(), msg.Pieces() + msg.PieceCount());
-    entry.pinned = msg.RefersToFrame() ? msg.Frame().Room() : 0;
-    m_waiting += total + entry.pinned;
+    entry.held = total + (msg.RefersToFrame() ? msg.Frame().Room() : 0);
+    m_held += entry.held;
 }
 
 void Outbox::EnqueueCopy(const WireHead& head, const Message& msg) {
@@ -72,6 +77,9 @@ void Outbox::EnqueueCopy(const WireHead& head, const Message& msg) {
     for (std::size_t i = 0; i < msg.PieceCount(); ++i) {
         append(msg.Pieces()[i].iov_base, msg.Pieces()[i].iov_len);
     }
+    const std::size_t total = HEAD_LENGTH + std::size_t{msg.PayloadLength()};
+    m_entries.back().held += total;
+    m_held += total;
 }
 
 Outbox::Result Outbox::Flush(int fd) {
@@ -82,6 +90,7 @@ Outbox::Result Outbox::Flush(int fd) {
             return WouldBlock() ? Result::WAITING : Result::FAILED;
         }
         Discard(static_cast<std::size_t>(sent));
+        m_claim.Set(m_held);
     }
     return Result::WRITTEN;
 }
@@ -121,7 +130,7 @@ void Outbox::Discard(std::size_t written) {
             return;
         }
         written = rest;
-        m_waiting -= entry.pinned;
+        m_held -= entry.held;
         m_entries.pop_front();
     }
 }

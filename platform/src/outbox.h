@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "memory_budget.h"
 #include "message.h"
 
 namespace Kestrel {
@@ -18,6 +19,8 @@ class Outbox {
 public:
     enum class Result { WRITTEN, WAITING, FAILED };
 
+    explicit Outbox(MemoryBudget& budget) : m_claim(budget) {}
+
     // Writes the message at once when nothing waits, and keeps what the socket does not take.
     Result Send(int fd, Message& msg);
 
@@ -26,19 +29,19 @@ public:
 
     bool IsEmpty() const { return m_entries.empty(); }
 
-    // Bytes that wait, with the request memory that they keep alive.
+    // Bytes that wait.
     std::size_t Waiting() const { return m_waiting; }
 
 private:
     struct Entry {
-        explicit Entry(MessageRef held = {}) : message(std::move(held)) {}
+        explicit Entry(MessageRef msg = {}) : message(std::move(msg)) {}
 
         MessageRef message;               // what the pieces belong to
         std::vector<unsigned char> bytes; // one head, or whole short replies
         std::size_t bytesWritten = 0;
         std::vector<iovec> pieces; // follow the bytes; shortened from the front as they are written
         std::size_t piecesWritten = 0;
-        std::size_t pinned = 0; // request memory that the pieces keep alive
+        std::size_t held = 0; // memory that it keeps until all of it is written
     };
 
     static bool WriteNow(int fd, const WireHead& head, const Message& msg, std::size_t* written);
@@ -49,6 +52,8 @@ private:
 
     std::deque<Entry> m_entries;
     std::size_t m_waiting = 0;
+    std::size_t m_held = 0; // by all entries
+    MemoryClaim m_claim;
 };
 
 } // namespace Kestrel

@@ -208,6 +208,38 @@ TEST_F(AConnection, WhosePeerIsGoneWithRepliesWaitingIsClosed) {
     EXPECT_TRUE(TestClient().Asks(ECHO, "others go on"));
 }
 
+// What many clients hold together is bounded: whoever goes beyond it is closed, and others are served.
+class ManyClients : public AConnection {
+protected:
+    static constexpr int COUNT = 12; // of up to 16 MiB each; a loop holds 128 MiB
+
+    void ExpectSomeClosedAndOthersServed(const char* line) {
+        EXPECT_TRUE(Eventually([&] { return m_log.Count(line) > 0 && m_closed > 0; }));
+        EXPECT_LE(m_closed, COUNT - 7);
+        EXPECT_TRUE(TestClient().Asks(ECHO, "served"));
+        m_clients.clear();
+        EXPECT_TRUE(HasClosed(COUNT + 1));
+        EXPECT_TRUE(TestClient().Asks(ECHO, std::string(16 * MEBIBYTE, 'w'))); // all is given back
+    }
+
+    std::vector<TestClient> m_clients{COUNT};
+};
+
+TEST_F(ManyClients, CannotHoldUnfinishedFramesWithoutBound) {
+    const std::string part = Frame(ECHO, std::string(16 * MEBIBYTE, 'p')).substr(0, 15 * MEBIBYTE);
+    for (TestClient& client : m_clients) {
+        client.Sends(part);
+    }
+    ExpectSomeClosedAndOthersServed("no memory for a frame");
+}
+
+TEST_F(ManyClients, CannotHoldWaitingRepliesWithoutBound) {
+    for (TestClient& client : m_clients) {
+        client.Sends(Frame(GIVE, Bytes(16 * MEBIBYTE)));
+    }
+    ExpectSomeClosedAndOthersServed("no room for a reply");
+}
+
 TEST_F(AConnection, SurvivesAServiceThatThrowsAfterItsReply) {
     TestClient client;
     ASSERT_TRUE(client.Asks(ANSWER_AND_THROW));

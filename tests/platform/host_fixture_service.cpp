@@ -5,6 +5,8 @@
 
 #include <cstddef>
 
+#include "kestrel/kestrel.h"
+
 namespace {
 
 bool IgnoresPipeSignal() {
@@ -32,6 +34,15 @@ extern "C" {
 
 int CreateAppCfgMgmtService() {
     return 7;
+}
+
+// Is asked to stop before its loop runs, and again behind it.
+int StopEarly() {
+    kestrel_event_mgr* mgr = kestrel_event_mgr_new(0);
+    ::raise(SIGTERM);
+    const int result = kestrel_event_mgr_run(mgr, -1);
+    ::raise(SIGTERM);
+    return 20 + result;
 }
 
 // A bit for each thing that is not as a service expects it.

@@ -76,6 +76,10 @@ TEST_F(AHost, PreparesTheProcess) {
     ::setrlimit(RLIMIT_NOFILE, &former);
 }
 
+TEST_F(AHost, HearsARequestToStopAtAnyTime) {
+    EXPECT_EQ(Runs({FIXTURE_LIBRARY, "StopEarly"}), 20);
+}
+
 TEST_F(AHost, TellsWrongUseInOneLine) {
     const std::vector<std::vector<std::string>> wrong = {{},
                                                          {"a", "b", "c"},
