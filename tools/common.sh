@@ -45,13 +45,19 @@ fixed_addresses() {
     fi
 }
 
+# One build at a time: a service and an application manager may be started together.
 build_preset() {
     local preset=$1 log="$ROOT/build/$1.configure.log"
     say "building preset $preset"
     mkdir -p "$ROOT/build"
-    (cd "$ROOT" && cmake --preset "$preset") >"$log" 2>&1 || {
-        cat "$log" >&2
-        fail "cmake --preset $preset failed"
-    }
-    (cd "$ROOT" && fixed_addresses cmake --build --preset "$preset") >&2
+    (
+        cd "$ROOT" || exit
+        exec 9>build/lock
+        flock 9
+        cmake --preset "$preset" >"$log" 2>&1 || {
+            cat "$log"
+            fail "cmake --preset $preset failed"
+        }
+        fixed_addresses cmake --build --preset "$preset"
+    ) >&2
 }
