@@ -178,7 +178,7 @@ TEST_F(TheCommandLineAtAService, ReadsAndReplacesFragments) {
     for (const auto& [words, data] : sets) {
         EXPECT_EQ(Run(words, "from input\n"), EXIT_DONE) << m_err;
         EXPECT_EQ(Sent(204), data);
-        EXPECT_EQ(Sent(72), words[3] == "" ? "" : "k");
+        EXPECT_EQ(Sent(72), words[3].empty() ? "" : "k");
     }
 }
 

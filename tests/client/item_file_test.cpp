@@ -22,7 +22,7 @@ protected:
     ItemDescription Read(const std::string& text) const { return ReadItemFile(m_root.Write("i.json", text)); }
 
     std::string WriteKey(const std::string& text, mode_t mode = 0600) const {
-        const std::string path = m_root.Write("k", text);
+        std::string path = m_root.Write("k", text);
         EXPECT_EQ(chmod(path.c_str(), mode), 0);
         return path;
     }

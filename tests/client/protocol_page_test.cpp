@@ -12,7 +12,7 @@ namespace {
 // What the page shows is what the library sends and understands.
 TEST(TheProtocolPage, ShowsAnExchangeOfTheClientLibrary) {
     const test::Bytes request = test::BytesOfDump(test::BlockOf("protocol.md", "hex request"));
-    const test::Bytes reply = test::BytesOfDump(test::BlockOf("protocol.md", "hex reply"));
+    test::Bytes reply = test::BytesOfDump(test::BlockOf("protocol.md", "hex reply"));
     const test::ScratchRoot root;
     const test::FakeService service(root.Path(), [&](const test::Bytes&) { return reply; });
     Connection connection;

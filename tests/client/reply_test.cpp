@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
+
 #include "appcfg/error.h"
 #include "fake_service.h"
 #include "reply.h"
@@ -15,8 +18,9 @@ using Values = std::vector<std::string>;
 
 // In memory of its exact size, so that a sanitizer sees a read beyond it.
 Values Parse(const Bytes& content, size_t expected) {
-    const Bytes exact(content);
-    return ParseValues(exact.data(), exact.size(), expected);
+    const auto exact = std::make_unique<uint8_t[]>(content.size());
+    std::copy(content.begin(), content.end(), exact.get());
+    return ParseValues(exact.get(), content.size(), expected);
 }
 
 Bytes Words(std::initializer_list<uint32_t> words) {

@@ -33,7 +33,7 @@ public:
 
     // Writes a file and returns its path.
     std::string Write(const std::string& name, const std::string& text) const {
-        const std::string path = m_path + "/" + name;
+        std::string path = m_path + "/" + name;
         std::ofstream(path, std::ios::binary) << text;
         return path;
     }
