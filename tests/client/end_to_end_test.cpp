@@ -131,6 +131,25 @@ TEST_F(AClientOfTheService, SharesItsItemsAndTakesThemAlong) {
     EXPECT_NE(m_root.Read("first.json").find("9000"), std::string::npos);
 }
 
+TEST_F(AClientOfTheService, EncryptsItsFilesWithItsKeyAndStoresThemPlainAgain) {
+    Connection connection;
+    ItemDescription described = Described();
+    described.defaultPath.clear(); // an encrypted JSON default cannot be read again
+    m_root.Write("net.json", DEFAULT_TEXT);
+    Item item = connection.Create(described);
+    EncryptionKey key;
+    key.key.fill(0x5A);
+    item.ChangeKey(key);
+    const std::string encrypted = m_root.Read("net.json");
+    EXPECT_EQ(encrypted.size() % 16, 0U);
+    EXPECT_EQ(encrypted.find("hostname"), std::string::npos);
+    EXPECT_EQ(m_root.Read("net.bak"), encrypted);
+    EXPECT_EQ(item.Get("hostname"), "device");
+    item.ChangeToPlain();
+    EXPECT_EQ(m_root.Read("net.json"), item.GetRaw());
+    EXPECT_EQ(m_root.Read("net.bak"), item.GetRaw());
+}
+
 TEST_F(AClientOfTheService, FillsARequestToItsLastByte) {
     Connection connection;
     Item item = connection.Create(Described());
