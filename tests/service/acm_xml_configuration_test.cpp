@@ -318,6 +318,33 @@ TEST_F(AGraft, OfMoreNamesThanAPoolMayHoldIsRefused) {
     EXPECT_EQ(document->SetRawString("a", "<b/>"), 0);
 }
 
+// Two prefixes of one namespace: the library's writer ends this element with the other one.
+constexpr char TWISTED[] = "<p:b xmlns:ns1=\"u\" xmlns:p=\"u\" ns1:k=\"1\">2</p:b>";
+
+TEST_F(AGraft, OfPrefixesIsReadBackAsItWas) {
+    for (const char* text : {"<r><a><c/><p:b>old</p:b></a></r>", "<r xmlns='u'><a/></r>",
+                             "<r xmlns:p='v'><a xmlns='u' xmlns:ns1='v' ns1:k=''/></r>"}) {
+        XmlPtr document = XmlOf("<r/>");
+        std::istringstream stream(text);
+        document->load(stream);
+        ASSERT_EQ(document->SetRawString("a", TWISTED), 0);
+        ASSERT_EQ(document->SetRawString("a", "<e xmlns='u'><f xmlns:q='u' q:k='3'>4</f></e>"), 0);
+        std::istringstream saved(Saved(document));
+        document->load(saved);
+        EXPECT_EQ(document->getString("a.p:b") + document->getString("a.p:b[@ns1:k]"), "21");
+        EXPECT_EQ(document->getString("a.e.f") + document->getString("a.e.f[@q:k]"), "43");
+    }
+}
+
+TEST(ADocument, KeepsPrefixesThatTheWriterMixesUp) {
+    XmlPtr document = XmlOf("<r>" + std::string(TWISTED) + "</r>");
+    document->setString("p:b", "3");
+    XmlPtr again = XmlOf(Saved(document));
+    EXPECT_EQ(again->getString("p:b") + again->getString("p:b[@ns1:k]"), "31");
+    XmlPtr usual = XmlOf("<r xmlns='u'><a>1</a></r>");
+    EXPECT_EQ(RawOf(usual, "r"), "<ns1:r xmlns:ns1=\"u\"><ns1:a>1</ns1:a></ns1:r>");
+}
+
 TEST_F(AGraft, SavedToAStreamThatFailsLeavesItBad) {
     XmlPtr document = XmlOf("<r><a>1</a></r>");
     document->setString("a", "cut\x01here"); // what a caller prevents with IsStorable

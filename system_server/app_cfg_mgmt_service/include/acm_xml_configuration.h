@@ -10,6 +10,8 @@
 #include "Poco/DOM/Document.h"
 #include "Poco/Util/XMLConfiguration.h"
 
+#include "acm_xml_reader.h"
+
 namespace SystemServer {
 
 // One XML file in memory. Owned by its manager, which calls it; the base serves values from the same tree.
@@ -20,6 +22,7 @@ public:
     // content that is malformed or beyond the limits of XML documents.
     explicit AcmXmlConfiguration(const std::string& path);
     explicit AcmXmlConfiguration(std::istream& stream);
+    ~AcmXmlConfiguration() override;
 
     // Replace the document, read as the base's loaders do: prefixes are plain text, and text that is white
     // space alone is left out. They hide the base's, which would part the two trees. After an exception the
@@ -57,16 +60,15 @@ public:
     // tab, line feed and carriage return.
     static bool IsStorable(const std::string& value);
 
-protected:
-    ~AcmXmlConfiguration() override;
-
 private:
-    void Adopt(const Poco::AutoPtr<Poco::XML::Document>& document);
+    void Adopt(const AcmXmlReading& reading);
+    AcmXmlReading ReadFragment(const std::string& raw) const;
     Poco::XML::Node* FindRawNode(const std::string& key);
     void MakeRoomForNames(const Poco::XML::Element* fragment);
     void Graft(Poco::XML::Node* parent, const Poco::XML::Element* fragment);
 
     Poco::AutoPtr<Poco::XML::Document> m_document;
+    bool m_declaresNamespaces = false; // also what was grafted and is gone again
 };
 
 } // namespace SystemServer

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <map>
 #include <string>
 
 #include "Poco/SAX/DeclHandler.h"
@@ -30,6 +31,10 @@ public:
     uint64_t Events() const { return m_events; }
     bool InDoctype() const { return m_inDoctype; }
     bool InRoot() const { return m_inRoot; }
+    bool DeclaresNamespaces() const { return m_declaresNamespaces; }
+    // The library's writer takes any prefix of a namespace, not always the same for both tags of an element,
+    // and makes up "ns1" and so on without a look at the prefixes that there are.
+    bool PrefixesClash() const { return m_prefixesClash; }
     bool Stopped() const { return m_fault != nullptr; }
 
     // Makes the guard silent, as a fault of an event does.
@@ -75,7 +80,8 @@ private:
     template <typename Call>
     void Pass(Call call) noexcept;
     void Spend(uint64_t bytes);
-    uint64_t CheckAttributes(const Poco::XML::Attributes& attributes) const;
+    void EnterPrefix(const XMLString& prefix, const XMLString& uri);
+    void CheckAttributes(const Poco::XML::Attributes& attributes);
 
     Poco::XML::LexicalHandler* m_lexical = nullptr;
     AcmXmlEntities m_entities;
@@ -87,6 +93,9 @@ private:
     size_t m_depth = 0;
     bool m_inDoctype = false;
     bool m_inRoot = false;
+    std::map<XMLString, XMLString> m_prefixes; // the first of each namespace, anywhere in the text
+    bool m_declaresNamespaces = false;
+    bool m_prefixesClash = false;
 };
 
 } // namespace SystemServer

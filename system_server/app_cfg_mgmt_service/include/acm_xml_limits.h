@@ -12,7 +12,7 @@ namespace SystemServer {
 constexpr size_t MAX_XML_DEPTH = 256;
 
 // Attributes of one element: the library's writer walks their list from its start for each of them.
-constexpr size_t MAX_XML_ATTRIBUTES = 1024;
+constexpr size_t MAX_XML_ATTRIBUTES = 256;
 
 // Distinct names of elements and attributes. A pool of this size takes 27 MB on a 64-bit machine.
 constexpr size_t MAX_XML_NAMES = 262139;

@@ -16,10 +16,15 @@ struct AcmXmlReadOptions {
     bool allowDoctype = true;
 };
 
-// Parses the text into a document with room for its names, mutation events suspended. The source's name
-// shows in messages only. Throws Poco::XML::XMLException for what is malformed or beyond a limit.
-Poco::AutoPtr<Poco::XML::Document> ReadXml(const std::string& text, const std::string& source,
-                                           const AcmXmlReadOptions& options);
+struct AcmXmlReading {
+    Poco::AutoPtr<Poco::XML::Document> document; // mutation events suspended
+    bool declaresNamespaces = false;
+};
+
+// Parses the text into a document with room for its names. The source's name shows in messages only. Where
+// the library's writer would mix up prefixes, they are checked but kept as plain text. Throws
+// Poco::XML::XMLException for what is malformed or beyond a limit.
+AcmXmlReading ReadXml(const std::string& text, const std::string& source, const AcmXmlReadOptions& options);
 
 // The size of a name pool that has room for so many names and some more, at most MAX_XML_NAMES.
 unsigned long XmlNamePoolSize(size_t names);

@@ -81,9 +81,11 @@ void AcmXmlConfiguration::load(std::istream& stream) {
     Adopt(ReadXml(ReadStream(stream), "", RELOAD));
 }
 
-void AcmXmlConfiguration::Adopt(const AutoPtr<Document>& document) {
-    XMLConfiguration::load(document.get());
-    m_document = document;
+void AcmXmlConfiguration::Adopt(const AcmXmlReading& reading) {
+    const Document* const document = reading.document.get();
+    XMLConfiguration::load(document);
+    m_document = reading.document;
+    m_declaresNamespaces = reading.declaresNamespaces;
 }
 
 Node* AcmXmlConfiguration::FindNode(const std::string& key) {
@@ -162,14 +164,26 @@ int AcmXmlConfiguration::SetRawString(const std::string& key, const std::string&
         return -1;
     ACM_LOG(ACM_INFO, "find parent node.");
     ACM_LOG(ACM_INFO, "start parse rawString.");
-    AutoPtr<Document> fragment = ReadXml(raw, "", FRAGMENT);
+    const AcmXmlReading fragment = ReadFragment(raw);
     ACM_LOG(ACM_INFO, "parse done.");
-    const Element* const element = fragment->documentElement();
+    const Element* const element = fragment.document->documentElement();
     if (XmlDepth(parent) + XmlHeight(element) > MAX_XML_DEPTH)
         throw Poco::XML::XMLException("elements nest too deep", element->nodeName());
     MakeRoomForNames(element);
     Graft(FindRawNode(key), element);
+    m_declaresNamespaces = m_declaresNamespaces || fragment.declaresNamespaces;
     return 0;
+}
+
+// Prefixes of a fragment can clash with those of the document too: they are then checked alone and go in
+// as plain text.
+AcmXmlReading AcmXmlConfiguration::ReadFragment(const std::string& raw) const {
+    AcmXmlReading fragment = ReadXml(raw, "", FRAGMENT);
+    if (!fragment.declaresNamespaces || !m_declaresNamespaces)
+        return fragment;
+    AcmXmlReadOptions plain = FRAGMENT;
+    plain.namespaces = false;
+    return ReadXml(raw, "", plain);
 }
 
 // The pool keeps the names of replaced elements, and is full some day: the document then moves to a copy
@@ -181,7 +195,7 @@ void AcmXmlConfiguration::MakeRoomForNames(const Element* fragment) {
         const size_t names = CountXmlNames(m_document->documentElement()) + CountXmlNames(fragment);
         AutoPtr<Document> copy = CopyXmlDocument(*m_document, XmlNamePoolSize(2 * names));
         ReserveXmlNames(fragment, *copy);
-        Adopt(copy);
+        Adopt({copy, m_declaresNamespaces});
     }
 }
 

@@ -10,8 +10,6 @@
 namespace SystemServer {
 
 using Poco::XML::XMLException;
-using Poco::XML::XMLFilterImpl;
-using Poco::XML::XMLReader;
 
 namespace {
 
@@ -62,6 +60,13 @@ void AcmXmlGuard::Spend(uint64_t bytes) {
         throw XMLException("the document type adds too much to the document");
 }
 
+void AcmXmlGuard::EnterPrefix(const XMLString& prefix, const XMLString& uri) {
+    m_declaresNamespaces = true;
+    const bool likeMadeUp = prefix.compare(0, 2, "ns") == 0;
+    const XMLString& first = m_prefixes.emplace(uri, prefix).first->second;
+    m_prefixesClash = m_prefixesClash || likeMadeUp || first != prefix;
+}
+
 void AcmXmlGuard::setupParse() {
     XMLFilterImpl::setupParse();
     parent()->setProperty(XMLReader::PROPERTY_LEXICAL_HANDLER, static_cast<LexicalHandler*>(this));
@@ -79,14 +84,15 @@ void AcmXmlGuard::setProperty(const XMLString& id, void* value) {
         XMLFilterImpl::setProperty(id, value);
 }
 
-uint64_t AcmXmlGuard::CheckAttributes(const Poco::XML::Attributes& attributes) const {
+void AcmXmlGuard::CheckAttributes(const Poco::XML::Attributes& attributes) {
     const int count = attributes.getLength();
     if (static_cast<size_t>(count) > MAX_XML_ATTRIBUTES)
         throw XMLException("too many attributes in one element");
-    uint64_t bytes = 0;
-    for (int i = 0; i < count; ++i)
-        bytes += attributes.getQName(i).size() + attributes.getValue(i).size();
-    return bytes;
+    for (int i = 0; i < count; ++i) {
+        const XMLString& name = attributes.getQName(i);
+        m_declaresNamespaces = m_declaresNamespaces || name.compare(0, 5, "xmlns") == 0;
+        Spend(name.size() + attributes.getValue(i).size());
+    }
 }
 
 void AcmXmlGuard::startElement(const XMLString& uri, const XMLString& localName, const XMLString& qname,
@@ -95,7 +101,8 @@ void AcmXmlGuard::startElement(const XMLString& uri, const XMLString& localName,
     Pass([&] {
         if (++m_depth > MAX_XML_DEPTH)
             throw XMLException("elements nest too deep", qname);
-        Spend(qname.size() + CheckAttributes(attributes));
+        Spend(qname.size());
+        CheckAttributes(attributes);
         XMLFilterImpl::startElement(uri, localName, qname, attributes);
     });
 }
@@ -119,7 +126,10 @@ void AcmXmlGuard::processingInstruction(const XMLString& target, const XMLString
 }
 
 void AcmXmlGuard::startPrefixMapping(const XMLString& prefix, const XMLString& uri) {
-    Pass([&] { XMLFilterImpl::startPrefixMapping(prefix, uri); });
+    Pass([&] {
+        EnterPrefix(prefix, uri);
+        XMLFilterImpl::startPrefixMapping(prefix, uri);
+    });
 }
 
 void AcmXmlGuard::endPrefixMapping(const XMLString& prefix) {

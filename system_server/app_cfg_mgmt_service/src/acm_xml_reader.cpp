@@ -17,7 +17,6 @@
 
 namespace SystemServer {
 
-using Poco::XML::Document;
 using Poco::XML::NamePool;
 using Poco::XML::SAXParser;
 
@@ -31,8 +30,13 @@ constexpr unsigned long POOL_SIZES[] = {61,   127,   251,   509,   1021,   2039,
 constexpr size_t BYTES_PER_NAME = 32;
 constexpr size_t MAX_FIRST_GUESS = 250;
 
-Poco::AutoPtr<Document> Build(const std::string& text, const std::string& source,
-                              const AcmXmlReadOptions& options, unsigned long poolSize) {
+struct Attempt {
+    AcmXmlReading reading;
+    bool prefixesClash = false;
+};
+
+Attempt Build(const std::string& text, const std::string& source, const AcmXmlReadOptions& options,
+              unsigned long poolSize) {
     SAXParser parser;
     parser.setFeature(SAXParser::FEATURE_NAMESPACES, options.namespaces);
     parser.setFeature(SAXParser::FEATURE_NAMESPACE_PREFIXES, true);
@@ -47,27 +51,21 @@ Poco::AutoPtr<Document> Build(const std::string& text, const std::string& source
     std::istream stream(&feed);
     Poco::XML::InputSource input(stream);
     input.setSystemId(source);
-    Poco::AutoPtr<Document> document;
+    Attempt attempt;
     try {
-        document = builder.parse(&input);
+        attempt.reading.document = builder.parse(&input);
     } catch (...) {
         guard.RethrowFault();
         throw;
     }
     guard.RethrowFault();
-    document->suspendEvents();
-    return document;
+    attempt.reading.document->suspendEvents();
+    attempt.reading.declaresNamespaces = guard.DeclaresNamespaces();
+    attempt.prefixesClash = guard.PrefixesClash();
+    return attempt;
 }
 
-} // namespace
-
-unsigned long XmlNamePoolSize(size_t names) {
-    const auto* const size = std::upper_bound(std::begin(POOL_SIZES), std::end(POOL_SIZES), names);
-    return size == std::end(POOL_SIZES) ? MAX_XML_NAMES : *size;
-}
-
-Poco::AutoPtr<Document> ReadXml(const std::string& text, const std::string& source,
-                                const AcmXmlReadOptions& options) {
+Attempt BuildWithRoom(const std::string& text, const std::string& source, const AcmXmlReadOptions& options) {
     unsigned long poolSize = XmlNamePoolSize(std::min(text.size() / BYTES_PER_NAME, MAX_FIRST_GUESS));
     for (;; poolSize = XmlNamePoolSize(poolSize)) {
         try {
@@ -77,6 +75,23 @@ Poco::AutoPtr<Document> ReadXml(const std::string& text, const std::string& sour
                 throw;
         }
     }
+}
+
+} // namespace
+
+unsigned long XmlNamePoolSize(size_t names) {
+    const auto* const size = std::upper_bound(std::begin(POOL_SIZES), std::end(POOL_SIZES), names);
+    return size == std::end(POOL_SIZES) ? MAX_XML_NAMES : *size;
+}
+
+AcmXmlReading ReadXml(const std::string& text, const std::string& source, const AcmXmlReadOptions& options) {
+    Attempt attempt = BuildWithRoom(text, source, options);
+    if (attempt.prefixesClash) {
+        AcmXmlReadOptions plain = options;
+        plain.namespaces = false;
+        attempt = BuildWithRoom(text, source, plain);
+    }
+    return attempt.reading;
 }
 
 } // namespace SystemServer

@@ -72,9 +72,8 @@ void WalkNames(const Element* element, Visit visit) {
 
 AutoPtr<Element> CopyTag(const Element* element, Document& document) {
     const bool plain = element->localName().empty();
-    AutoPtr<Element> copy(plain
-                                    ? document.createElement(element->tagName())
-                                    : document.createElementNS(element->namespaceURI(), element->tagName()));
+    AutoPtr<Element> copy(plain ? document.createElement(element->tagName())
+                                : document.createElementNS(element->namespaceURI(), element->tagName()));
     Attr* last = nullptr;
     for (Attr* attribute = FirstAttribute(element); attribute; attribute = NextAttribute(attribute)) {
         AutoPtr<Node> twin(document.importNode(attribute, false));
@@ -165,12 +164,13 @@ AutoPtr<Document> CopyXmlDocument(const Document& document, unsigned long poolSi
         children.push_back(child);
     // From the last to the first: the library appends by a walk over all siblings.
     for (auto child = children.rbegin(); child != children.rend(); ++child) {
-        AutoPtr<Node> twin;
-        if (IsElement(*child))
-            twin = CopyXmlElement(static_cast<Element*>(*child), *copy);
-        else
-            twin = copy->importNode(*child, false);
-        copy->insertBefore(twin, copy->firstChild());
+        if (IsElement(*child)) {
+            AutoPtr<Element> twin = CopyXmlElement(static_cast<Element*>(*child), *copy);
+            copy->insertBefore(twin, copy->firstChild());
+        } else {
+            AutoPtr<Node> twin(copy->importNode(*child, false));
+            copy->insertBefore(twin, copy->firstChild());
+        }
     }
     return copy;
 }
