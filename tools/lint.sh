@@ -37,7 +37,7 @@ lint_length() {
 lint_tidy() {
     local sources
     mkdir -p build
-    cmake --preset dev -B build/lint -DACM_PCH=OFF >build/lint.configure.log || {
+    cmake --preset dev -B build/lint >build/lint.configure.log || {
         cat build/lint.configure.log
         return 1
     }
