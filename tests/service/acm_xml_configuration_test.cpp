@@ -162,7 +162,10 @@ TEST(ARawText, IsTheNodeWithItsTags) {
 // Lines that the document logs, as "level text".
 class AGraft : public testing::Test {
 protected:
-    AGraft() { pl_log_set_sink(&AGraft::Keep, this); }
+    AGraft() {
+        pl_log_set_level(1);
+        pl_log_set_sink(&AGraft::Keep, this);
+    }
     ~AGraft() override { pl_log_set_sink(nullptr, nullptr); }
 
     static void Keep(void* context, int module, int level, const char* file, int, const char* text) {
