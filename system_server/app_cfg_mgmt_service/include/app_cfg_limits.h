@@ -23,6 +23,10 @@ constexpr uint64_t REFERENCE_WORK = 256;
 // The document library gives up on references that nest deeper.
 constexpr int MAX_REFERENCE_DEPTH = 10;
 
+// Steps of one key. The document library follows a key by recursion, 200 bytes a step on a 64-bit machine,
+// and a query could name 4,096 steps; no document is deeper than half of this.
+constexpr size_t MAX_KEY_STEPS = 512;
+
 // Elements that one keyed raw set may leave empty before the indexes that it names: the library fills
 // them with nulls, 72 bytes each.
 constexpr uint64_t MAX_ARRAY_PADDING = 65535;

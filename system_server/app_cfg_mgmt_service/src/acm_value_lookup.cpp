@@ -2,19 +2,32 @@
 
 #include <Poco/Exception.h>
 
+#include <algorithm>
+
 namespace SystemServer {
 
 namespace {
 
+// Throws Poco::NotFoundException for a missing key.
+std::string GetBounded(const Poco::Util::AbstractConfiguration& config, const std::string& key,
+                       AcmWorkBudget& budget) {
+    const auto steps = std::count_if(key.begin(), key.end(), [](char c) { return c == '.' || c == '['; });
+    if (static_cast<size_t>(steps) > MAX_KEY_STEPS) {
+        throw Poco::RangeException("the key has too many steps");
+    }
+    std::string value = config.getRawString(key);
+    budget.Spend(value.size());
+    return value;
+}
+
 bool FetchRaw(const Poco::Util::AbstractConfiguration& config, const std::string& key, AcmWorkBudget& budget,
               std::string& value) {
     try {
-        value = config.getRawString(key);
+        value = GetBounded(config, key, budget);
+        return true;
     } catch (const Poco::NotFoundException&) {
         return false;
     }
-    budget.Spend(value.size());
-    return true;
 }
 
 // The library's own expansion follows references without a bound on what they add up to.
@@ -60,8 +73,7 @@ void AcmWorkBudget::Spend(uint64_t bytes) {
 
 std::string LookUpValue(const Poco::Util::AbstractConfiguration& config, const std::string& key,
                         AcmWorkBudget& budget) {
-    const std::string value = config.getRawString(key);
-    budget.Spend(value.size());
+    const std::string value = GetBounded(config, key, budget);
     if (value.find("${") == std::string::npos) {
         return value;
     }
