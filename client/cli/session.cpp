@@ -11,10 +11,23 @@ namespace {
 
 constexpr size_t DATA_LIMIT = 16U << 20;
 
-// Splits at the first "="; the value may hold more of them.
+// Behind the selector [@NAME=VALUE] or [@NAME='VALUE'] that begins there; npos when it does not end.
+size_t EndOfSelector(const std::string& text, size_t start) {
+    size_t end = text.find_first_of("=]", start);
+    if (end != std::string::npos && text.compare(end, 2, "='") == 0) {
+        end = text.find('\'', end + 2);
+    }
+    end = text.find(']', end);
+    return end == std::string::npos ? end : end + 1;
+}
+
+// Splits at the first "=" outside of the key's selectors; the value may hold more of them.
 std::pair<std::string, std::string> SplitPair(const std::string& text) {
-    const size_t equals = text.find('=');
-    if (equals == std::string::npos) {
+    size_t equals = 0;
+    while (equals < text.size() && text[equals] != '=') {
+        equals = text.compare(equals, 2, "[@") == 0 ? EndOfSelector(text, equals) : equals + 1;
+    }
+    if (equals >= text.size()) {
         throw UsageError("'" + text + "' is not KEY=VALUE");
     }
     return {text.substr(0, equals), text.substr(equals + 1)};

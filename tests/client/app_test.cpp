@@ -139,6 +139,9 @@ TEST_F(TheCommandLineAtAService, TakesKeysThatLookLikeSomethingElse) {
     EXPECT_EQ(m_out, "dash\n");
     EXPECT_EQ(Run({"set", "app/net", "[0]=[1]", "k=a=b"}), EXIT_DONE);
     EXPECT_EQ(Sent(72), "[0]|[1],k|a=b");
+    EXPECT_EQ(Run({"set", "app/net", "r[@id=x].l=1", "r[@id='x]=y'][@n]=[@a=b]", "[@v]=", "a[b=c"}),
+              EXIT_DONE);
+    EXPECT_EQ(Sent(72), "r[@id=x].l|1,r[@id='x]=y'][@n]|[@a=b],[@v]|,a[b|c");
 }
 
 TEST_F(TheCommandLineAtAService, ReportsARefusalWithStatusAndReason) {
@@ -153,8 +156,10 @@ TEST_F(TheCommandLineAtAService, ReportsARefusalWithStatusAndReason) {
 TEST_F(TheCommandLineAtAService, SendsNothingForArgumentsThatCannotBeSent) {
     for (const Words& words :
          {Words{"get", "app/net", "a,b"}, Words{"set", "app/net", "a=1|2"}, Words{"set", "app/net", "a"},
-          Words{"get", "nohandle", "a"}, Words{"rekey", "app/net"}, Words{"raw", "app/net", "frob"},
-          Words{"raw", "app/net", "get", "k", "data"}, Words{"raw", "app/net", "set", "k", "@/nonexistent"},
+          Words{"set", "app/net", "a[@b=c]"}, Words{"set", "app/net", "a[@b=c"},
+          Words{"set", "app/net", "a[@b='c]=d"}, Words{"get", "nohandle", "a"}, Words{"rekey", "app/net"},
+          Words{"raw", "app/net", "frob"}, Words{"raw", "app/net", "get", "k", "data"},
+          Words{"raw", "app/net", "set", "k", "@/nonexistent"},
           Words{"rekey", "app/net", "--key-file", "/nonexistent"}}) {
         EXPECT_EQ(Run(words), EXIT_USAGE) << testing::PrintToString(words);
     }
