@@ -1,21 +1,25 @@
 # shellcheck shell=bash
 # ./dev run: the service in a process of its own, and a client's day with it. Sourced by ./dev.
 
-# The service that run_start started, and the directory that it lives in; run_end undoes both.
+# The service that run_start started, and the directory that it lives in; run_end ends and removes them.
 SERVICE_PID=
 SERVICE_DIR=
 
 verb_run() {
     [ $# -eq 0 ] || fail "usage: ./dev run"
-    install_packages build sandbox
+    install_packages build sandbox tour
     build_preset release
     trap run_end EXIT
     trap 'exit 130' INT
     trap 'exit 143' TERM HUP
+    SERVICE_DIR=$(mktemp -d)
     run_start
-    run_show_process
     export KESTREL_ROOT=$SERVICE_DIR PATH="$ROOT/build/release/bin:$PATH"
-    "$ROOT/examples/tour.sh"
+    "$ROOT/examples/tour.sh" before-restart
+    say "the service ends and is started anew"
+    run_stop
+    run_start
+    "$ROOT/examples/tour.sh" after-restart
     if [ -t 0 ]; then
         say "your turn: 'help' lists the commands, ctrl-D ends"
         # The prompt takes ctrl-C for itself.
@@ -28,8 +32,7 @@ verb_run() {
 
 # In a session of its own, so that ctrl-C at the prompt does not reach the service.
 run_start() {
-    SERVICE_DIR=$(mktemp -d)
-    setsid "$ROOT/dev" serve "$SERVICE_DIR" >"$SERVICE_DIR/service.log" 2>&1 </dev/null &
+    setsid "$ROOT/dev" serve "$SERVICE_DIR" >>"$SERVICE_DIR/service.log" 2>&1 </dev/null &
     SERVICE_PID=$!
     local deadline=$((SECONDS + 60))
     until run_listens; do
@@ -38,6 +41,7 @@ run_start() {
         fi
         sleep 0.05
     done
+    run_show_process
 }
 
 # A bound socket that accepts connections carries this flag in the kernel's table.
