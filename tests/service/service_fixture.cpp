@@ -42,7 +42,7 @@ LogLines::LogLines(const std::string& directory) : m_directory(directory) {
 
 LogLines::~LogLines() {
     pl_log_set_sink(nullptr, nullptr);
-    pl_log_set_level(4);
+    pl_log_set_level(1);
 }
 
 void LogLines::Take(void* self, int module, int level, const char* file, int, const char* text) {
@@ -173,6 +173,16 @@ std::string Client::Raw(const std::string& key) {
                                                     : StatusText(reply);
 }
 
+std::string ADirectory::Writes(const std::string& name, const std::string& text) const {
+    std::ofstream(Path(name), std::ios::binary) << text;
+    return Path(name);
+}
+
+std::string ADirectory::Text(const std::string& name) const {
+    std::ifstream file(Path(name), std::ios::binary);
+    return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "(missing)";
+}
+
 AService::AService() : m_loop(NewService()), m_thread([this] { kestrel_event_mgr_run(m_loop, -1); }) {}
 
 AService::~AService() {
@@ -187,15 +197,6 @@ void AService::Stops() {
     if (m_thread.joinable()) {
         m_thread.join();
     }
-}
-
-void AService::Writes(const std::string& name, const std::string& text) const {
-    std::ofstream(Path(name), std::ios::binary) << text;
-}
-
-std::string AService::Text(const std::string& name) const {
-    std::ifstream file(Path(name), std::ios::binary);
-    return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "(missing)";
 }
 
 AppCfgCreateReq AService::Item(const std::string& cfg, const std::string& backup,

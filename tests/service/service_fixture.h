@@ -93,18 +93,26 @@ public:
     AppCfgHndl m_handle = Handle("app1", "net"); // whom the requests for an item are about
 };
 
-// A service that listens below a directory of its own, with one client.
-class AService : public ::testing::Test {
+// A directory of the test's own, which is also the framework's root, and the log.
+class ADirectory : public ::testing::Test {
+protected:
+    std::string Path(const std::string& name) const { return m_root.Of(name); }
+    // Writes a file and returns its path.
+    std::string Writes(const std::string& name, const std::string& text) const;
+    std::string Text(const std::string& name) const;
+
+    PlatformTest::RootDirectory m_root;
+    LogLines m_log{m_root.Of("")};
+};
+
+// A service that listens there, with one client.
+class AService : public ADirectory {
 protected:
     AService();
     ~AService() override;
 
     // The loop ends as at SIGTERM, with a last save for every item.
     void Stops();
-
-    std::string Path(const std::string& name) const { return m_root.Of(name); }
-    void Writes(const std::string& name, const std::string& text) const;
-    std::string Text(const std::string& name) const;
 
     // app1.net.0, plain JSON, saved and backed up at once. An empty name is no path.
     AppCfgCreateReq Item(const std::string& cfg = "cfg", const std::string& backup = "bak",
@@ -116,9 +124,6 @@ protected:
     static bool Knows(const Lines& keys) {
         return Eventually([&] { return RegisteredKeys() == keys; });
     }
-
-    PlatformTest::RootDirectory m_root;
-    LogLines m_log{m_root.Of("")};
 
 private:
     kestrel_event_mgr* const m_loop;

@@ -1,0 +1,158 @@
+#include "faults.h"
+
+#include <linux/capability.h>
+#include <pwd.h>
+#include <sys/types.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "securec/securec.h"
+#include "tern/tern.h"
+
+using ServiceTest::Call;
+
+namespace {
+
+constexpr uid_t SSHD_UID = 105;
+constexpr gid_t SSHD_GID = 65534;
+
+// How many calls still go through before one fails.
+std::atomic<int> g_left[static_cast<int>(Call::COUNT)] = {};
+std::atomic<kestrel_event_mgr*> g_eventMgr{nullptr};
+
+// What the process seems to have. Start-up runs on one thread.
+std::vector<std::string> g_calls;
+__user_cap_data_struct g_capabilities[2] = {};
+
+std::atomic<int>& Left(Call call) {
+    return g_left[static_cast<int>(call)];
+}
+
+// 0 stands for "never", so that nothing needs to be initialised first.
+bool Fails(Call call) {
+    return Left(call) > 0 && --Left(call) == 0;
+}
+
+int Privileged(Call call, const std::string& line) {
+    g_calls.push_back(line);
+    return Fails(call) ? -1 : 0;
+}
+
+std::string Hex(uint32_t number) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%x", number);
+    return text;
+}
+
+} // namespace
+
+namespace ServiceTest {
+
+Failing::Failing(Call call, int after) : m_call(call) {
+    Left(call) = after + 1;
+}
+
+Failing::~Failing() {
+    Left(m_call) = 0;
+}
+
+std::vector<std::string> TakePrivilegedCalls() {
+    g_capabilities[0] = {0x11, 0x12, 0x13};
+    g_capabilities[1] = {0x21, 0x22, 0x23};
+    return std::exchange(g_calls, {});
+}
+
+kestrel_event_mgr* LastEventMgr() {
+    return g_eventMgr;
+}
+
+} // namespace ServiceTest
+
+extern "C" {
+
+kestrel_event_mgr* __real_kestrel_event_mgr_new(int reserved);
+int __real_kestrel_server_register(const char* name, kestrel_event_mgr* mgr, const kestrel_server_ops* ops);
+int __real_kestrel_ioctl(int fd, unsigned long request, void* arg);
+tern_message* __real_tern_message_new(int reserved);
+int __real_tern_message_sendfd(tern_message* msg, int fd);
+int __real_tern_content(tern_message* msg, void** content, uint32_t* len);
+int __real_tern_content_add(tern_message* msg, const void* data, uint32_t len, int reserved);
+void* __real_pcalloc(kestrel_pool* pool, size_t size);
+int __real_memcpy_s(void* dest, size_t destMax, const void* src, size_t count);
+int __real_getpwnam_r(const char* name, passwd* entry, char* buffer, size_t size, passwd** found);
+
+kestrel_event_mgr* __wrap_kestrel_event_mgr_new(int reserved) {
+    return g_eventMgr = Fails(Call::EVENT_MGR_NEW) ? nullptr : __real_kestrel_event_mgr_new(reserved);
+}
+
+int __wrap_kestrel_server_register(const char* name, kestrel_event_mgr* mgr, const kestrel_server_ops* ops) {
+    return Fails(Call::SERVER_REGISTER) ? -1 : __real_kestrel_server_register(name, mgr, ops);
+}
+
+int __wrap_kestrel_ioctl(int fd, unsigned long request, void* arg) {
+    return Fails(Call::IOCTL) ? -1 : __real_kestrel_ioctl(fd, request, arg);
+}
+
+tern_message* __wrap_tern_message_new(int reserved) {
+    return Fails(Call::MESSAGE_NEW) ? nullptr : __real_tern_message_new(reserved);
+}
+
+int __wrap_tern_message_sendfd(tern_message* msg, int fd) {
+    return Fails(Call::MESSAGE_SENDFD) ? -1 : __real_tern_message_sendfd(msg, fd);
+}
+
+int __wrap_tern_content(tern_message* msg, void** content, uint32_t* len) {
+    return Fails(Call::CONTENT) ? 7 : __real_tern_content(msg, content, len);
+}
+
+int __wrap_tern_content_add(tern_message* msg, const void* data, uint32_t len, int reserved) {
+    return Fails(Call::CONTENT_ADD) ? -1 : __real_tern_content_add(msg, data, len, reserved);
+}
+
+void* __wrap_pcalloc(kestrel_pool* pool, size_t size) {
+    return Fails(Call::POOL) ? nullptr : __real_pcalloc(pool, size);
+}
+
+int __wrap_memcpy_s(void* dest, size_t destMax, const void* src, size_t count) {
+    return Fails(Call::COPY) ? 34 : __real_memcpy_s(dest, destMax, src, count);
+}
+
+int __wrap_getpwnam_r(const char* name, passwd* entry, char* buffer, size_t size, passwd** found) {
+    if (std::strcmp(name, "sshd") != 0) {
+        return __real_getpwnam_r(name, entry, buffer, size, found);
+    }
+    const int fault = Privileged(Call::GETPWNAM_R, "getpwnam_r " + std::to_string(size));
+    entry->pw_uid = SSHD_UID;
+    entry->pw_gid = SSHD_GID;
+    *found = fault == 0 ? entry : nullptr;
+    return fault == 0 ? 0 : ERANGE;
+}
+
+int __wrap_capget(cap_user_header_t header, cap_user_data_t data) {
+    std::memcpy(data, g_capabilities, sizeof g_capabilities);
+    return Privileged(Call::CAPGET, "capget " + Hex(header->version));
+}
+
+int __wrap_capset(cap_user_header_t header, const cap_user_data_t data) {
+    std::memcpy(g_capabilities, data, sizeof g_capabilities);
+    return Privileged(Call::CAPSET,
+                      "capset " + Hex(header->version) + ", high permitted " + Hex(data[1].permitted));
+}
+
+int __wrap_prctl(int option, unsigned long argument, ...) {
+    return Privileged(Call::PRCTL, "prctl " + std::to_string(option) + " " + std::to_string(argument));
+}
+
+int __wrap_setgid(gid_t group) {
+    return Privileged(Call::SETGID, "setgid " + std::to_string(group));
+}
+
+int __wrap_setuid(uid_t user) {
+    return Privileged(Call::SETUID, "setuid " + std::to_string(user));
+}
+
+} // extern "C"

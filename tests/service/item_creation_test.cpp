@@ -1,0 +1,294 @@
+#include <sys/stat.h>
+
+#include "service_fixture.h"
+
+namespace ServiceTest {
+
+using ACreation = AService;
+
+// One value per source, so that a file tells where it came from.
+constexpr char FROM_CFG[] = R"({"from":"cfg"})";
+constexpr char FROM_BAK[] = R"({"from":"bak"})";
+constexpr char FROM_DEF[] = R"({"from":"def"})";
+constexpr char BROKEN[] = R"({"from":)";
+constexpr char ARRAY[] = R"(["from"])";
+constexpr const char* NONE = nullptr;
+
+TEST_F(ACreation, TellsEveryStep) {
+    Writes("cfg", FROM_CFG);
+    EXPECT_EQ(m_client.Creates(Item()), 200);
+    EXPECT_THAT(
+        m_log.Of(),
+        ElementsAre("1 create app cfg item start...", "1 ------------cfg create info------------",
+                    "1 config path:cfg", "1 backup path:bak", "1 default path:def",
+                    "1 ---------------------------------------", "1 create crypto mgr start...",
+                    "1 create crypto mgr done.", "1 create app cfg mgr start...",
+                    "1 create app cfg mgr done.", "1 start save strategy ...", "1 start save strategy done.",
+                    "1 start backup strategy ...", "1 start backup strategy done.",
+                    "1 set backup path [bak]...", "1 set backup path done.", "1 set default path [def]...",
+                    "1 set default path done.", "1 create new app cfg mgmt item... ",
+                    "1 ------------cfg info------------", "1 config path:cfg", "1 config hndl:app1.net.0",
+                    "1 config writable:true", "1 config save strategy:1", "1 config backup strategy:1",
+                    "1 --------------------------------", "1 create new app cfg mgmt item done. "));
+    EXPECT_EQ(RegisteredKeys(), Lines{"app1.net.0"});
+}
+
+struct Recovery {
+    const char* claim;
+    const char* cfg; // the files before: their text, or none
+    const char* bak;
+    const char* def;
+    uint16_t status;
+    const char* cfgAfter;
+    const char* bakAfter;
+    Lines lines;
+};
+
+const Lines RECOVERY_LINES = {"config file[", "invalid", "copy default"};
+constexpr char GONE[] = "1 connect fd[N] : config file[cfg] not exists.try to recover...";
+constexpr char TRY_BAK[] = "1 connect fd[N] : try to restore config file[cfg] from backup[bak]...";
+constexpr char BAK_DONE[] = "1 connect fd[N] : restore config file[cfg] from backup[bak] done.";
+constexpr char BAK_FAIL[] = "1 connect fd[N] : restore config file[cfg] from backup[bak] fail.";
+constexpr char TRY_DEF[] = "1 connect fd[N] : try to restore config file[cfg] from default[def]...";
+constexpr char DEF_DONE[] = "1 connect fd[N] : restore config file[cfg] from default[def] done.";
+constexpr char DEF_FAIL[] = "1 connect fd[N] : restore config file[cfg] from default[def] fail.";
+constexpr char COPY_BAK[] = "1 copy default[bak] to cfg[cfg] done.";
+constexpr char COPY_DEF[] = "1 copy default[def] to cfg[cfg] done.";
+constexpr char REFUSED[] =
+    "3 connect fd[N] : invalid config file format or unsupported config storage type[3].";
+
+const Recovery RECOVERIES[] = {
+    {"a good file is taken as it is", FROM_CFG, FROM_BAK, FROM_DEF, 200, FROM_CFG, FROM_BAK, {}},
+    {"the first backup is a copy of the file", FROM_CFG, NONE, FROM_DEF, 200, FROM_CFG, FROM_CFG, {}},
+    {"the backup comes before the default",
+     NONE,
+     FROM_BAK,
+     FROM_DEF,
+     200,
+     FROM_BAK,
+     FROM_BAK,
+     {GONE, TRY_BAK, BAK_DONE}},
+    {"the default becomes the backup too",
+     NONE,
+     NONE,
+     FROM_DEF,
+     200,
+     FROM_DEF,
+     FROM_DEF,
+     {GONE, TRY_DEF, DEF_DONE}},
+    {"nothing to recover from",
+     NONE,
+     NONE,
+     NONE,
+     404,
+     NONE,
+     NONE,
+     {GONE, "3 connect fd[N] : config file[cfg] not exists & recover fail."}},
+    {"a broken file is replaced by its backup",
+     BROKEN,
+     FROM_BAK,
+     FROM_DEF,
+     200,
+     FROM_BAK,
+     FROM_BAK,
+     {TRY_BAK, COPY_BAK, BAK_DONE}},
+    {"a broken backup leads to the default and stays",
+     BROKEN,
+     BROKEN,
+     FROM_DEF,
+     200,
+     FROM_DEF,
+     BROKEN,
+     {TRY_BAK, COPY_BAK, BAK_FAIL, TRY_DEF, COPY_DEF, DEF_DONE}},
+    {"a root that is no object is broken too",
+     ARRAY,
+     FROM_BAK,
+     NONE,
+     200,
+     FROM_BAK,
+     FROM_BAK,
+     {TRY_BAK, COPY_BAK, BAK_DONE}},
+    {"an empty file is broken too",
+     "",
+     FROM_BAK,
+     NONE,
+     200,
+     FROM_BAK,
+     FROM_BAK,
+     {TRY_BAK, COPY_BAK, BAK_DONE}},
+    {"a broken file makes its own first backup",
+     BROKEN,
+     NONE,
+     NONE,
+     403,
+     BROKEN,
+     BROKEN,
+     {TRY_BAK, COPY_BAK, BAK_FAIL, TRY_DEF, DEF_FAIL, REFUSED}},
+    {"a broken backup of a missing file leads to the default",
+     NONE,
+     BROKEN,
+     FROM_DEF,
+     200,
+     FROM_DEF,
+     BROKEN,
+     {GONE, TRY_BAK, BAK_DONE, TRY_BAK, COPY_BAK, BAK_FAIL, TRY_DEF, COPY_DEF, DEF_DONE}},
+    {"all broken",
+     BROKEN,
+     BROKEN,
+     ARRAY,
+     403,
+     ARRAY,
+     BROKEN,
+     {TRY_BAK, COPY_BAK, BAK_FAIL, TRY_DEF, COPY_DEF, DEF_FAIL, REFUSED}},
+};
+
+TEST_F(ACreation, RecoversFromBackupOrDefault) {
+    const auto lay = [&](const char* name, const char* text) {
+        std::filesystem::remove(Path(name));
+        if (text != NONE) {
+            Writes(name, text);
+        }
+    };
+    const auto expected = [](const char* text) { return std::string(text == NONE ? "(missing)" : text); };
+    for (const Recovery& entry : RECOVERIES) {
+        SCOPED_TRACE(entry.claim);
+        lay("cfg", entry.cfg);
+        lay("bak", entry.bak);
+        lay("def", entry.def);
+        m_log.Clear();
+        EXPECT_EQ(m_client.Creates(Item()), entry.status);
+        EXPECT_EQ(m_log.Of(RECOVERY_LINES), entry.lines);
+        EXPECT_EQ(Text("cfg"), expected(entry.cfgAfter));
+        EXPECT_EQ(Text("bak"), expected(entry.bakAfter));
+        EXPECT_EQ(Text("def"), expected(entry.def));
+        EXPECT_EQ(m_client.Deletes(), entry.status == 200 ? 200 : 404);
+    }
+}
+
+TEST_F(ACreation, WithoutABackupPathUsesTheDefaultForABrokenFileOnly) {
+    Writes("def", FROM_DEF);
+    EXPECT_EQ(m_client.Creates(Item("cfg", "")), 400); // the file is missing
+    EXPECT_EQ(m_log.Errors().size(), 1U);
+    EXPECT_EQ(Text("cfg"), "(missing)");
+    Writes("cfg", BROKEN);
+    EXPECT_EQ(m_client.Creates(Item("cfg", "")), 200);
+    EXPECT_EQ(m_client.Value("from"), "def");
+    EXPECT_THAT(m_log.Of({"backup[]", "backup path"}),
+                ElementsAre("1 backup path:", "1 backup path:",
+                            "1 connect fd[N] : try to restore config file[cfg] from backup[]...",
+                            "1 connect fd[N] : restore config file[cfg] from backup[] fail."));
+}
+
+TEST_F(ACreation, WithoutAnyPathIsRefused) {
+    EXPECT_EQ(m_client.Creates(Item("", "", "")), 400);
+    EXPECT_EQ(m_client.Creates(Item("", "bak", "def")), 400);
+    EXPECT_EQ(RegisteredKeys(), Lines{});
+}
+
+TEST_F(ACreation, ThatCannotMakeTheFirstBackupIsRefused) {
+    Writes("cfg", FROM_CFG);
+    EXPECT_EQ(m_client.Creates(Item("cfg", "nowhere/bak")), 400);
+    EXPECT_THAT(m_log.Errors(), ElementsAre(HasSubstr("nowhere")));
+    EXPECT_EQ(Text("cfg"), FROM_CFG);
+    EXPECT_EQ(RegisteredKeys(), Lines{});
+}
+
+TEST_F(ACreation, RefusesStorageTypesThatDoNotExist) {
+    Writes("cfg", FROM_CFG);
+    for (const int32_t type : {2, 4, -1}) {
+        AppCfgCreateReq item = Item();
+        item.storageType = static_cast<ConfigStorageType>(type);
+        m_log.Clear();
+        EXPECT_EQ(m_client.Creates(item), 403);
+        EXPECT_EQ(m_log.Errors(), Lines{"3 connect fd[N] : invalid config file format or unsupported config "
+                                        "storage type[" +
+                                        std::to_string(type) + "]."});
+    }
+}
+
+TEST_F(ACreation, RefusesCryptoTypesThatDoNotExist) {
+    Writes("cfg", FROM_CFG);
+    for (const int32_t type : {2, -1}) {
+        AppCfgCreateReq item = Item();
+        item.cryptoType = static_cast<ConfigCryptoType>(type);
+        m_log.Clear();
+        EXPECT_EQ(m_client.Creates(item), 403);
+        const std::string number = std::to_string(type);
+        EXPECT_THAT(m_log.Errors(),
+                    ElementsAre("3 not support crypto mgr[" + number + "]",
+                                "3 connect fd[N] : invalid crypto type[" + number + "] or param."));
+        EXPECT_THAT(m_log.Of({"create app cfg mgr", "crypto mgr done"}), IsEmpty());
+    }
+}
+
+TEST_F(ACreation, OfAPlainItemReadsNoKey) {
+    HasItem(FROM_CFG);
+    AppCfgCreateReq item = Item();
+    std::memset(&item.cryptoParam, 0xA5, sizeof item.cryptoParam);
+    EXPECT_EQ(m_client.Creates(item), 200);
+    EXPECT_EQ(m_client.SetsRaw("from", "me"), 200);
+    EXPECT_EQ(Text("cfg"), "{\n  \"from\": \"me\"\n}");
+}
+
+TEST_F(ACreation, WithAKnownHandleReplacesTheItem) {
+    HasItem(FROM_CFG);
+    EXPECT_EQ(m_client.Sets("from|first"), 200);
+    Client other;
+    Writes("cfg2", FROM_DEF);
+    m_log.Clear();
+    EXPECT_EQ(other.Creates(Item("cfg2", "bak2")), 200);
+    EXPECT_EQ(m_log.Errors(), Lines{"3 connect fd[N] : appCfgKey[app1.net.0] already exist."});
+    EXPECT_EQ(Text("cfg"), "{\n  \"from\": \"first\"\n}"); // what was acknowledged is not lost
+    EXPECT_EQ(other.Value("from"), "def");
+    EXPECT_EQ(other.SetsRaw("from", "second"), 200);
+    EXPECT_EQ(Text("cfg"), "{\n  \"from\": \"first\"\n}");
+    m_client.Close(); // the item is the other's now
+    EXPECT_EQ(other.Value("from"), "second");
+}
+
+TEST_F(ACreation, ThatFailsLeavesAReplacedItemErased) {
+    HasItem(FROM_CFG);
+    EXPECT_EQ(m_client.Creates(Item("gone", "gone", "gone")), 404);
+    EXPECT_EQ(m_client.Value("from"), "status 404");
+}
+
+// The copies are known to the manager only once a backup strategy runs.
+TEST_F(ACreation, WithoutABackupStrategyKeepsNoCopies) {
+    Writes("cfg", FROM_CFG);
+    Writes("def", FROM_DEF);
+    AppCfgCreateReq item = Item();
+    item.backupStrategy = ConfigBackupStrategy::NONE;
+    EXPECT_EQ(m_client.Creates(item), 200);
+    EXPECT_THAT(m_log.Of({"set backup", "set default", "start backup"}), IsEmpty());
+    EXPECT_EQ(m_client.SetsRaw("from", "me"), 200);
+    EXPECT_EQ(Text("bak"), FROM_CFG); // the first backup alone
+    EXPECT_EQ(m_client.Restores(), 200);
+    EXPECT_EQ(m_client.Value("from"), "me");
+}
+
+TEST_F(ACreation, WithoutStrategiesNeverSaves) {
+    Writes("cfg", FROM_CFG);
+    for (const int32_t none : {0, 4, -1}) {
+        AppCfgCreateReq item = Item();
+        item.saveStrategy = static_cast<ConfigSaveStrategy>(none);
+        item.backupStrategy = static_cast<ConfigBackupStrategy>(none);
+        m_log.Clear();
+        EXPECT_EQ(m_client.Creates(item), 200);
+        EXPECT_EQ(m_client.SetsRaw("from", "me"), 200);
+        EXPECT_EQ(m_client.Deletes(), 200);
+        EXPECT_THAT(m_log.Of({"strategy ..."}), IsEmpty());
+        EXPECT_EQ(Text("cfg"), FROM_CFG);
+    }
+}
+
+TEST_F(ACreation, ReadsFieldsUpToTheirEnds) {
+    Writes("cfg", FROM_CFG);
+    AppCfgCreateReq item = Item("cfg", "", "");
+    std::memset(item.backupPath, 'b', sizeof item.backupPath);
+    std::memset(item.defaultPath, 'd', sizeof item.defaultPath);
+    EXPECT_EQ(m_client.Creates(item), 400); // no file name is that long
+    EXPECT_EQ(m_log.Of({"backup path:", "default path:"}),
+              (Lines{"1 backup path:" + std::string(256, 'b'), "1 default path:" + std::string(256, 'd')}));
+}
+
+} // namespace ServiceTest
