@@ -7,8 +7,7 @@ const char* BadRequestMeaning(Request request) {
     switch (request) {
     case Request::CREATE:
         return "bad request: an invalid backup or default path, no such path for a file that is missing, or "
-               "a file "
-               "that cannot be read or copied";
+               "a file that cannot be read or copied";
     case Request::GET:
         return "bad request: a key is not in the document, or its value cannot be expanded";
     case Request::SET:
@@ -20,8 +19,9 @@ const char* BadRequestMeaning(Request request) {
         return "bad request: the item is read-only, or its default cannot be copied";
     case Request::CHANGE_KEY:
         return "bad request: a file could not be read in the old encryption or written in the new one";
-    case Request::DELETE_ITEM:
     case Request::RAW_GET:
+        return "bad request: the key is malformed";
+    case Request::DELETE_ITEM:
         break;
     }
     return "bad request";

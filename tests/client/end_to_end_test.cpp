@@ -185,12 +185,16 @@ std::string Escaped(const std::string& text) {
     return escaped;
 }
 
-// Runs the commands of a page's session and compares all that they print.
-TEST_F(AClientOfTheService, SeesWhatTheKeysPageShows) {
-    const std::string session = test::BlockOf("keys.md", "session");
-    m_root.Write("net.json", test::BlockOf("keys.md", "json"));
-    const std::string item = m_root.Write("item", R"({"handle": "app/net", "storage": "json", "path": ")" +
-                                                      m_root.Path() + R"(/net.json"})");
+// Runs the commands of the page's session for each format and compares all that they print.
+class TheKeysPage : public AClientOfTheService, public testing::WithParamInterface<const char*> {};
+
+TEST_P(TheKeysPage, ShowsWhatAClientSees) {
+    const std::string format = GetParam();
+    const std::string text = test::BlockOf("keys.md", format);
+    const std::string session = test::BlockOf("keys.md", "session", "\n```" + format + "\n");
+    const std::string item =
+        m_root.Write("item", R"({"handle": "app/net", "storage": ")" + format + R"(", "path": ")" +
+                                 m_root.Write("net", text) + R"("})");
     std::string commands;
     std::istringstream lines(session);
     for (std::string line; std::getline(lines, line);) {
@@ -203,6 +207,9 @@ TEST_F(AClientOfTheService, SeesWhatTheKeysPageShows) {
     cli::RunApp({"shell", item}, {in, out, out, false});
     EXPECT_EQ(out.str(), "created app/net/0\n" + session);
 }
+
+INSTANTIATE_TEST_SUITE_P(Of, TheKeysPage, testing::Values("json", "xml", "ini"),
+                         [](const auto& format) { return std::string(format.param); });
 
 } // namespace
 } // namespace appcfg
