@@ -208,10 +208,6 @@ TEST_F(AClient, FailsOnItemsOfAConnectionThatIsClosedAndLetsThemGoQuietly) {
     EXPECT_THROW(moved.Create(Described()), ConnectionError);
 }
 
-TEST_F(AClient, IsToldThatThereIsNoService) {
-    EXPECT_THROW(Connection(), ConnectionError);
-}
-
 // Every reply that is not the answer to the request ends the connection; none is taken for an answer.
 TEST_F(AClient, TrustsNoReplyThatIsNotTheAnswer) {
     const auto changed = [](size_t at, uint8_t mask) {

@@ -35,15 +35,6 @@ protected:
         return item;
     }
 
-    static void ExpectRefused(uint16_t status, const std::function<void()>& action) {
-        try {
-            action();
-            ADD_FAILURE() << "it was done; status " << status << " was expected";
-        } catch (const RequestRefused& refused) {
-            EXPECT_EQ(refused.Status(), status) << refused.what();
-        }
-    }
-
     // What the service does once it sees a close, it does soon after.
     static bool Eventually(const std::function<bool()>& condition) {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -88,30 +79,6 @@ TEST_F(AClientOfTheService, WorksOnAnItemFromItsDefaultToItsEnd) {
     EXPECT_EQ(m_root.Read("net.json"), DEFAULT_TEXT);
     item.Delete();
     EXPECT_TRUE(IsGone(item));
-}
-
-TEST_F(AClientOfTheService, IsRefusedWithTheStatusThatTellsWhy) {
-    Connection connection;
-    Item item = connection.Create(Described());
-    ExpectRefused(400, [&] { item.Get("missing"); });
-    ExpectRefused(400, [&] { item.Set("missing", "1"); });
-    ExpectRefused(404, [&] { item.GetRaw("missing"); });
-    ExpectRefused(400, [&] { item.SetRaw("", "no json"); });
-
-    Item unknown = connection.Open(Handle("app", "unknown"));
-    ExpectRefused(404, [&] { unknown.Get("mtu"); });
-    ExpectRefused(404, [&] { unknown.Restore(); });
-    ExpectRefused(404, [&] { unknown.Delete(); });
-
-    ItemDescription absent = Described("absent");
-    absent.defaultPath += ".missing";
-    ExpectRefused(404, [&] { connection.Create(absent); });
-    absent.defaultPath.clear();
-    ExpectRefused(400, [&] { connection.Create(absent); });
-    ItemDescription unloadable = Described("unloadable");
-    m_root.Write("unloadable.default", "no json");
-    ExpectRefused(403, [&] { connection.Create(unloadable); });
-    EXPECT_EQ(item.GetInt("mtu"), 1500) << "the connection and its item go on";
 }
 
 TEST_F(AClientOfTheService, SharesItsItemsAndTakesThemAlong) {
@@ -161,7 +128,18 @@ TEST_F(AClientOfTheService, FillsARequestToItsLastByte) {
     EXPECT_EQ(item.Get("hostname"), large);
 }
 
-// The reply of the protocol page, byte for byte, to the request of the same page.
+// What the page shows is what the library sends and understands, and what the service answers.
+TEST(TheProtocolPage, ShowsAnExchangeOfTheClientLibrary) {
+    const test::Bytes request = test::BytesOfDump(test::BlockOf("protocol.md", "hex request"));
+    const test::Bytes reply = test::BytesOfDump(test::BlockOf("protocol.md", "hex reply"));
+    const ScratchRoot root;
+    const test::FakeService service(root.Path(), [&](const test::Bytes&) { return reply; });
+    Connection connection;
+    EXPECT_THAT(connection.Open(Handle("app", "net")).GetMany({"hostname", "mtu"}),
+                ElementsAre("device", "1500"));
+    EXPECT_EQ(service.Requests().at(0), request);
+}
+
 TEST_F(AClientOfTheService, GetsTheReplyOfTheProtocolPage) {
     Connection connection;
     connection.Create(Described()).Release();
