@@ -4,6 +4,5 @@ if(NOT ACM_PLATFORM_ROOT)
 endif()
 add_library(kestrel_platform INTERFACE)
 target_include_directories(kestrel_platform SYSTEM INTERFACE ${ACM_PLATFORM_ROOT}/include)
-target_link_directories(kestrel_platform INTERFACE ${ACM_PLATFORM_ROOT}/lib)
 # The host process has loaded these libraries before it loads the service.
 target_link_options(kestrel_platform INTERFACE -Wl,--unresolved-symbols=ignore-all)
