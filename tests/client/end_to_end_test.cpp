@@ -131,7 +131,7 @@ TEST_F(AClientOfTheService, FillsARequestToItsLastByte) {
 // What the page shows is what the library sends and understands, and what the service answers.
 TEST(TheProtocolPage, ShowsAnExchangeOfTheClientLibrary) {
     const test::Bytes request = test::BytesOfDump(test::BlockOf("protocol.md", "hex request"));
-    const test::Bytes reply = test::BytesOfDump(test::BlockOf("protocol.md", "hex reply"));
+    test::Bytes reply = test::BytesOfDump(test::BlockOf("protocol.md", "hex reply"));
     const ScratchRoot root;
     const test::FakeService service(root.Path(), [&](const test::Bytes&) { return reply; });
     Connection connection;
