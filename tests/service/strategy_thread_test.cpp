@@ -45,7 +45,7 @@ public:
     std::function<void()> m_onSave = [] {};
 
 protected:
-    bool IsStorable(const std::string&) const override { return true; }
+    bool Admits(const std::string&, const std::string&) override { return true; }
 };
 
 class ADelayedSave : public ::testing::Test {

@@ -3,13 +3,19 @@
 #ifndef ACM_FILE_H
 #define ACM_FILE_H
 
+#include <Poco/Exception.h>
+
 #include <exception>
 #include <string>
 
 namespace SystemServer {
 
-// The whole content of a regular file. Throws the file library's exception for what went wrong, and
-// Poco::FileException for a path that is no regular file or a file above MAX_DOCUMENT_BYTES.
+// A file or a document beyond the service's limits, which may be a good one all the same: unlike what cannot
+// be parsed it is never replaced by a copy.
+POCO_DECLARE_EXCEPTION_CODE(, AcmTooLargeException, Poco::FileException, 0)
+
+// The whole content of a regular file. Throws the file library's exceptions, Poco::FileException for a path
+// that is no regular file and AcmTooLargeException for a file above MAX_FILE_BYTES.
 std::string ReadRegularFile(const std::string& path);
 
 // Throws Poco::FileException when the path names an existing thing that is no regular file.
@@ -19,7 +25,9 @@ void RequireRegularFile(const std::string& path);
 // neither a regular file nor a device.
 void RequireWriteTarget(const std::string& path);
 
-// Copies a regular file over another path; done already when both are the same file.
+// Copies a regular file over another path, which keeps its mode or gets the source's; nothing to do when both
+// are the same file. The library's own copy would follow whatever stands at the paths by then, rewrite the
+// destination's path and empty a file that is copied onto itself.
 void CopyRegularFile(const std::string& source, const std::string& destination);
 
 // Whether the exception means that memory, threads or descriptors ran out, which says nothing about the

@@ -1,11 +1,14 @@
 #ifndef ACM_JSON_CONFIGURATION_H
 #define ACM_JSON_CONFIGURATION_H
 
+#include <Poco/JSON/Object.h>
 #include <Poco/Util/JSONConfiguration.h>
 
 #include <istream>
 #include <ostream>
 #include <string>
+
+#include "acm_text_bound.h"
 
 namespace SystemServer {
 
@@ -13,7 +16,8 @@ namespace SystemServer {
 // Locks nothing: the manager's document guard is held for every call.
 class AcmJsonConfiguration : public Poco::Util::JSONConfiguration {
 public:
-    // Throws a Poco::Exception for a file that cannot be read, is no JSON, or whose root is no object.
+    // Throws a Poco::Exception for a file that cannot be read, is no JSON, or whose root is no object, and
+    // AcmTooLargeException for one that would be written beyond MAX_DOCUMENT_BYTES.
     explicit AcmJsonConfiguration(const std::string& path);
 
     // Replace the document. They hide the base's, which takes an array for a root and then holds no
@@ -32,15 +36,32 @@ public:
     // Writes the document, indented by 2. Throws what the stream or the library throws.
     void Save(std::ostream& stream);
 
-    // Whether a text can be written to a file and read back: it is UTF-8.
-    static bool IsStorable(const std::string& text);
+    // Whether a set would store the value where a get finds it, and the file could be read back: every step
+    // of the key is there, the value is UTF-8, and the document has room for it. The base's lookup passes
+    // over empty steps and indexes of what is no array, while its setter makes members and nulls of them.
+    bool Admits(const std::string& key, const std::string& value);
 
 protected:
     ~AcmJsonConfiguration() override;
 
 private:
-    bool IsPaddingBounded(const std::string& key) const;
-    uint64_t ArraySize(const std::string& key) const;
+    // What the base's setter would find on its way along a key.
+    struct SetterPath {
+        bool exists = true;    // every step names something that is there
+        uint64_t levels = 0;   // names and indexes
+        uint64_t padding = 0;  // nulls that would be put in front of the elements it names
+        uint64_t furthest = 0; // the most of them in one array
+    };
+
+    AcmJsonConfiguration(const Poco::JSON::Object::Ptr& root, const std::string& path);
+
+    SetterPath FollowSetter(const std::string& key) const;
+    bool HasRoomFor(uint64_t growth);
+    int StoreRaw(const std::string& key, const std::string& raw);
+
+    // The tree itself, which the base keeps from its subclasses: the same object, whose content is replaced.
+    Poco::JSON::Object::Ptr m_root;
+    AcmTextBound m_textBound;
 };
 
 } // namespace SystemServer

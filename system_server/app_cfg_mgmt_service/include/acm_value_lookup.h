@@ -4,6 +4,7 @@
 
 #include <Poco/Util/AbstractConfiguration.h>
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -14,11 +15,13 @@ namespace SystemServer {
 // What one request may still fetch. Lives on the stack of the request's handler.
 class AcmWorkBudget {
 public:
-    // Throws Poco::RangeException when the request has used up MAX_REQUEST_WORK.
+    // Throws Poco::RangeException when the request has used up MAX_REQUEST_WORK or its time.
     void Spend(uint64_t bytes);
 
 private:
     uint64_t m_left = MAX_REQUEST_WORK;
+    const std::chrono::steady_clock::time_point m_end =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(MAX_REQUEST_MILLISECONDS);
 };
 
 // The value at the key with its "${key}" references replaced, as the library's getString has it: a name that

@@ -10,6 +10,7 @@
 #include "Poco/DOM/Document.h"
 #include "Poco/Util/XMLConfiguration.h"
 
+#include "acm_text_bound.h"
 #include "acm_xml_reader.h"
 
 namespace SystemServer {
@@ -56,11 +57,17 @@ public:
     // Writes the document. A fault is logged and leaves the stream bad: what it holds is then not whole.
     void Save(std::ostream& stream);
 
+    // Whether a value can be stored at a key that exists: it can be written and read back, and the document
+    // has room for it.
+    bool Admits(const std::string& key, const std::string& value);
+
     // Whether a value can be written to a file and read back: UTF-8 without control characters other than
     // tab, line feed and carriage return.
     static bool IsStorable(const std::string& value);
 
 private:
+    void Read(const std::string& text, const std::string& source, const AcmXmlReadOptions& options);
+    bool HasRoomFor(const std::string& raw, const Poco::XML::Document& fragment, size_t depth);
     void Adopt(const AcmXmlReading& reading);
     AcmXmlReading ReadFragment(const std::string& raw) const;
     Poco::XML::Node* FindRawNode(const std::string& key);
@@ -68,6 +75,7 @@ private:
     void Graft(Poco::XML::Node* parent, const Poco::XML::Element* fragment);
 
     Poco::AutoPtr<Poco::XML::Document> m_document;
+    AcmTextBound m_textBound;
     bool m_declaresNamespaces = false; // also what was grafted and is gone again
 };
 

@@ -30,6 +30,7 @@ public:
     void OnConfigChangedEvent(const void* sender, const std::string& what);
 
 private:
+    void EndWorker();
     void SaveThread();
     void AwaitWork();
     void CountDown();

@@ -86,7 +86,10 @@ public:
     }
 
 protected:
-    bool IsStorable(const std::string& value) const override { return Document::IsStorable(value); }
+    bool Admits(const std::string& key, const std::string& value) override {
+        Poco::AutoPtr<Document> document = ReachDocument();
+        return !document.isNull() && document->Admits(key, value);
+    }
 
 private:
     Poco::AutoPtr<Document> ReachDocument() {

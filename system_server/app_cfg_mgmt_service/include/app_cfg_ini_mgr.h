@@ -35,7 +35,11 @@ public:
     std::shared_ptr<AppCfgMgr> DeepClone(const std::string& path) override;
 
 protected:
-    bool IsStorable(const std::string& value) const override;
+    // Nothing is written, so that any bytes will do as long as there is room for them.
+    bool Admits(const std::string& key, const std::string& value) override;
+
+private:
+    uint64_t m_bytes = 0; // keys and values in memory; guarded by m_documentMutex
 };
 
 } // namespace SystemServer

@@ -71,7 +71,11 @@ public:
     // Copies src over dst when src exists.
     static void Replace(const std::string& src, const std::string& dst);
 
-    // Waits until a change that was already announced has been raised.
+    // From now on nothing is written: the item was never registered, and its files are to stay as they are.
+    void Abandon() { m_abandoned = true; }
+
+    // Waits until a change that was already announced has been raised, once more if a handler of the last one
+    // failed.
     void RaisePendingChange();
 
     const std::string& GetCfgPath() const { return m_cfgPath; }
@@ -92,8 +96,9 @@ protected:
     // A copy of the encryption manager that works on another file; empty for plain files.
     std::shared_ptr<AppCfgCryptoMgr> CloneCryptoMgr(const std::string& path) const;
 
-    // Whether the format can write the value and read it back.
-    virtual bool IsStorable(const std::string& value) const = 0;
+    // Whether the value can be stored at the key, which exists: the format can write it and read it back, and
+    // the document has room for it. The document guard is held.
+    virtual bool Admits(const std::string& key, const std::string& value) = 0;
 
     // Set by the subclass's constructor; the tree behind it is guarded by m_documentMutex.
     Poco::AutoPtr<Poco::Util::AbstractConfiguration> m_config;
@@ -112,17 +117,20 @@ protected:
 
 private:
     void RunNotifyThread();
-    void RaiseConfigChanged() noexcept;
+    bool RaiseConfigChanged() noexcept;
     bool SetItem(const std::string& item, class AcmWorkBudget& budget);
+
+    std::atomic<bool> m_abandoned{false};
 
     std::mutex m_saveMutex;   // serialises Save()
     std::mutex m_backupMutex; // serialises Backup()
 
-    // Guards the notification thread's wait and the two flags below. Kept while the event is raised, so that
-    // a set that ends meanwhile waits for the handlers and is heard after them.
+    // Guards the notification thread's wait and the three flags below. Kept while the event is raised, so
+    // that a set that ends meanwhile waits for the handlers and is heard after them.
     std::mutex m_notifyMutex;
     bool m_notifyWaiting = false;
     bool m_notifyPending = false;
+    bool m_notifyFailed = false;              // a handler threw: raised once more before the strategies stop
     std::condition_variable_any m_notifyCond; // wakes the notification thread
     std::condition_variable_any m_notifyIdle; // tells that it waits again
     std::atomic<bool> m_notifyStop{false};

@@ -1,7 +1,6 @@
 #include "acm_file.h"
 
 #include <Poco/Exception.h>
-#include <Poco/File.h>
 
 #include <cerrno>
 #include <fcntl.h>
@@ -14,6 +13,8 @@
 #include "app_cfg_limits.h"
 
 namespace SystemServer {
+
+POCO_IMPLEMENT_EXCEPTION(AcmTooLargeException, Poco::FileException, "Too large")
 
 namespace {
 
@@ -44,11 +45,8 @@ bool Look(const std::string& path, struct stat& status) {
     ThrowFileError(path, errno);
 }
 
-bool IsSameFile(const std::string& one, const std::string& other) {
-    struct stat oneStatus = {};
-    struct stat otherStatus = {};
-    return Look(one, oneStatus) && Look(other, otherStatus) && oneStatus.st_dev == otherStatus.st_dev &&
-           oneStatus.st_ino == otherStatus.st_ino;
+bool IsWriteTarget(const struct stat& status) {
+    return S_ISREG(status.st_mode) || S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode);
 }
 
 bool IsShortageError(int error) {
@@ -67,25 +65,58 @@ std::string ReadAll(int fd, const std::string& path) {
         } else if (errno != EINTR) {
             ThrowFileError(path, errno);
         }
-        if (content.size() > MAX_DOCUMENT_BYTES) {
-            throw Poco::FileException("file too large", path);
+        if (content.size() > MAX_FILE_BYTES) {
+            throw AcmTooLargeException("file too large", path);
         }
+    }
+}
+
+void WriteAll(int fd, const std::string& content, const std::string& path) {
+    size_t at = 0;
+    while (at < content.size()) {
+        const ssize_t written = write(fd, content.data() + at, content.size() - at);
+        if (written > 0) {
+            at += static_cast<size_t>(written);
+        } else if (written == 0 || errno != EINTR) {
+            ThrowFileError(path, written == 0 ? ENOSPC : errno);
+        }
+    }
+}
+
+// Without O_NONBLOCK, opening a FIFO would wait for its other end; a regular file takes no notice of it.
+int OpenPromptly(const std::string& path, int flags, mode_t mode = 0) {
+    const int fd = open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode);
+    if (fd < 0) {
+        ThrowFileError(path, errno);
+    }
+    return fd;
+}
+
+struct stat StatusOf(int fd, const std::string& path) {
+    struct stat status = {};
+    if (fstat(fd, &status) != 0) {
+        ThrowFileError(path, errno);
+    }
+    return status;
+}
+
+// Writes the content over an open file. A device has no length to cut and may have nothing to sync.
+void Overwrite(int fd, const struct stat& status, const std::string& content, const std::string& path) {
+    if (S_ISREG(status.st_mode) && ftruncate(fd, 0) != 0) {
+        ThrowFileError(path, errno);
+    }
+    WriteAll(fd, content, path);
+    if (S_ISREG(status.st_mode) && fsync(fd) != 0) {
+        ThrowFileError(path, errno);
     }
 }
 
 } // namespace
 
 std::string ReadRegularFile(const std::string& path) {
-    // Without O_NONBLOCK, opening a FIFO would wait for its writer.
-    const AcmDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-    if (file.Get() < 0) {
-        ThrowFileError(path, errno);
-    }
-    struct stat status = {};
-    if (fstat(file.Get(), &status) != 0) {
-        ThrowFileError(path, errno);
-    }
-    RequireRegular(status, path);
+    RequireRegularFile(path); // not even opened otherwise
+    const AcmDescriptor file(OpenPromptly(path, O_RDONLY));
+    RequireRegular(StatusOf(file.Get(), path), path);
     return ReadAll(file.Get(), path);
 }
 
@@ -98,18 +129,28 @@ void RequireRegularFile(const std::string& path) {
 
 void RequireWriteTarget(const std::string& path) {
     struct stat status = {};
-    if (Look(path, status) && !S_ISREG(status.st_mode) && !S_ISCHR(status.st_mode) &&
-        !S_ISBLK(status.st_mode)) {
+    if (Look(path, status) && !IsWriteTarget(status)) {
         throw Poco::FileException("neither a regular file nor a device", path);
     }
 }
 
 void CopyRegularFile(const std::string& source, const std::string& destination) {
-    RequireRegularFile(source);
-    // The library would truncate the file before it reads it.
-    if (!IsSameFile(source, destination)) {
-        Poco::File(source).copyTo(destination);
+    RequireRegularFile(source); // not even opened otherwise
+    const AcmDescriptor from(OpenPromptly(source, O_RDONLY));
+    const struct stat fromStatus = StatusOf(from.Get(), source);
+    RequireRegular(fromStatus, source);
+    const std::string content = ReadAll(from.Get(), source);
+    // Truncated only once it is known not to be the source itself.
+    const AcmDescriptor to(
+        OpenPromptly(destination, O_WRONLY | O_CREAT, fromStatus.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO)));
+    const struct stat toStatus = StatusOf(to.Get(), destination);
+    if (toStatus.st_dev == fromStatus.st_dev && toStatus.st_ino == fromStatus.st_ino) {
+        return;
     }
+    if (!IsWriteTarget(toStatus)) {
+        throw Poco::FileException("neither a regular file nor a device", destination);
+    }
+    Overwrite(to.Get(), toStatus, content, destination);
 }
 
 bool IsShortage(const std::exception& fault) {
@@ -120,8 +161,17 @@ bool IsShortage(const std::exception& fault) {
     if (const auto* systemFault = dynamic_cast<const std::system_error*>(&fault)) {
         return IsShortageError(systemFault->code().value());
     }
-    const auto* fileFault = dynamic_cast<const Poco::FileException*>(&fault);
-    return fileFault != nullptr && IsShortageError(fileFault->code());
+    const auto* libraryFault = dynamic_cast<const Poco::Exception*>(&fault);
+    if (libraryFault == nullptr) {
+        return false;
+    }
+    if (dynamic_cast<const Poco::FileException*>(&fault) != nullptr) {
+        return IsShortageError(libraryFault->code());
+    }
+    // What the parsers and the cipher's stream make of a failed allocation.
+    const std::string& text = libraryFault->message();
+    return text == "No memory" || text == "out of memory" || text == "Cannot create Expat parser" ||
+           text == "Output stream failure";
 }
 
 } // namespace SystemServer

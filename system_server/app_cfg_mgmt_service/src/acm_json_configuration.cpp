@@ -4,9 +4,11 @@
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/JSONException.h>
 #include <Poco/JSON/Parser.h>
+#include <Poco/StringTokenizer.h>
 #include <Poco/UTF8Encoding.h>
 
 #include <algorithm>
+#include <iterator>
 #include <sstream>
 #include <utility>
 #include <vector>
@@ -20,101 +22,9 @@ namespace SystemServer {
 namespace {
 
 constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/acm_json_configuration";
-constexpr unsigned INDENTATION = 2;
+constexpr uint32_t INDENTATION = 2;
 
-bool IsBlank(int byte) {
-    return byte == ' ' || byte == '\t' || byte == '\r' || byte == '\n';
-}
-
-// One "[n]" of a key: the text before it names the array.
-struct IndexStep {
-    std::string arrayKey;
-    uint64_t index;
-};
-
-// The indexes of a key, read as the base reads them: digits in brackets, anything else is part of a name.
-std::vector<IndexStep> IndexSteps(const std::string& key) {
-    std::vector<IndexStep> steps;
-    for (size_t open = key.find('['); open != std::string::npos; open = key.find('[', open + 1)) {
-        const size_t end = key.find_first_not_of("0123456789", open + 1);
-        if (end == std::string::npos || end == open + 1 || key[end] != ']') {
-            continue;
-        }
-        uint64_t index = 0;
-        for (size_t at = open + 1; at < end; ++at) {
-            // Held below any overflow; far beyond every bound already.
-            index = std::min<uint64_t>(index * 10 + static_cast<uint64_t>(key[at] - '0'), UINT32_MAX);
-        }
-        steps.push_back({key.substr(0, open), index});
-    }
-    return steps;
-}
-
-} // namespace
-
-AcmJsonConfiguration::AcmJsonConfiguration(const std::string& path) {
-    load(path);
-}
-
-AcmJsonConfiguration::~AcmJsonConfiguration() = default;
-
-void AcmJsonConfiguration::load(const std::string& path) {
-    std::istringstream stream(ReadRegularFile(path));
-    load(stream);
-}
-
-void AcmJsonConfiguration::load(std::istream& stream) {
-    while (IsBlank(stream.peek())) {
-        stream.get();
-    }
-    // Other roots are the base's to refuse; an array it would accept and drop.
-    if (stream.peek() == '[') {
-        throw Poco::JSON::JSONException("the root is no object");
-    }
-    JSONConfiguration::load(stream);
-}
-
-int AcmJsonConfiguration::GetRawString(const std::string& key, std::string& out) {
-    try {
-        if (!key.empty()) {
-            return getRaw(key, out) ? 0 : -1;
-        }
-        std::ostringstream stream;
-        save(stream, INDENTATION);
-        out = stream.str();
-        return 0;
-    } catch (const Poco::Exception&) {
-        return -1;
-    }
-}
-
-int AcmJsonConfiguration::SetRawString(const std::string& key, const std::string& raw) {
-    try {
-        if (key.empty()) {
-            std::istringstream stream(raw);
-            load(stream);
-            return 0;
-        }
-        if (!IsStorable(key) || !IsStorable(raw)) {
-            ACM_LOG(ACM_ERROR, "value of key[%s] is not valid UTF-8.", key.c_str());
-            return -1;
-        }
-        if (!IsPaddingBounded(key)) {
-            ACM_LOG(ACM_ERROR, "key[%s] is too far beyond its array.", key.c_str());
-            return -1;
-        }
-        setRaw(key, raw);
-        return 0;
-    } catch (const Poco::Exception&) {
-        return -1;
-    }
-}
-
-void AcmJsonConfiguration::Save(std::ostream& stream) {
-    save(stream, INDENTATION);
-}
-
-bool AcmJsonConfiguration::IsStorable(const std::string& text) {
+bool IsUtf8(const std::string& text) {
     const Poco::UTF8Encoding encoding;
     const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
     size_t at = 0;
@@ -129,30 +39,183 @@ bool AcmJsonConfiguration::IsStorable(const std::string& text) {
     return true;
 }
 
-bool AcmJsonConfiguration::IsPaddingBounded(const std::string& key) const {
-    const std::vector<IndexStep> steps = IndexSteps(key);
-    uint64_t padding = 0;
-    for (const IndexStep& step : steps) {
-        padding += step.index;
-    }
-    if (padding <= MAX_ARRAY_PADDING) {
-        return true;
-    }
-    padding = 0;
-    for (const IndexStep& step : steps) {
-        padding += step.index - std::min(step.index, ArraySize(step.arrayKey));
-    }
-    return padding <= MAX_ARRAY_PADDING;
+// What one line of the written text takes at most beside its names and values.
+uint64_t LineBytes(uint64_t depth) {
+    return INDENTATION * (depth + 1) + 4;
 }
 
-// The base keeps its tree to itself, so the array is read back from its text.
-uint64_t AcmJsonConfiguration::ArraySize(const std::string& key) const {
-    std::string text;
-    if (!getRaw(key, text) || text.empty() || text.front() != '[') {
-        return 0;
+// An upper bound of what a JSON text takes once it is written: each element on a line of its own, indented.
+// A megabyte of deeply nested numbers would be written as a hundred.
+uint64_t WrittenBytes(const std::string& text) {
+    uint64_t bytes = text.size();
+    uint64_t depth = 0;
+    bool inString = false;
+    for (size_t at = 0; at < text.size(); ++at) {
+        const char byte = text[at];
+        if (inString) {
+            at += byte == '\\' ? 1 : 0;
+            inString = byte != '"';
+            continue;
+        }
+        inString = byte == '"';
+        if (byte == '{' || byte == '[') {
+            ++depth;
+        } else if (byte == '}' || byte == ']') {
+            depth -= depth > 0 ? 1 : 0;
+        } else if (byte != ',' && byte != ':') {
+            continue;
+        }
+        bytes += LineBytes(depth);
     }
-    Poco::JSON::Parser parser;
-    return parser.parse(text).extract<Poco::JSON::Array::Ptr>()->size();
+    return bytes;
+}
+
+// One step of a key between points, as the base's setter reads it: a name, and digits in brackets.
+struct KeyStep {
+    std::string name;
+    std::vector<uint64_t> indexes;
+};
+
+KeyStep ReadStep(const std::string& text) {
+    KeyStep step{text, {}};
+    for (size_t open = text.find('['); open != std::string::npos; open = text.find('[', open + 1)) {
+        const size_t end = text.find_first_not_of("0123456789", open + 1);
+        if (end == std::string::npos || end == open + 1 || text[end] != ']') {
+            continue;
+        }
+        if (step.indexes.empty()) {
+            step.name = text.substr(0, open);
+        }
+        uint64_t index = 0;
+        for (size_t at = open + 1; at < end; ++at) {
+            // Held below any overflow; far beyond every bound already.
+            index = std::min<uint64_t>(index * 10 + static_cast<uint64_t>(text[at] - '0'), UINT32_MAX);
+        }
+        step.indexes.push_back(index);
+    }
+    return step;
+}
+
+template <typename Container>
+Poco::SharedPtr<Container> As(const Poco::Dynamic::Var& value) {
+    return value.type() == typeid(Poco::SharedPtr<Container>) ? value.extract<Poco::SharedPtr<Container>>()
+                                                              : nullptr;
+}
+
+} // namespace
+
+AcmJsonConfiguration::AcmJsonConfiguration(const std::string& path) :
+    AcmJsonConfiguration(new Poco::JSON::Object, path) {}
+
+AcmJsonConfiguration::AcmJsonConfiguration(const Poco::JSON::Object::Ptr& root, const std::string& path) :
+    JSONConfiguration(root), m_root(root) {
+    load(path);
+}
+
+AcmJsonConfiguration::~AcmJsonConfiguration() = default;
+
+void AcmJsonConfiguration::load(const std::string& path) {
+    std::istringstream stream(ReadRegularFile(path));
+    load(stream);
+}
+
+void AcmJsonConfiguration::load(std::istream& stream) {
+    const std::string text(std::istreambuf_iterator<char>(stream), {});
+    const auto root = As<Poco::JSON::Object>(Poco::JSON::Parser().parse(text));
+    if (root.isNull()) {
+        throw Poco::JSON::JSONException("the root is no object");
+    }
+    uint64_t bytes = WrittenBytes(text);
+    if (bytes > MAX_DOCUMENT_BYTES) {
+        bytes = MeasureText([&](std::ostream& out) { root->stringify(out, INDENTATION); });
+    }
+    if (bytes > MAX_DOCUMENT_BYTES) {
+        throw AcmTooLargeException("document too large");
+    }
+    *m_root = *root;
+    m_textBound.Reset(bytes);
+}
+
+int AcmJsonConfiguration::GetRawString(const std::string& key, std::string& out) {
+    try {
+        if (!key.empty()) {
+            return getRaw(key, out) ? 0 : -1;
+        }
+        std::ostringstream stream;
+        save(stream, INDENTATION);
+        if (!stream) {
+            throw Poco::OutOfMemoryException("the text of a JSON document could not be kept");
+        }
+        out = stream.str();
+        return 0;
+    } catch (const Poco::Exception&) {
+        return -1;
+    }
+}
+
+int AcmJsonConfiguration::SetRawString(const std::string& key, const std::string& raw) {
+    try {
+        if (!key.empty()) {
+            return StoreRaw(key, raw);
+        }
+        std::istringstream stream(raw);
+        load(stream);
+        return 0;
+    } catch (const Poco::Exception&) {
+        return -1;
+    }
+}
+
+int AcmJsonConfiguration::StoreRaw(const std::string& key, const std::string& raw) {
+    if (!IsUtf8(key) || !IsUtf8(raw)) {
+        ACM_LOG(ACM_ERROR, "value of key[%s] is not valid UTF-8.", key.c_str());
+        return -1;
+    }
+    const SetterPath path = FollowSetter(key);
+    if (path.furthest > MAX_ARRAY_PADDING || path.levels > MAX_JSON_KEY_LEVELS) {
+        ACM_LOG(ACM_ERROR, "key[%s] is too deep or too far beyond its array.", key.c_str());
+        return -1;
+    }
+    const uint64_t layout = (path.padding + 2 * path.levels) * (LineBytes(path.levels) + sizeof "null");
+    if (!HasRoomFor(EscapedBytes(key) + EscapedBytes(raw) + layout)) {
+        ACM_LOG(ACM_ERROR, "value of key[%s] would make the document too large.", key.c_str());
+        return -1;
+    }
+    setRaw(key, raw);
+    return 0;
+}
+
+void AcmJsonConfiguration::Save(std::ostream& stream) {
+    save(stream, INDENTATION);
+}
+
+bool AcmJsonConfiguration::Admits(const std::string& key, const std::string& value) {
+    return IsUtf8(value) && FollowSetter(key).exists && HasRoomFor(EscapedBytes(value) + LineBytes(0));
+}
+
+bool AcmJsonConfiguration::HasRoomFor(uint64_t growth) {
+    return m_textBound.Admits(growth, [this](std::ostream& out) { save(out, INDENTATION); });
+}
+
+AcmJsonConfiguration::SetterPath AcmJsonConfiguration::FollowSetter(const std::string& key) const {
+    SetterPath path;
+    Poco::Dynamic::Var value = m_root;
+    for (const std::string& text : Poco::StringTokenizer(key, ".")) {
+        const KeyStep step = ReadStep(text);
+        const auto object = As<Poco::JSON::Object>(value);
+        value = object.isNull() ? Poco::Dynamic::Var() : object->get(step.name);
+        for (const uint64_t index : step.indexes) {
+            const auto array = As<Poco::JSON::Array>(value);
+            const uint64_t size = array.isNull() ? 0 : array->size();
+            const uint64_t beyond = index - std::min(index, size);
+            path.padding += beyond;
+            path.furthest = std::max(path.furthest, beyond);
+            value = index < size ? array->get(static_cast<unsigned>(index)) : Poco::Dynamic::Var();
+        }
+        path.levels += 1 + step.indexes.size();
+        path.exists = path.exists && !value.isEmpty();
+    }
+    return path;
 }
 
 } // namespace SystemServer

@@ -49,9 +49,7 @@ std::string Expand(const Poco::Util::AbstractConfiguration& config, const std::s
         budget.Spend(REFERENCE_WORK);
         std::string reference;
         if (FetchRaw(config, name, budget, reference)) {
-            const std::string expanded = Expand(config, reference, budget, depth + 1);
-            budget.Spend(expanded.size());
-            result += expanded;
+            result += Expand(config, reference, budget, depth + 1);
         } else {
             result.append("${").append(name).append("}");
         }
@@ -65,7 +63,7 @@ std::string Expand(const Poco::Util::AbstractConfiguration& config, const std::s
 } // namespace
 
 void AcmWorkBudget::Spend(uint64_t bytes) {
-    if (bytes > m_left) {
+    if (bytes > m_left || std::chrono::steady_clock::now() > m_end) {
         throw Poco::RangeException("the request asks for too much of its document");
     }
     m_left -= bytes;

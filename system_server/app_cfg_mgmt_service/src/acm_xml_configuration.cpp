@@ -1,5 +1,6 @@
 #include "acm_xml_configuration.h"
 
+#include <algorithm>
 #include <array>
 #include <sstream>
 
@@ -9,6 +10,7 @@
 #include "Poco/Exception.h"
 #include "Poco/UTF8Encoding.h"
 #include "Poco/XML/XMLException.h"
+#include "Poco/XML/XMLWriter.h"
 
 #include "acm_file.h"
 #include "acm_xml_key.h"
@@ -55,6 +57,22 @@ Node* NextOfSameName(const Node* node) {
     return sibling;
 }
 
+// An upper bound of what XML text takes once it is written, each tag on a line of its own and indented.
+uint64_t WrittenBytes(const std::string& text) {
+    const auto tags = static_cast<uint64_t>(std::count(text.begin(), text.end(), '<'));
+    return EscapedBytes(text) + tags * (MAX_XML_DEPTH + 2);
+}
+
+// What the document takes when the base writes it.
+uint64_t MeasureXml(const Document& document) {
+    return MeasureText([&](std::ostream& out) {
+        Poco::XML::DOMWriter writer;
+        writer.setNewLine("\n");
+        writer.setOptions(Poco::XML::XMLWriter::PRETTY_PRINT);
+        writer.writeNode(out, &document);
+    });
+}
+
 bool IsXmlCharacter(int character) {
     return character == '\t' || character == '\n' || character == '\r' ||
            (character >= 0x20 && character <= 0xD7FF) || (character >= 0xE000 && character <= 0xFFFD) ||
@@ -64,21 +82,36 @@ bool IsXmlCharacter(int character) {
 } // namespace
 
 AcmXmlConfiguration::AcmXmlConfiguration(const std::string& path) {
-    Adopt(ReadXml(ReadRegularFile(path), path, FIRST_READ));
+    Read(ReadRegularFile(path), path, FIRST_READ);
 }
 
 AcmXmlConfiguration::AcmXmlConfiguration(std::istream& stream) {
-    Adopt(ReadXml(ReadStream(stream), "", FIRST_READ));
+    Read(ReadStream(stream), "", FIRST_READ);
 }
 
 AcmXmlConfiguration::~AcmXmlConfiguration() = default;
 
 void AcmXmlConfiguration::load(const std::string& path) {
-    Adopt(ReadXml(ReadRegularFile(path), path, RELOAD));
+    Read(ReadRegularFile(path), path, RELOAD);
 }
 
 void AcmXmlConfiguration::load(std::istream& stream) {
-    Adopt(ReadXml(ReadStream(stream), "", RELOAD));
+    Read(ReadStream(stream), "", RELOAD);
+}
+
+void AcmXmlConfiguration::Read(const std::string& text, const std::string& source,
+                               const AcmXmlReadOptions& options) {
+    const AcmXmlReading reading = ReadXml(text, source, options);
+    // What entities and default attributes added is bounded on its own.
+    uint64_t bytes = WrittenBytes(text) + 6 * MAX_XML_EXPANSION_BYTES;
+    if (bytes > MAX_DOCUMENT_BYTES) {
+        bytes = MeasureXml(*reading.document);
+    }
+    if (bytes > MAX_DOCUMENT_BYTES) {
+        throw AcmTooLargeException("document too large", source);
+    }
+    Adopt(reading);
+    m_textBound.Reset(bytes);
 }
 
 void AcmXmlConfiguration::Adopt(const AcmXmlReading& reading) {
@@ -169,10 +202,26 @@ int AcmXmlConfiguration::SetRawString(const std::string& key, const std::string&
     const Element* const element = fragment.document->documentElement();
     if (XmlDepth(parent) + XmlHeight(element) > MAX_XML_DEPTH)
         throw Poco::XML::XMLException("elements nest too deep", element->nodeName());
+    if (!HasRoomFor(raw, *fragment.document, XmlDepth(parent)))
+        throw AcmTooLargeException("document too large", element->nodeName());
     MakeRoomForNames(element);
     Graft(FindRawNode(key), element);
     m_declaresNamespaces = m_declaresNamespaces || fragment.declaresNamespaces;
     return 0;
+}
+
+// The fragment is measured when its bound leaves no room: each of its lines is indented below the parent.
+bool AcmXmlConfiguration::HasRoomFor(const std::string& raw, const Document& fragment, size_t depth) {
+    const auto write = [this](std::ostream& out) { save(out); };
+    if (WrittenBytes(raw) <= MAX_DOCUMENT_BYTES && m_textBound.Admits(WrittenBytes(raw), write))
+        return true;
+    const auto lines = static_cast<uint64_t>(std::count(raw.begin(), raw.end(), '<'));
+    return m_textBound.Admits(MeasureXml(fragment) + lines * depth, write);
+}
+
+bool AcmXmlConfiguration::Admits(const std::string&, const std::string& value) {
+    return IsStorable(value) &&
+           m_textBound.Admits(EscapedBytes(value), [this](std::ostream& out) { save(out); });
 }
 
 // Prefixes of a fragment can clash with those of the document too: they are then checked alone and go in

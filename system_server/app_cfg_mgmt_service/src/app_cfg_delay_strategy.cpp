@@ -36,11 +36,11 @@ void AppCfgDelayStrategy::Start() {
     m_running = true;
     try {
         m_thread = std::make_shared<std::thread>(&AppCfgDelayStrategy::SaveThread, this);
+        m_manager.m_configChangedEvent += ChangeDelegate(this);
     } catch (...) {
-        m_running = false;
+        EndWorker();
         throw;
     }
-    m_manager.m_configChangedEvent += ChangeDelegate(this);
 }
 
 void AppCfgDelayStrategy::Stop() {
@@ -48,18 +48,25 @@ void AppCfgDelayStrategy::Stop() {
         return;
     }
     m_manager.m_configChangedEvent -= ChangeDelegate(this);
+    EndWorker();
+    // A worker that had not begun to wait, or was acting on an older change, ends without a last action.
+    if (!m_lastActionBegun) {
+        Act();
+    }
+}
+
+void AppCfgDelayStrategy::EndWorker() {
     m_running = false;
     m_curRemainSaveDelay = 0;
+    if (!m_thread) {
+        return;
+    }
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_cv.notify_one();
     }
     m_thread->join();
     m_thread.reset();
-    // A worker that had not begun to wait, or was acting on an older change, ends without a last action.
-    if (!m_lastActionBegun) {
-        Act();
-    }
 }
 
 void AppCfgDelayStrategy::OnConfigChangedEvent(const void*, const std::string&) {

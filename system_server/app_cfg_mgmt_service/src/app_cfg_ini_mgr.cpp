@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "acm_file.h"
+#include "app_cfg_limits.h"
 #include "app_cfg_log.h"
 
 namespace SystemServer {
@@ -31,6 +32,9 @@ std::shared_ptr<std::istream> OpenText(const std::string& path,
 AppCfgIniMgr::AppCfgIniMgr(const std::string& path, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) :
     AppCfgMgr(path, cryptoMgr) {
     const std::shared_ptr<std::istream> text = OpenText(path, cryptoMgr);
+    text->seekg(0, std::ios::end);
+    m_bytes = static_cast<uint64_t>(text->tellg());
+    text->seekg(0);
     m_config = new Poco::Util::IniFileConfiguration(*text);
 }
 
@@ -62,7 +66,12 @@ int32_t AppCfgIniMgr::SetRawData(const std::string& section, const std::string& 
         return -1;
     }
     // A piece that is missing, since it held only blanks, is the tokenizer's Poco::RangeException.
-    m_config->setString(section + "." + pieces[0], pieces[1]);
+    const std::string key = section + "." + pieces[0];
+    if (!Admits(key, pieces[1])) {
+        ACM_LOG(ACM_ERROR, "value of key[%s] cannot be stored.", key.c_str());
+        return -1;
+    }
+    m_config->setString(key, pieces[1]);
     return 0;
 }
 
@@ -90,8 +99,15 @@ std::shared_ptr<AppCfgMgr> AppCfgIniMgr::DeepClone(const std::string& path) {
     return std::make_shared<AppCfgIniMgr>(path, CloneCryptoMgr(path));
 }
 
-bool AppCfgIniMgr::IsStorable(const std::string&) const {
-    return true; // never written
+bool AppCfgIniMgr::Admits(const std::string& key, const std::string& value) {
+    const bool exists = m_config->hasProperty(key);
+    const uint64_t before = exists ? m_config->getRawString(key).size() : 0;
+    const uint64_t bytes = m_bytes + value.size() + (exists ? 0 : key.size()) - before;
+    if (bytes > MAX_DOCUMENT_BYTES) {
+        return false;
+    }
+    m_bytes = bytes;
+    return true;
 }
 
 } // namespace SystemServer

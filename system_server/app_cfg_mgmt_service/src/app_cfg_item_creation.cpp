@@ -34,8 +34,12 @@ AppCfgItemCreation::AppCfgItemCreation(const AppCfgCreateReq& request, kestrel_c
     m_request(request), m_conn(conn),
     m_key(AppCfgMgmtServer::GetAppCfgKey(&request.hndl)), m_item{conn.fd, nullptr, nullptr, nullptr} {}
 
-// A registered item has left m_item empty.
+// A registered item has left m_item empty. The last action of a strategy that is stopped here must not touch
+// the files of an item that never was.
 AppCfgItemCreation::~AppCfgItemCreation() {
+    if (m_item.appCfgMgr) {
+        m_item.appCfgMgr->Abandon();
+    }
     for (const auto& strategy : {m_item.backupStrategy, m_item.saveStrategy}) {
         if (strategy) {
             Fence(LOG_FILE, __LINE__, [&] { strategy->Stop(); });

@@ -7,6 +7,7 @@
 
 #include "app_cfg_crypto_mgr_factory.h"
 #include "app_cfg_fault.h"
+#include "app_cfg_instant_strategy.h"
 #include "app_cfg_item_creation.h"
 #include "app_cfg_log.h"
 #include "app_cfg_record.h"
@@ -27,8 +28,12 @@ constexpr unsigned long SET_SEND_BUFFER = 0x400C0200;
 constexpr unsigned long SET_RECEIVE_BUFFER = 0x400C0201;
 constexpr uint32_t CONNECTION_BUFFER_SIZE = 0x20000;
 
-void StartStrategy(const std::shared_ptr<AppCfgStrategy>& strategy) {
-    if (strategy) {
+// A worker that finds no thread leaves the item with a strategy that needs none: it acts on every change
+// until the item is created again.
+void Restart(std::shared_ptr<AppCfgStrategy>& strategy, AppCfgMgr& manager,
+             AppCfgStrategy::AppCfgStrategyType type) {
+    if (strategy && !Fence(LOG_FILE, __LINE__, [&] { strategy->Start(); })) {
+        strategy = std::make_shared<AppCfgInstantStrategy>(manager, type);
         strategy->Start();
     }
 }
@@ -333,12 +338,9 @@ void AppCfgMgmtServer::RestoreDefaultCfg(tern_message* msg, kestrel_connection* 
         StopStrategy(item.backupStrategy);
         // A restoring that fails is the operator's to see, not the client's: the item goes on as it is.
         Fence(LOG_FILE, __LINE__, [&] { item.appCfgMgr->Restore(); });
-        // Each on its own: one that finds no thread must not keep the other from running.
-        const bool saves = Fence(LOG_FILE, __LINE__, [&] { StartStrategy(item.saveStrategy); });
-        const bool backsUp = Fence(LOG_FILE, __LINE__, [&] { StartStrategy(item.backupStrategy); });
-        if (saves && backsUp) {
-            reply.status = APP_CFG_STATUS_OK;
-        }
+        Restart(item.saveStrategy, *item.appCfgMgr, AppCfgStrategy::SAVE);
+        Restart(item.backupStrategy, *item.appCfgMgr, AppCfgStrategy::BACKUP);
+        reply.status = APP_CFG_STATUS_OK;
     });
 }
 

@@ -132,7 +132,7 @@ std::string AppCfgMgmtServer::ExpandPath(const std::string& path, ConnectionInfo
 
 std::string AppCfgMgmtServer::GetContainerRootPath(ConnectionInfo* info) {
     std::string path = "invalid_root_path";
-    const AcmDescriptor service(kestrel_open(APP_MGR_SERVICE.c_str(), O_RDWR));
+    const AcmDescriptor service(kestrel_open(APP_MGR_SERVICE.c_str(), O_RDWR | O_CLOEXEC));
     if (service.Get() < 0) {
         ACM_LOG(ACM_ERROR, "open app mgr service fail.");
         return path;

@@ -14,6 +14,7 @@
 #include "acm_file.h"
 #include "acm_value_lookup.h"
 #include "app_cfg_fault.h"
+#include "app_cfg_limits.h"
 #include "app_cfg_log.h"
 
 namespace SystemServer {
@@ -53,8 +54,8 @@ AppCfgMgr::~AppCfgMgr() {
 int32_t AppCfgMgr::GetData(const std::string& query, std::vector<std::string>& values) const {
     const Poco::StringTokenizer keys(
         query, ITEM_SEPARATOR, Poco::StringTokenizer::TOK_IGNORE_EMPTY | Poco::StringTokenizer::TOK_TRIM);
-    AcmWorkBudget budget;
     const std::lock_guard<std::mutex> document(m_documentMutex);
+    AcmWorkBudget budget;
     for (const std::string& key : keys) {
         RequireDocument(m_config);
         values.push_back(LookUpValue(*m_config, key, budget));
@@ -66,8 +67,8 @@ int32_t AppCfgMgr::SetData(const std::string& query) {
     ACM_LOG(ACM_TRACE, "queryString : [%s]", query.c_str());
     {
         const Poco::StringTokenizer items(query, ITEM_SEPARATOR, Poco::StringTokenizer::TOK_IGNORE_EMPTY);
-        AcmWorkBudget budget;
         const std::lock_guard<std::mutex> document(m_documentMutex);
+        AcmWorkBudget budget;
         for (const std::string& item : items) {
             if (!SetItem(item, budget)) {
                 return -1;
@@ -98,7 +99,7 @@ bool AppCfgMgr::SetItem(const std::string& item, AcmWorkBudget& budget) {
         ACM_LOG(ACM_ERROR, "query key[%s] not found.", key.c_str());
         return false;
     }
-    if (!IsStorable(value)) {
+    if (!Admits(key, value)) {
         ACM_LOG(ACM_ERROR, "value of key[%s] cannot be stored.", key.c_str());
         return false;
     }
@@ -141,7 +142,7 @@ bool AppCfgMgr::IsConfigWritable() {
 }
 
 void AppCfgMgr::SaveCfgToPath(const std::string& path) {
-    if (!IsConfigWritable() || path.empty()) {
+    if (!IsConfigWritable() || path.empty() || m_abandoned) {
         return;
     }
     std::ostringstream stream;
@@ -151,6 +152,11 @@ void AppCfgMgr::SaveCfgToPath(const std::string& path) {
         return;
     }
     const std::string text = stream.str();
+    if (text.size() > MAX_DOCUMENT_BYTES) {
+        ACM_LOG(ACM_ERROR, "[%s] is too large to be loaded again. [%s] is left as it is.", m_cfgPath.c_str(),
+                path.c_str());
+        return;
+    }
     const std::lock_guard<std::mutex> lock(m_fileMutex);
     if (m_cryptoMgr) {
         std::string cipher;
@@ -192,6 +198,10 @@ void AppCfgMgr::Replace(const std::string& src, const std::string& dst) {
 
 void AppCfgMgr::RaisePendingChange() {
     std::unique_lock<std::mutex> lock(m_notifyMutex);
+    if (m_notifyFailed) {
+        m_notifyPending = true;
+        m_notifyCond.notify_one();
+    }
     m_notifyIdle.wait(lock, [this] { return !m_notifyPending; });
 }
 
@@ -206,15 +216,15 @@ void AppCfgMgr::NotifyConfigChanged() {
         m_notifyIdle.notify_all();
         while (!m_notifyQuit) {
             m_notifyCond.wait(lock);
-            RaiseConfigChanged();
+            m_notifyFailed = !RaiseConfigChanged();
             m_notifyPending = false;
             m_notifyIdle.notify_all();
         }
     }
 }
 
-void AppCfgMgr::RaiseConfigChanged() noexcept {
-    Fence(LOG_FILE, __LINE__, [this] { m_configChangedEvent(this, m_cfgPath); });
+bool AppCfgMgr::RaiseConfigChanged() noexcept {
+    return Fence(LOG_FILE, __LINE__, [this] { m_configChangedEvent(this, m_cfgPath); });
 }
 
 std::string AppCfgMgr::GetBackupPath() const {

@@ -35,6 +35,8 @@ AppCfgMgrFactory::CreateAppCfgMgr(ConfigStorageType type, const std::string& pat
                                   const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
     try {
         return MakeManager(type, path, cryptoMgr);
+    } catch (const AcmTooLargeException&) {
+        throw;
     } catch (const std::exception& fault) {
         if (IsShortage(fault)) {
             throw;

@@ -1,0 +1,58 @@
+#include "acm_text_bound.h"
+
+#include <algorithm>
+#include <streambuf>
+
+namespace SystemServer {
+
+namespace {
+
+// Counts and keeps nothing. Refuses bytes once there are too many, so that the writer's stream goes bad.
+class CountingBuffer : public std::streambuf {
+public:
+    uint64_t Count() const { return m_count; }
+
+protected:
+    int_type overflow(int_type byte) override {
+        ++m_count;
+        return m_count > MAX_DOCUMENT_BYTES ? traits_type::eof() : traits_type::not_eof(byte);
+    }
+
+    std::streamsize xsputn(const char*, std::streamsize size) override {
+        m_count += static_cast<uint64_t>(size);
+        return m_count > MAX_DOCUMENT_BYTES ? 0 : size;
+    }
+
+private:
+    uint64_t m_count = 0;
+};
+
+} // namespace
+
+uint64_t MeasureText(const std::function<void(std::ostream&)>& write) {
+    CountingBuffer buffer;
+    std::ostream stream(&buffer);
+    write(stream);
+    return buffer.Count();
+}
+
+uint64_t EscapedBytes(const std::string& text) {
+    constexpr uint64_t MORE = 5; // a control character becomes \u00XX, a quotation mark &quot;
+    const auto escaped = std::count_if(text.begin(), text.end(), [](char c) {
+        return (c >= 0 && c < ' ') || c == '"' || c == '\\' || c == '&' || c == '<' || c == '>';
+    });
+    return text.size() + MORE * static_cast<uint64_t>(escaped);
+}
+
+bool AcmTextBound::Admits(uint64_t growth, const std::function<void(std::ostream&)>& write) {
+    if (m_bytes + growth > MAX_DOCUMENT_BYTES) {
+        m_bytes = MeasureText(write);
+        if (m_bytes + growth + DOCUMENT_SLACK_BYTES > MAX_DOCUMENT_BYTES) {
+            return false;
+        }
+    }
+    m_bytes += growth;
+    return true;
+}
+
+} // namespace SystemServer

@@ -1,0 +1,94 @@
+#include <filesystem>
+
+#include <sys/stat.h>
+
+#include "app_cfg_limits.h"
+#include "service_fixture.h"
+
+namespace ServiceTest {
+
+// What is saved must load again, and what cannot be loaded for its size alone must not be replaced.
+class ADocumentBound : public AService {
+protected:
+    void ExpectLoadsAgain(const AppCfgCreateReq& item, const std::string& query, const std::string& value) {
+        EXPECT_LE(Text("cfg").size(), MAX_DOCUMENT_BYTES);
+        ASSERT_EQ(m_client.Deletes(), 200);
+        ASSERT_EQ(m_client.Creates(item), 200);
+        EXPECT_EQ(m_client.Value(query), value);
+    }
+};
+
+TEST_F(ADocumentBound, RefusesJsonThatIndentationWouldBlowUp) {
+    HasItem(R"({"a": 1})");
+    std::string text = R"({"a": )" + std::string(100, '[');
+    for (int element = 0; element < 200000; ++element) {
+        text += "0,";
+    }
+    EXPECT_EQ(m_client.SetsRaw("", text + "0" + std::string(100, ']') + "}"), 400);
+    EXPECT_EQ(m_client.Value("a"), "1");
+}
+
+TEST_F(ADocumentBound, EndsTheGrowthOfJson) {
+    HasItem(R"({"a": 1})");
+    const std::string chunk(3U << 20, 'x');
+    int stored = 0;
+    while (stored < 10 && m_client.SetsRaw("k" + std::to_string(stored), chunk) == 200) {
+        ++stored;
+    }
+    EXPECT_EQ(stored, 5);
+    EXPECT_THAT(m_log.Errors(), ::testing::Contains(HasSubstr("would make the document too large")));
+    EXPECT_EQ(m_client.SetsRaw("", R"({"a": 2})"), 200);
+    EXPECT_EQ(m_client.SetsRaw("k", "v"), 200);
+    ExpectLoadsAgain(Item(), "a,k", "2;v");
+}
+
+TEST_F(ADocumentBound, EndsTheGrowthOfXml) {
+    AppCfgCreateReq item = Item();
+    item.storageType = ConfigStorageType::XML;
+    Writes("cfg", "<c><a>1</a><b><x/></b></c>");
+    ASSERT_EQ(m_client.Creates(item), 200);
+    const std::string chunk = "<big>" + std::string(6U << 20, 'x') + "</big>";
+    EXPECT_EQ(m_client.SetsRaw("", chunk), 200);
+    EXPECT_EQ(m_client.SetsRaw("b", chunk), 200);
+    EXPECT_EQ(m_client.SetsRaw("b.x", chunk), 400);
+    std::string deep;
+    for (int level = 0; level < 200; ++level) {
+        deep = "<d>" + deep + "</d>";
+    }
+    std::string wide = "<w>";
+    for (int tower = 0; tower < 500; ++tower) {
+        wide += deep;
+    }
+    EXPECT_EQ(m_client.SetsRaw("b", wide + "</w>"), 400);
+    ExpectLoadsAgain(item, "a", "1");
+}
+
+TEST_F(ADocumentBound, LeavesAFileAloneThatIsTooLarge) {
+    const std::string large = R"({"a": ")" + std::string(MAX_FILE_BYTES, 'x') + R"("})";
+    Writes("cfg", large);
+    Writes("bak", R"({"a": "old"})");
+    EXPECT_EQ(m_client.Creates(Item()), 400);
+    EXPECT_TRUE(Text("cfg") == large);
+}
+
+TEST_F(ADocumentBound, HoldsWhenAFileTurnsIntoAFifo) {
+    Writes("def", R"({"a": 0})");
+    HasItem(R"({"a": 1})");
+    std::filesystem::remove(Path("bak"));
+    ASSERT_EQ(mkfifo(Path("bak").c_str(), 0600), 0);
+    EXPECT_EQ(m_client.Restores(), 200);
+    EXPECT_EQ(m_client.Sets("a|2"), 200);
+    EXPECT_EQ(m_client.Value("a"), "2");
+}
+
+// By another path: the text of the two tells nothing.
+TEST_F(ADocumentBound, HoldsForACopyOntoTheFileItself) {
+    std::filesystem::create_symlink(Path("cfg"), Path("link"));
+    Writes("cfg", R"({"a": 1})");
+    ASSERT_EQ(m_client.Creates(Item("cfg", "bak", "link")), 200);
+    EXPECT_EQ(m_client.Restores(), 200);
+    EXPECT_EQ(m_client.Value("a"), "1");
+    EXPECT_EQ(Text("cfg"), R"({"a": 1})");
+}
+
+} // namespace ServiceTest
