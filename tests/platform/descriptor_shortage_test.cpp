@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <list>
 
@@ -15,13 +14,12 @@ protected:
         ::getrlimit(RLIMIT_NOFILE, &m_former);
         Runs();
         SetLimit(120);
+        FillsUp();
     }
     ~AShortage() override { SetLimit(m_former.rlim_cur); }
 
-    static void SetLimit(rlim_t limit) {
-        rlimit changed{};
-        ::getrlimit(RLIMIT_NOFILE, &changed);
-        changed.rlim_cur = limit;
+    void SetLimit(rlim_t limit) const {
+        const rlimit changed{limit, m_former.rlim_max};
         ::setrlimit(RLIMIT_NOFILE, &changed);
     }
 
@@ -29,15 +27,11 @@ protected:
 
     // Clients come until one of them is not accepted; that one is the last.
     void FillsUp() {
-        while (!HasPaused()) {
+        while (!HasPaused() || m_opened == static_cast<int>(m_clients.size())) {
             m_clients.emplace_back();
             ASSERT_TRUE(m_clients.back().Sends(Frame(ECHO, "waiting")));
             const auto accepted = static_cast<int>(m_clients.size());
             ASSERT_TRUE(Eventually([&] { return m_opened == accepted || HasPaused(); }));
-        }
-        if (m_opened == static_cast<int>(m_clients.size())) { // paused behind the last one
-            m_clients.emplace_back();
-            ASSERT_TRUE(m_clients.back().Sends(Frame(ECHO, "waiting")));
         }
     }
 
@@ -46,7 +40,6 @@ protected:
 };
 
 TEST_F(AShortage, LeavesTheServiceDescriptorsOfItsOwn) {
-    FillsUp();
     std::vector<int> files;
     for (int fd = 0; (fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
         files.push_back(fd);
@@ -58,7 +51,6 @@ TEST_F(AShortage, LeavesTheServiceDescriptorsOfItsOwn) {
 }
 
 TEST_F(AShortage, AcceptsAgainWhenAConnectionCloses) {
-    FillsUp();
     const int accepted = m_opened;
     ASSERT_TRUE(m_clients.front().Receives());
     EXPECT_TRUE(m_clients.front().Asks(ECHO, "those inside are served"));
@@ -71,7 +63,6 @@ TEST_F(AShortage, AcceptsAgainWhenAConnectionCloses) {
 }
 
 TEST_F(AShortage, AcceptsAgainWhenDescriptorsBecomeFreeElsewhere) {
-    FillsUp();
     SetLimit(m_former.rlim_cur);
     EXPECT_TRUE(m_clients.back().Receives());
     EXPECT_EQ(m_log.Count("accepting pauses"), 1U);

@@ -4,31 +4,9 @@
 #include <sys/resource.h>
 
 #include <cstddef>
+#include <cstdint>
 
 #include "kestrel/kestrel.h"
-
-namespace {
-
-bool IgnoresPipeSignal() {
-    struct sigaction action {};
-    return ::sigaction(SIGPIPE, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
-}
-
-bool HasRaisedDescriptors() {
-    rlimit limit{};
-    return ::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur > 200;
-}
-
-bool GivesThreadsSmallStacks() {
-    pthread_attr_t attributes;
-    std::size_t size = 0;
-    ::pthread_getattr_default_np(&attributes);
-    ::pthread_attr_getstacksize(&attributes, &size);
-    ::pthread_attr_destroy(&attributes);
-    return size <= std::size_t{2} << 20;
-}
-
-} // namespace
 
 extern "C" {
 
@@ -47,7 +25,16 @@ int StopEarly() {
 
 // A bit for each thing that is not as a service expects it.
 int TellWhatIsMissing() {
-    return (IgnoresPipeSignal() ? 0 : 1) | (HasRaisedDescriptors() ? 0 : 2) |
-           (GivesThreadsSmallStacks() ? 0 : 4);
+    struct sigaction action {};
+    rlimit limit{};
+    pthread_attr_t attributes;
+    std::size_t stack = SIZE_MAX;
+    ::sigaction(SIGPIPE, nullptr, &action);
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    ::pthread_getattr_default_np(&attributes);
+    ::pthread_attr_getstacksize(&attributes, &stack);
+    ::pthread_attr_destroy(&attributes);
+    return (action.sa_handler == SIG_IGN ? 0 : 1) | (limit.rlim_cur > 200 ? 0 : 2) |
+           (stack <= std::size_t{2} << 20 ? 0 : 4);
 }
 }

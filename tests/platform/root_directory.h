@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 
@@ -25,6 +27,15 @@ public:
     RootDirectory& operator=(const RootDirectory&) = delete;
 
     std::string Of(const std::string& name) const { return m_path + "/" + name; }
+    // Writes a file and returns its path.
+    std::string Writes(const std::string& name, const std::string& text) const {
+        std::ofstream(Of(name), std::ios::binary) << text;
+        return Of(name);
+    }
+    std::string Text(const std::string& name) const {
+        std::ifstream file(Of(name), std::ios::binary);
+        return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "(missing)";
+    }
 
 private:
     std::string m_path;

@@ -3,9 +3,8 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <unistd.h>
 
-#include <cstring>
+#include <cerrno>
 
 namespace PlatformTest {
 
@@ -21,7 +20,9 @@ std::string Frame(std::uint8_t method, const std::string& payload, std::uint32_t
 }
 
 TestClient::TestClient(const std::string& service) :
-    m_fd(kestrel_open(("/mnt/kestrel/" + service).c_str(), O_RDWR)) {
+    TestClient(kestrel_open(("/mnt/kestrel/" + service).c_str(), O_RDWR)) {}
+
+TestClient::TestClient(int fd) : m_fd(fd) {
     const timeval deadline{20, 0};
     ::setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof deadline);
     ::setsockopt(m_fd, SOL_SOCKET, SO_SNDTIMEO, &deadline, sizeof deadline);
@@ -29,8 +30,7 @@ TestClient::TestClient(const std::string& service) :
 
 void TestClient::Close() {
     if (IsConnected()) {
-        ::close(m_fd);
-        m_fd = -1;
+        ::close(std::exchange(m_fd, -1));
     }
 }
 
@@ -56,23 +56,19 @@ std::size_t TestClient::SendsWithoutWaiting(const std::string& bytes) {
 }
 
 bool TestClient::ReadExactly(void* to, std::size_t length) {
-    return ::recv(m_fd, to, length, MSG_WAITALL) == static_cast<ssize_t>(length);
+    return length == 0 || ::recv(m_fd, to, length, MSG_WAITALL) == static_cast<ssize_t>(length);
 }
 
 std::optional<Reply> TestClient::Receives() {
     Reply reply{};
-    char head[24];
-    if (!ReadExactly(head, sizeof head)) {
+    if (!ReadExactly(&reply.header, sizeof reply.header) ||
+        !ReadExactly(&reply.pieces, sizeof reply.pieces) ||
+        !ReadExactly(&reply.firstLength, sizeof reply.firstLength)) {
         return std::nullopt;
     }
-    std::memcpy(&reply.header, head, sizeof reply.header);
-    std::memcpy(&reply.pieces, head + 16, sizeof reply.pieces);
-    std::memcpy(&reply.firstLength, head + 20, sizeof reply.firstLength);
     reply.payload.resize(reply.header.length - 8);
-    if (!reply.payload.empty() && !ReadExactly(reply.payload.data(), reply.payload.size())) {
-        return std::nullopt;
-    }
-    return reply;
+    return ReadExactly(reply.payload.data(), reply.payload.size()) ? std::optional(std::move(reply))
+                                                                   : std::nullopt;
 }
 
 std::optional<Reply> TestClient::Asks(std::uint8_t method, const std::string& payload,

@@ -1,9 +1,12 @@
 #ifndef TESTS_PLATFORM_TEST_CLIENT_H
 #define TESTS_PLATFORM_TEST_CLIENT_H
 
+#include <unistd.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "tern/tern.h"
 
@@ -22,12 +25,14 @@ struct Reply {
     std::string payload;
 };
 
-// A client that speaks in bytes, so that it can misbehave. Every wait ends after a deadline.
+// One end of a connection that speaks in bytes, so that it can misbehave. Every wait ends after a deadline.
 class TestClient {
 public:
     explicit TestClient(const std::string& service = "test.orb");
+    // Takes a connected socket over.
+    explicit TestClient(int fd);
     ~TestClient() { Close(); }
-    TestClient(TestClient&& other) noexcept : m_fd(other.m_fd) { other.m_fd = -1; }
+    TestClient(TestClient&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
     TestClient& operator=(TestClient&&) = delete;
 
     int Fd() const { return m_fd; }

@@ -1,69 +1,42 @@
 #include "test_service.h"
 
-#include <fcntl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <numeric>
 #include <stdexcept>
 
 namespace PlatformTest {
 
 namespace {
 
+// The framework's callbacks carry no context; one test runs at a time.
 AServer* g_test = nullptr;
 
-// The framework's callbacks carry no context; one test runs at a time.
-std::uint32_t FirstWord(const void* content, std::uint32_t length) {
-    std::uint32_t word = 0;
-    if (length > 0) {
-        std::memcpy(&word, content, std::min<std::size_t>(length, sizeof word));
-    }
-    return word;
-}
-
-void AddBytes(tern_message* msg, std::uint32_t count) {
-    auto* bytes = static_cast<char*>(pcalloc(msg->pool, count));
-    std::memset(bytes, 'g', count);
-    tern_content_add(msg, bytes, count, 0);
-}
-
-void AddPieces(tern_message* msg, std::uint32_t count) {
-    static const char ALPHABET[] = "abcdefghijklmnopqrstuvwxyz";
-    for (std::uint32_t i = 0; i < count; ++i) {
-        tern_content_add(msg, &ALPHABET[i % 26], 1, 0);
-    }
-}
-
-void AddCopy(tern_message* msg, const void* content, std::uint32_t length) {
-    void* copy = pcalloc(msg->pool, length);
+void AddBytes(tern_message* msg, const std::string& bytes, std::size_t piece) {
+    auto* copy = static_cast<char*>(pcalloc(msg->pool, bytes.size()));
     ASSERT_NE(copy, nullptr);
-    std::memcpy(copy, content, length);
-    tern_content_add(msg, copy, length, 0);
-}
-
-void AddSendBuffer(tern_message* msg, int fd) {
-    auto* size = static_cast<int*>(pcalloc(msg->pool, sizeof(int)));
-    socklen_t length = sizeof *size;
-    ::getsockopt(fd, SOL_SOCKET, SO_SNDBUF, size, &length);
-    tern_content_add(msg, size, sizeof *size, 0);
-}
-
-void Answer(tern_message* msg, kestrel_connection* conn) {
-    msg->header->status = 200;
-    msg->header->method = static_cast<std::uint8_t>(msg->header->method | 0x80);
-    tern_message_async_send(msg, conn, 0);
+    std::memcpy(copy, bytes.data(), bytes.size());
+    for (std::size_t at = 0; at < bytes.size(); at += piece) {
+        const std::size_t length = std::min(piece, bytes.size() - at);
+        tern_content_add(msg, copy + at, static_cast<std::uint32_t>(length), 0);
+    }
 }
 
 } // namespace
 
+std::string Pattern(std::size_t length) {
+    std::string text(length, '\0');
+    std::iota(text.begin(), text.end(), '\0');
+    return text;
+}
+
 std::size_t LogLines::Count(const std::string& part) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    std::size_t count = 0;
-    for (const std::string& line : m_lines) {
-        count += line.find(part) != std::string::npos ? 1U : 0U;
-    }
-    return count;
+    const std::vector<std::string> lines = All();
+    return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
+        return line.find(part) != std::string::npos;
+    }));
 }
 
 std::vector<std::string> LogLines::All() {
@@ -95,7 +68,6 @@ void AServer::Runs() {
 
 int AServer::Stops() {
     if (m_loop.joinable()) {
-        LetsGo();
         m_stopping = true;
         kestrel_event_mgr_stop(m_mgr);
         m_loop.join();
@@ -103,26 +75,25 @@ int AServer::Stops() {
     return m_runResult;
 }
 
-void AServer::LetsGo() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_letGo = true;
-    m_released.notify_all();
-}
-
 int AServer::Start(kestrel_server* server, void*) {
     static const kestrel_protocol_ops PROTOCOL = {nullptr, Message};
-    static const kestrel_connection_ops CONNECTION = {Opened, Closed, Writable};
+    static const kestrel_connection_ops CONNECTION = {Opened, Closed,
+                                                      [](kestrel_connection*) { ++g_test->m_writable; }};
     server->protocol_ops = &PROTOCOL;
     server->connection_ops = &CONNECTION;
-    if (g_test->m_sendBuffer != 0) {
-        std::uint32_t words[3] = {0, 0, g_test->m_sendBuffer};
+    if (g_test->m_askedBuffer != 0) {
+        std::uint32_t words[3] = {0, 0, g_test->m_askedBuffer};
         EXPECT_EQ(kestrel_ioctl(server->fd, 0x400C0200, words), 0);
         EXPECT_EQ(kestrel_ioctl(server->fd, 0x400C0201, words), 0);
     }
     return g_test->m_startResult;
 }
 
-void AServer::Opened(kestrel_connection*) {
+void AServer::Opened(kestrel_connection* conn) {
+    int size = 0;
+    socklen_t length = sizeof size;
+    ::getsockopt(conn->fd, SOL_SOCKET, SO_SNDBUF, &size, &length);
+    g_test->m_sendBuffer = size;
     ++g_test->m_opened;
 }
 
@@ -134,10 +105,6 @@ void AServer::Closed(kestrel_connection* conn) {
     test.m_closedInsideMessage += test.m_inMessage ? 1 : 0;
     test.m_closedWhileListening += test.m_stopping && TestClient().IsConnected() ? 1 : 0;
     ++test.m_closed;
-}
-
-void AServer::Writable(kestrel_connection*) {
-    ++g_test->m_writable;
 }
 
 void AServer::Message(tern_message* msg, kestrel_connection* conn) {
@@ -152,38 +119,33 @@ void AServer::Message(tern_message* msg, kestrel_connection* conn) {
 void AServer::Serve(tern_message* msg, kestrel_connection* conn, Method method) {
     void* content = nullptr;
     std::uint32_t length = 0;
-    const bool any = tern_content(msg, &content, &length) == 0;
+    tern_content(msg, &content, &length);
     m_misaligned += reinterpret_cast<std::uintptr_t>(content) % 8 == 0 ? 0 : 1;
-    const std::uint32_t word = FirstWord(content, length);
+    const std::string request(static_cast<char*>(content), length);
     if (method == THROW) {
         throw std::runtime_error("thrown by the service");
     }
     if (method == HOLD) {
-        Hold();
+        m_holding = true;
+        m_letGo.get_future().wait_for(std::chrono::seconds(20));
     }
     tern_header_clear(msg);
     if (method != RETURN_MESSAGE) {
         tern_content_clear(msg);
     }
-    if (method == ECHO && any) {
-        AddCopy(msg, content, length);
+    if (method == ECHO) {
+        AddBytes(msg, request, length);
     } else if (method == GIVE) {
-        AddBytes(msg, word);
-    } else if (method == GIVE_PIECES) {
-        AddPieces(msg, word);
-    } else if (method == TELL_SEND_BUFFER) {
-        AddSendBuffer(msg, conn->fd);
+        std::uint32_t words[2] = {0, UINT32_MAX};
+        std::memcpy(words, request.data(), std::min<std::size_t>(length, sizeof words));
+        AddBytes(msg, Pattern(words[0]), words[1]);
     }
-    Answer(msg, conn);
+    msg->header->status = 200;
+    msg->header->method = static_cast<std::uint8_t>(msg->header->method | 0x80);
+    tern_message_async_send(msg, conn, 0);
     if (method == ANSWER_AND_THROW) {
         throw std::runtime_error("thrown after the reply");
     }
-}
-
-void AServer::Hold() {
-    m_holding = true;
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_released.wait(lock, [this] { return m_letGo; });
 }
 
 } // namespace PlatformTest

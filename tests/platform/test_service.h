@@ -2,7 +2,7 @@
 #define TESTS_PLATFORM_TEST_SERVICE_H
 
 #include <atomic>
-#include <condition_variable>
+#include <future>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -21,14 +21,15 @@ namespace PlatformTest {
 // What the test service does with a request, by its method.
 enum Method : std::uint8_t {
     ECHO = 1,  // the payload, copied
-    GIVE = 2,  // as many bytes as the first word says
+    GIVE = 2,  // as many bytes as the first word says, in pieces as long as the second says, or in one
     THROW = 3, // throws and does not answer
     ANSWER_AND_THROW = 4,
-    HOLD = 5,            // answers once the test lets go
-    GIVE_PIECES = 6,     // as many one-byte pieces as the first word says
-    RETURN_MESSAGE = 7,  // the message as it came: the reply refers to the request's memory
-    TELL_SEND_BUFFER = 8 // SO_SNDBUF of the connection
+    HOLD = 5,           // answers once the test lets go
+    RETURN_MESSAGE = 6, // the message as it came: the reply refers to the request's memory
 };
+
+// So many bytes that count up.
+std::string Pattern(std::size_t length);
 
 // The lines that were logged while it lived.
 class LogLines {
@@ -64,7 +65,6 @@ protected:
     bool Holds() {
         return Eventually([this] { return m_holding.load(); });
     }
-    void LetsGo();
     bool HasClosed(int count) {
         return Eventually([&] { return m_closed == count; });
     }
@@ -72,6 +72,7 @@ protected:
     RootDirectory m_root;
     LogLines m_log;
     kestrel_event_mgr* m_mgr = kestrel_event_mgr_new(0);
+    std::promise<void> m_letGo;
     std::atomic<int> m_served{0};
     std::atomic<int> m_opened{0};
     std::atomic<int> m_closed{0};
@@ -80,25 +81,21 @@ protected:
     std::atomic<int> m_closedWithoutDescriptor{0};
     std::atomic<int> m_closedWhileListening{0};
     std::atomic<int> m_misaligned{0};
+    std::atomic<int> m_sendBuffer{0}; // of the last connection
     int m_startResult = 0;
-    std::uint32_t m_sendBuffer = 0; // asked for by the start callback; 0 leaves the system's
+    std::uint32_t m_askedBuffer = 0; // by the start callback; 0 leaves the system's
 
 private:
     static int Start(kestrel_server* server, void* arg);
     static void Opened(kestrel_connection* conn);
     static void Closed(kestrel_connection* conn);
-    static void Writable(kestrel_connection* conn);
     static void Message(tern_message* msg, kestrel_connection* conn);
 
     void Serve(tern_message* msg, kestrel_connection* conn, Method method);
-    void Hold();
 
     std::thread m_loop;
     int m_runResult = -1;
     bool m_inMessage = false; // loop thread only
-    std::mutex m_mutex;
-    std::condition_variable m_released;
-    bool m_letGo = false; // guarded by m_mutex
     std::atomic<bool> m_holding{false};
     std::atomic<bool> m_stopping{false};
 };
