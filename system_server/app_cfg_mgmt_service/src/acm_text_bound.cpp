@@ -38,8 +38,8 @@ uint64_t MeasureText(const std::function<void(std::ostream&)>& write) {
 
 uint64_t EscapedBytes(const std::string& text) {
     constexpr uint64_t MORE = 5; // a control character becomes \u00XX, a quotation mark &quot;
-    const auto escaped = std::count_if(text.begin(), text.end(), [](char c) {
-        return (c >= 0 && c < ' ') || c == '"' || c == '\\' || c == '&' || c == '<' || c == '>';
+    const auto escaped = std::count_if(text.begin(), text.end(), [](unsigned char c) {
+        return c < ' ' || c == '"' || c == '\\' || c == '&' || c == '<' || c == '>';
     });
     return text.size() + MORE * static_cast<uint64_t>(escaped);
 }
