@@ -1,11 +1,15 @@
 #include "faults.h"
 
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <linux/capability.h>
+#include <pthread.h>
 #include <pwd.h>
 #include <sys/types.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -74,53 +78,32 @@ kestrel_event_mgr* LastEventMgr() {
 
 extern "C" {
 
-kestrel_event_mgr* __real_kestrel_event_mgr_new(int reserved);
-int __real_kestrel_server_register(const char* name, kestrel_event_mgr* mgr, const kestrel_server_ops* ops);
-int __real_kestrel_ioctl(int fd, unsigned long request, void* arg);
-tern_message* __real_tern_message_new(int reserved);
-int __real_tern_message_sendfd(tern_message* msg, int fd);
-int __real_tern_content(tern_message* msg, void** content, uint32_t* len);
-int __real_tern_content_add(tern_message* msg, const void* data, uint32_t len, int reserved);
-void* __real_pcalloc(kestrel_pool* pool, size_t size);
-int __real_memcpy_s(void* dest, size_t destMax, const void* src, size_t count);
-int __real_getpwnam_r(const char* name, passwd* entry, char* buffer, size_t size, passwd** found);
+// A call that goes on to the real one unless it is to fail.
+#define FORWARDED(result, name, call, failure, parameters, arguments)                                        \
+    result __real_##name parameters;                                                                         \
+    result __wrap_##name parameters {                                                                        \
+        return Fails(Call::call) ? failure : __real_##name arguments;                                        \
+    }
 
+FORWARDED(int, kestrel_server_register, SERVER_REGISTER, -1,
+          (const char* name, kestrel_event_mgr* mgr, const kestrel_server_ops* ops), (name, mgr, ops))
+FORWARDED(int, kestrel_ioctl, IOCTL, -1, (int fd, unsigned long request, void* arg), (fd, request, arg))
+FORWARDED(tern_message*, tern_message_new, MESSAGE_NEW, nullptr, (int reserved), (reserved))
+FORWARDED(int, tern_message_sendfd, MESSAGE_SENDFD, -1, (tern_message * msg, int fd), (msg, fd))
+FORWARDED(int, tern_content, CONTENT, 7, (tern_message * msg, void** content, uint32_t* len),
+          (msg, content, len))
+FORWARDED(int, tern_content_add, CONTENT_ADD, -1,
+          (tern_message * msg, const void* data, uint32_t len, int reserved), (msg, data, len, reserved))
+FORWARDED(void*, pcalloc, POOL, nullptr, (kestrel_pool * pool, size_t size), (pool, size))
+FORWARDED(int, memcpy_s, COPY, 34, (void* dest, size_t destMax, const void* src, size_t count),
+          (dest, destMax, src, count))
+
+kestrel_event_mgr* __real_kestrel_event_mgr_new(int reserved);
 kestrel_event_mgr* __wrap_kestrel_event_mgr_new(int reserved) {
     return g_eventMgr = Fails(Call::EVENT_MGR_NEW) ? nullptr : __real_kestrel_event_mgr_new(reserved);
 }
 
-int __wrap_kestrel_server_register(const char* name, kestrel_event_mgr* mgr, const kestrel_server_ops* ops) {
-    return Fails(Call::SERVER_REGISTER) ? -1 : __real_kestrel_server_register(name, mgr, ops);
-}
-
-int __wrap_kestrel_ioctl(int fd, unsigned long request, void* arg) {
-    return Fails(Call::IOCTL) ? -1 : __real_kestrel_ioctl(fd, request, arg);
-}
-
-tern_message* __wrap_tern_message_new(int reserved) {
-    return Fails(Call::MESSAGE_NEW) ? nullptr : __real_tern_message_new(reserved);
-}
-
-int __wrap_tern_message_sendfd(tern_message* msg, int fd) {
-    return Fails(Call::MESSAGE_SENDFD) ? -1 : __real_tern_message_sendfd(msg, fd);
-}
-
-int __wrap_tern_content(tern_message* msg, void** content, uint32_t* len) {
-    return Fails(Call::CONTENT) ? 7 : __real_tern_content(msg, content, len);
-}
-
-int __wrap_tern_content_add(tern_message* msg, const void* data, uint32_t len, int reserved) {
-    return Fails(Call::CONTENT_ADD) ? -1 : __real_tern_content_add(msg, data, len, reserved);
-}
-
-void* __wrap_pcalloc(kestrel_pool* pool, size_t size) {
-    return Fails(Call::POOL) ? nullptr : __real_pcalloc(pool, size);
-}
-
-int __wrap_memcpy_s(void* dest, size_t destMax, const void* src, size_t count) {
-    return Fails(Call::COPY) ? 34 : __real_memcpy_s(dest, destMax, src, count);
-}
-
+int __real_getpwnam_r(const char* name, passwd* entry, char* buffer, size_t size, passwd** found);
 int __wrap_getpwnam_r(const char* name, passwd* entry, char* buffer, size_t size, passwd** found) {
     if (std::strcmp(name, "sshd") != 0) {
         return __real_getpwnam_r(name, entry, buffer, size, found);
@@ -153,6 +136,27 @@ int __wrap_setgid(gid_t group) {
 
 int __wrap_setuid(uid_t user) {
     return Privileged(Call::SETUID, "setuid " + std::to_string(user));
+}
+
+// Opening a file with 64-bit offsets, which is what the service's sources do.
+int __real_open64(const char* path, int flags, ...);
+int __wrap_open64(const char* path, int flags, ...) {
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    if (Fails(Call::OPEN)) {
+        errno = EMFILE;
+        return -1;
+    }
+    return __real_open64(path, flags, mode);
+}
+
+// Stands before the C library's for the whole process, the C++ library included.
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument) {
+    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+    static const Create next = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
+    return Fails(Call::THREAD) ? EAGAIN : next(thread, attributes, run, argument);
 }
 
 } // extern "C"

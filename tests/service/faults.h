@@ -25,6 +25,8 @@ enum class Call {
     CONTENT_ADD,
     POOL,
     COPY,
+    OPEN,
+    THREAD,
     COUNT
 };
 

@@ -1,45 +1,16 @@
 // Files that are not what an item expects, and machines that have no more to give.
-#include <dlfcn.h>
-#include <pthread.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <atomic>
-
+#include "faults.h"
 #include "service_fixture.h"
-
-namespace {
-
-std::atomic<bool> g_refuseThreads{false};
-
-} // namespace
-
-// Stands before the C library's for the whole process, the C++ library included.
-extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*),
-                              void* argument) {
-    if (g_refuseThreads) {
-        return EAGAIN;
-    }
-    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
-    static const Create next = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
-    return next(thread, attributes, run, argument);
-}
 
 namespace ServiceTest {
 
 using AHostilePath = AService;
 using ASharedPath = AService;
+using AShortage = AService;
 
 constexpr char SETTINGS[] = R"({"a":"1"})";
-
-class AShortage : public AService {
-protected:
-    AShortage() {
-        Writes("cfg", SETTINGS);
-        Writes("bak", R"({"a":"bak"})");
-        Writes("def", R"({"a":"def"})");
-    }
-};
 
 struct PathCase {
     std::string path;
@@ -82,6 +53,16 @@ TEST_F(AHostilePath, IsNeverReadAndOnlyADeviceIsWritten) {
     EXPECT_EQ(Text("cfg"), SETTINGS);
 }
 
+// ".." behind a link leads elsewhere than its text says; what is checked must be what is opened.
+TEST_F(AHostilePath, IsFollowedAsTheSystemDoes) {
+    std::filesystem::create_directories(Path("far/away"));
+    std::filesystem::create_symlink(Path("far/away"), Path("link"));
+    ASSERT_EQ(mkfifo(Path("bak").c_str(), 0600), 0);
+    Writes("cfg", SETTINGS);
+    EXPECT_EQ(m_client.Creates(Item("cfg", "link/../bak")), 200);
+    EXPECT_EQ(Text("far/bak"), SETTINGS);
+}
+
 // A path can turn into something else after the item was made.
 TEST_F(AHostilePath, ThatAppearsLaterStallsNoSaveAndNoRestore) {
     HasItem(SETTINGS);
@@ -109,35 +90,55 @@ TEST_F(ASharedPath, AsFileBackupAndDefaultIsNotEmptied) {
     EXPECT_EQ(Text("cfg"), "broken");
 }
 
-TEST_F(AShortage, OfDescriptorsStartsNoRecovery) {
-    EXPECT_EQ(m_client.Value("a"), "status 404"); // the connection has its descriptor
-    m_log.Clear();
-    rlimit former{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &former), 0);
-    const rlimit none{3, former.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    const uint16_t status = m_client.Creates(Item());
-    const uint16_t ofCopy = m_client.Creates(Item("gone"));
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &former), 0);
-    EXPECT_EQ(status, 400);
-    EXPECT_EQ(ofCopy, 400);
-    EXPECT_EQ(m_log.Errors().size(), 2U);
-    EXPECT_EQ(Text("cfg"), SETTINGS);
-    EXPECT_EQ(Text("bak"), R"({"a":"bak"})");
-    EXPECT_EQ(Text("gone"), "(missing)");
+struct Shortage {
+    const char* claim;
+    const char* cfg;
+    Call call;
+    int after;
+};
+
+// Says nothing about the files: none is recovered, none is touched, and later the item can be made.
+TEST_F(AShortage, StartsNoRecovery) {
+    const Shortage shortages[] = {
+        {"no descriptor to load the file", "cfg", Call::OPEN, 0},
+        {"no descriptor to read the backup", "gone", Call::OPEN, 0},
+        {"no descriptor for the recovered file", "gone", Call::OPEN, 1},
+        {"no notification thread", "cfg", Call::THREAD, 0},
+        {"no thread for the backup strategy", "cfg", Call::THREAD, 1},
+    };
+    Writes("cfg", SETTINGS);
+    Writes("bak", R"({"a":"bak"})");
+    for (const Shortage& entry : shortages) {
+        SCOPED_TRACE(entry.claim);
+        AppCfgCreateReq item = Item(entry.cfg);
+        item.backupStrategy = ConfigBackupStrategy::DELAY;
+        m_log.Clear();
+        {
+            const Failing failing(entry.call, entry.after);
+            EXPECT_EQ(m_client.Creates(item), 400);
+        }
+        EXPECT_EQ(m_log.Errors().size(), 1U);
+        EXPECT_THAT(m_log.Of({"done.", "fail."}), ::testing::Not(::testing::Contains(HasSubstr("restore"))));
+        EXPECT_EQ(Text("cfg"), SETTINGS);
+        EXPECT_EQ(Text("bak"), R"({"a":"bak"})");
+        EXPECT_EQ(Text("gone"), "(missing)");
+        EXPECT_THAT(RegisteredKeys(), IsEmpty());
+    }
     EXPECT_EQ(m_client.Creates(Item()), 200);
     EXPECT_EQ(m_client.Value("a"), "1");
 }
 
-TEST_F(AShortage, OfThreadsStartsNoRecovery) {
-    g_refuseThreads = true;
-    EXPECT_EQ(m_client.Creates(Item()), 400);
-    g_refuseThreads = false;
-    EXPECT_EQ(m_log.Errors().size(), 1U);
+// A save that finds no descriptor is told, and the next one makes up for it.
+TEST_F(AShortage, DuringASaveIsMadeUpForByTheNext) {
+    HasItem(SETTINGS);
+    {
+        const Failing failing(Call::OPEN);
+        EXPECT_EQ(m_client.SetsRaw("a", "2"), 200);
+    }
+    EXPECT_EQ(m_log.Errors(), Lines{"3 open [cfg] fail."});
     EXPECT_EQ(Text("cfg"), SETTINGS);
-    EXPECT_EQ(Text("bak"), R"({"a":"bak"})");
-    EXPECT_EQ(m_client.Creates(Item()), 200);
-    EXPECT_EQ(m_client.Value("a"), "1");
+    EXPECT_EQ(m_client.SetsRaw("a", "3"), 200);
+    EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"3\"\n}");
 }
 
 } // namespace ServiceTest

@@ -22,20 +22,16 @@ public:
         m_thread = std::thread([this, answer] { Serve(answer); });
     }
     ~FakeAppManager() {
-        shutdown(m_socket, SHUT_RDWR);
-        m_thread.join();
+        Asked();
         tern_message_put(m_msg);
         close(m_socket);
     }
-    FakeAppManager(const FakeAppManager&) = delete;
-    FakeAppManager& operator=(const FakeAppManager&) = delete;
 
     // What it was asked: method, URI and the bytes of the content.
-    const std::string& Asked() {
+    std::string Asked() {
         shutdown(m_socket, SHUT_RDWR);
         if (m_thread.joinable()) {
             m_thread.join();
-            m_thread = std::thread([] {});
         }
         return m_asked;
     }
