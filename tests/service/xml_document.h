@@ -27,19 +27,22 @@ inline std::string RawOf(XmlPtr& document, const std::string& key) {
     return document->GetRawString(key, text) == 0 ? text : "(nothing)";
 }
 
-inline std::string Nested(size_t levels, const std::string& name = "d") {
-    std::string text;
-    for (size_t i = 0; i < levels; ++i)
-        text += "<" + name + ">";
-    for (size_t i = 0; i < levels; ++i)
-        text += "</" + name + ">";
-    return text;
+inline std::string Repeated(size_t times, const std::string& text) {
+    std::string all;
+    for (size_t i = 0; i < times; ++i)
+        all += text;
+    return all;
 }
 
-inline std::string Siblings(size_t count, const std::string& prefix, bool distinct) {
+inline std::string Nested(size_t levels) {
+    return Repeated(levels, "<d>") + Repeated(levels, "</d>");
+}
+
+// Empty elements whose names count up.
+inline std::string Siblings(size_t count, const std::string& prefix) {
     std::string text;
     for (size_t i = 0; i < count; ++i)
-        text += "<" + prefix + (distinct ? std::to_string(i) : "") + "/>";
+        text += "<" + prefix + std::to_string(i) + "/>";
     return text;
 }
 
