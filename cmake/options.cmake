@@ -15,8 +15,16 @@ if(ACM_SANITIZE STREQUAL address)
 elseif(ACM_SANITIZE STREQUAL thread)
     target_compile_options(acm_options INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
     target_link_options(acm_options INTERFACE -fsanitize=thread)
+elseif(ACM_SANITIZE STREQUAL fuzz)
+    # Clang's: inputs are found by the code that they reach, and what was reached is counted line by line.
+    target_compile_options(acm_options INTERFACE
+        -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer
+        -fprofile-instr-generate -fcoverage-mapping)
+    # The sanitizers' own symbols are in the executable alone.
+    target_link_options(acm_options INTERFACE
+        -fsanitize=address,undefined -fprofile-instr-generate -Wl,-z,undefs)
 elseif(NOT ACM_SANITIZE STREQUAL "")
-    message(FATAL_ERROR "ACM_SANITIZE is '${ACM_SANITIZE}'; it may be empty, address or thread")
+    message(FATAL_ERROR "ACM_SANITIZE is '${ACM_SANITIZE}'; it may be empty, address, thread or fuzz")
 endif()
 if(ACM_SANITIZE)
     # Instrumented code misleads this warning, in the standard library's own headers too; plain builds keep it.

@@ -1,0 +1,61 @@
+// Documents made from an input's text, and what they answer.
+#ifndef FUZZ_FUZZ_DOCUMENTS_H
+#define FUZZ_FUZZ_DOCUMENTS_H
+
+#include <sstream>
+#include <string>
+
+#include "Poco/AutoPtr.h"
+#include "Poco/Exception.h"
+#include "acm_json_configuration.h"
+#include "acm_xml_configuration.h"
+#include "fuzz_support.h"
+
+namespace Fuzz {
+
+// What the call returned, or the name of the library's exception that it threw. Others pass.
+template <typename Call>
+std::string Outcome(Call call) {
+    try {
+        return "= " + call();
+    } catch (const Poco::Exception& fault) {
+        return fault.className();
+    }
+}
+
+// Whether the call returned true; an exception of the library is a refusal.
+template <typename Call>
+bool Accepts(Call call) {
+    try {
+        return call();
+    } catch (const Poco::Exception&) {
+        return false;
+    }
+}
+
+// The documents of a text, or null when it is refused.
+Poco::AutoPtr<SystemServer::AcmJsonConfiguration> LoadJson(const std::string& text);
+Poco::AutoPtr<SystemServer::AcmXmlConfiguration> LoadXml(const std::string& text);
+
+// A document of a kind: "j" JSON, "x" XML, "i" INI, any other null.
+Poco::AutoPtr<Poco::Util::AbstractConfiguration> LoadKind(char kind, const std::string& text);
+
+// Whether a JSON key is made of names and indexes as they are meant. The library reads others too ("." is the
+// whole document, "a[0]b" an element), but sets something else with them.
+bool IsOrdinaryKey(const std::string& key);
+
+// The whole text of a document without its white space, of which the writer adds some.
+std::string BareText(SystemServer::AcmXmlConfiguration& document);
+
+// The text that a document is saved as.
+template <typename Document>
+std::string Saved(Document& document) {
+    std::ostringstream stream;
+    document.Save(stream);
+    Check(stream.good(), "a document that was loaded can be saved");
+    return stream.str();
+}
+
+} // namespace Fuzz
+
+#endif
