@@ -1,35 +1,35 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <map>
 #include <sstream>
 
 #include "app.h"
 #include "fake_service.h"
-#include "scratch_root.h"
 
 namespace appcfg::cli {
 namespace {
 
-using test::Bytes;
 using test::FakeService;
 using test::FragmentPayload;
 using test::ReplyTo;
-using test::ScratchRoot;
+using test::RootDirectory;
 using test::ValuesPayload;
+using test::WholeFrame;
 using testing::HasSubstr;
 using Words = std::vector<std::string>;
 
 // A service in a few lines: values by key, one fragment, and 404 for the item "app/gone".
 class SmallService {
 public:
-    Bytes operator()(const Bytes& request) {
-        const char* record = reinterpret_cast<const char*>(request.data()) + 24;
-        const std::string query(request.size() > 24 + 72 ? record + 72 : "");
+    std::string operator()(const WholeFrame& request) {
+        const char* record = request.payload.c_str();
+        const std::string query(request.payload.size() > 72 ? record + 72 : "");
         if (std::string(record + 32) == "gone") {
             return ReplyTo(request, 404);
         }
-        switch (request[4] << 4 | request[3]) {
+        switch (request.header.uri << 4 | request.header.method) {
         case 0x12:
             return Get(request, query);
         case 0x22:
@@ -40,7 +40,7 @@ public:
     }
 
 private:
-    Bytes Get(const Bytes& request, const std::string& query) {
+    std::string Get(const WholeFrame& request, const std::string& query) {
         std::vector<std::string> values;
         std::istringstream keys(query);
         for (std::string key; std::getline(keys, key, ',');) {
@@ -68,12 +68,18 @@ protected:
         return status;
     }
 
-    std::string WriteItem(const std::string& name = "net") const {
-        return m_root.Write(name + ".json",
-                            R"({"handle": "app/)" + name + R"(", "storage": "json", "path": "/p"})");
+    // Words of one line, which has no quotes.
+    ExitStatus RunLine(const std::string& line) {
+        std::istringstream words(line);
+        return Run(Words(std::istream_iterator<std::string>(words), {}));
     }
 
-    ScratchRoot m_root;
+    std::string WriteItem(const std::string& name = "net") const {
+        return m_root.Writes(name + ".json",
+                             R"({"handle": "app/)" + name + R"(", "storage": "json", "path": "/p"})");
+    }
+
+    RootDirectory m_root;
     std::string m_out;
     std::string m_err;
 };
@@ -81,32 +87,17 @@ protected:
 class TheCommandLineAtAService : public TheCommandLine {
 protected:
     // The content of the last request as text, from an offset to its NUL.
-    std::string Sent(size_t offset) const {
-        const Bytes frame = m_service.Requests().back();
-        return std::string(reinterpret_cast<const char*>(frame.data()) + 24 + offset);
-    }
+    std::string Sent(size_t offset) const { return m_service.Requests().back().payload.c_str() + offset; }
 
-    FakeService m_service{m_root.Path(), SmallService()};
+    FakeService m_service{m_root, SmallService()};
 };
 
 TEST_F(TheCommandLine, TellsWrongUsageFromNoService) {
-    const Words wrong[] = {
-        {},
-        {"frobnicate"},
-        {"get"},
-        {"get", "app/net"},
-        {"get", "app/net", "a", "--frob"},
-        {"set", "app/net"},
-        {"restore"},
-        {"restore", "app/net", "more"},
-        {"raw", "app/net"},
-        {"rekey", "app/net", "--plain", "--key-file", "k"},
-        {"--root"},
-        {"create", "x.json"},
-    };
-    for (const Words& words : wrong) {
-        EXPECT_EQ(Run(words), EXIT_USAGE) << testing::PrintToString(words);
-        EXPECT_NE(m_err, "") << testing::PrintToString(words);
+    for (const char* line : {"", "frobnicate", "get", "get app/net", "get app/net a --frob", "set app/net",
+                             "restore", "restore app/net more", "raw app/net",
+                             "rekey app/net --plain --key-file k", "--root", "create x.json"}) {
+        EXPECT_EQ(RunLine(line), EXIT_USAGE) << line;
+        EXPECT_NE(m_err, "") << line;
     }
     EXPECT_EQ(Run({"get", "app/net", "a"}), EXIT_UNREACHABLE);
     EXPECT_THAT(m_err, HasSubstr("cannot reach the service"));
@@ -116,10 +107,10 @@ TEST_F(TheCommandLine, TellsWrongUsageFromNoService) {
 }
 
 TEST_F(TheCommandLine, TakesTheRootFromItsOption) {
-    FakeService service(m_root.Path(), SmallService());
+    FakeService service(m_root, SmallService());
     setenv("KESTREL_ROOT", "/nonexistent", 1);
     EXPECT_EQ(Run({"get", "app/net", "a"}), EXIT_UNREACHABLE);
-    EXPECT_EQ(Run({"get", "app/net", "a", "--root", m_root.Path()}), EXIT_DONE);
+    EXPECT_EQ(Run({"get", "app/net", "a", "--root", m_root.Of("")}), EXIT_DONE);
 }
 
 TEST_F(TheCommandLineAtAService, PrintsValuesPlainOrAsJson) {
@@ -154,14 +145,11 @@ TEST_F(TheCommandLineAtAService, ReportsARefusalWithStatusAndReason) {
 }
 
 TEST_F(TheCommandLineAtAService, SendsNothingForArgumentsThatCannotBeSent) {
-    for (const Words& words :
-         {Words{"get", "app/net", "a,b"}, Words{"set", "app/net", "a=1|2"}, Words{"set", "app/net", "a"},
-          Words{"set", "app/net", "a[@b=c]"}, Words{"set", "app/net", "a[@b=c"},
-          Words{"set", "app/net", "a[@b='c]=d"}, Words{"get", "nohandle", "a"}, Words{"rekey", "app/net"},
-          Words{"raw", "app/net", "frob"}, Words{"raw", "app/net", "get", "k", "data"},
-          Words{"raw", "app/net", "set", "k", "@/nonexistent"},
-          Words{"rekey", "app/net", "--key-file", "/nonexistent"}}) {
-        EXPECT_EQ(Run(words), EXIT_USAGE) << testing::PrintToString(words);
+    for (const char* line : {"get app/net a,b", "set app/net a=1|2", "set app/net a", "set app/net a[@b=c]",
+                             "set app/net a[@b=c", "set app/net a[@b='c]=d", "get nohandle a",
+                             "rekey app/net", "raw app/net frob", "raw app/net get k data",
+                             "raw app/net set k @/nonexistent", "rekey app/net --key-file /nonexistent"}) {
+        EXPECT_EQ(RunLine(line), EXIT_USAGE) << line;
     }
     EXPECT_TRUE(m_service.Requests().empty());
 }
@@ -172,7 +160,7 @@ TEST_F(TheCommandLineAtAService, ReadsAndReplacesFragments) {
     EXPECT_EQ(Run({"raw", "get", "app/net", "k", "--json"}), EXIT_DONE);
     EXPECT_EQ(m_out, "\"<k/>\"\n");
 
-    const std::string file = m_root.Write("data", "from file");
+    const std::string file = m_root.Writes("data", "from file");
     const std::pair<Words, std::string> sets[] = {
         {{"raw", "app/net", "set", "k", "given"}, "given"},
         {{"raw", "app/net", "set", "k", "@" + file}, "from file"},
@@ -234,8 +222,8 @@ TEST_F(TheCommandLineAtAService, PrintsOneJsonDocumentALineInAShell) {
 }
 
 TEST_F(TheCommandLine, EndsAShellThatLosesItsConnection) {
-    FakeService service(m_root.Path(), [](const Bytes& request) {
-        return request[4] == 0 ? ReplyTo(request, 200) : Bytes(); // hangs up at the first get
+    FakeService service(m_root, [](const WholeFrame& request) {
+        return request.header.uri == 0 ? ReplyTo(request, 200) : ""; // hangs up at the first get
     });
     EXPECT_EQ(Run({"shell", WriteItem()}, "get a\necho not reached\n"), EXIT_UNREACHABLE);
     EXPECT_EQ(m_out, "created app/net/0\n");

@@ -19,31 +19,27 @@ std::string BlockOf(const std::string& page, const std::string& info, const std:
     return text.substr(start + opening.size(), end + 1 - start - opening.size());
 }
 
-Bytes BytesOfDump(const std::string& dump) {
-    Bytes bytes;
-    Bytes last;
-    bool repeating = false;
+std::string BytesOfDump(const std::string& dump) {
+    std::string bytes;
+    std::string last;
     std::istringstream lines(dump);
     for (std::string line; std::getline(lines, line);) {
-        if (line == "*") {
-            repeating = true;
-            continue;
-        }
         std::istringstream words(line.substr(0, line.find('|')));
         size_t offset = 0;
-        words >> std::hex >> offset;
-        while (repeating && bytes.size() < offset) {
-            bytes.insert(bytes.end(), last.begin(), last.end());
+        if (!(words >> std::hex >> offset)) { // a star
+            continue;
+        }
+        while (!last.empty() && bytes.size() < offset) {
+            bytes += last;
         }
         if (bytes.size() != offset) {
             throw std::runtime_error("an offset of the dump is not the number of bytes before it: " + line);
         }
-        repeating = false;
         last.clear();
         for (unsigned byte = 0; words >> byte;) {
-            last.push_back(static_cast<uint8_t>(byte));
+            last.push_back(static_cast<char>(byte));
         }
-        bytes.insert(bytes.end(), last.begin(), last.end());
+        bytes += last;
     }
     return bytes;
 }

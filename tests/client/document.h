@@ -4,8 +4,6 @@
 
 #include <string>
 
-#include "fake_service.h"
-
 namespace appcfg::test {
 
 // The text of the first block after `from` in docs/<page> that opens with ```<info>; throws without one.
@@ -13,7 +11,7 @@ std::string BlockOf(const std::string& page, const std::string& info, const std:
 
 // The bytes of a dump: an offset, bytes in hexadecimal, and text between bars; * repeats the line above up
 // to the next offset.
-Bytes BytesOfDump(const std::string& dump);
+std::string BytesOfDump(const std::string& dump);
 
 } // namespace appcfg::test
 

@@ -1,17 +1,12 @@
 #include "fake_service.h"
 
-#include <cstring>
-#include <poll.h>
 #include <stdexcept>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 namespace appcfg::test {
 namespace {
-
-constexpr size_t HEADER = 16;
 
 int Listen(const std::string& path) {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -25,122 +20,66 @@ int Listen(const std::string& path) {
     return fd;
 }
 
+std::string Counted(const std::string& text) {
+    return PlatformTest::Bytes(static_cast<uint32_t>(text.size())) + text;
+}
+
 } // namespace
 
-Bytes ToBytes(const std::string& text) {
-    return Bytes(text.begin(), text.end());
+std::string BytesOf(const WholeFrame& frame) {
+    const std::string header(reinterpret_cast<const char*>(&frame.header), sizeof(frame.header));
+    return header + PlatformTest::Bytes(frame.pieces) + PlatformTest::Bytes(frame.firstLength) +
+           frame.payload;
 }
 
-void AppendWord(Bytes& bytes, uint32_t word) {
-    for (unsigned shift = 0; shift < 32; shift += 8) {
-        bytes.push_back(static_cast<uint8_t>(word >> shift));
-    }
+std::string ReplyTo(const WholeFrame& request, uint16_t status, const std::string& payload) {
+    const auto length = static_cast<uint32_t>(payload.size());
+    WholeFrame reply{request.header, payload.empty() ? 0U : 1U, length, payload};
+    reply.header.method |= 0x80;
+    reply.header.status = status;
+    reply.header.length = length + 8;
+    return BytesOf(reply);
 }
 
-uint32_t WordAt(const Bytes& bytes, size_t offset) {
-    uint32_t word = 0;
-    std::memcpy(&word, &bytes.at(offset + 3) - 3, sizeof(word));
-    return word;
-}
-
-Bytes ReplyTo(const Bytes& request, uint16_t status, const Bytes& payload) {
-    Bytes reply(request.begin(), request.begin() + 12);
-    reply[3] |= 0x80;
-    reply[6] = static_cast<uint8_t>(status);
-    reply[7] = static_cast<uint8_t>(status >> 8);
-    AppendWord(reply, static_cast<uint32_t>(payload.size() + 8));
-    AppendWord(reply, payload.empty() ? 0 : 1);
-    AppendWord(reply, static_cast<uint32_t>(payload.size()));
-    reply.insert(reply.end(), payload.begin(), payload.end());
-    return reply;
-}
-
-Bytes ValuesPayload(const std::vector<std::string>& values) {
-    Bytes payload;
-    AppendWord(payload, static_cast<uint32_t>(values.size()));
+std::string ValuesPayload(const std::vector<std::string>& values) {
+    std::string payload = PlatformTest::Bytes(static_cast<uint32_t>(values.size()));
     for (const std::string& value : values) {
-        AppendWord(payload, static_cast<uint32_t>(value.size()));
-        payload.insert(payload.end(), value.begin(), value.end());
+        payload += Counted(value);
     }
     return payload;
 }
 
-Bytes FragmentPayload(const std::string& fragment) {
-    Bytes payload(200);
-    AppendWord(payload, static_cast<uint32_t>(fragment.size() + 1));
-    payload.insert(payload.end(), fragment.begin(), fragment.end());
-    payload.push_back(0);
-    return payload;
+std::string FragmentPayload(const std::string& fragment) {
+    return std::string(200, '\0') + Counted(fragment + '\0');
 }
 
-FakeService::FakeService(const std::string& root, Script script) :
-    m_script(std::move(script)), m_listener(Listen(root + "/storage.paas.orb")),
-    m_wake(eventfd(0, EFD_CLOEXEC)), m_thread([this] { Serve(); }) {}
+FakeService::FakeService(const RootDirectory& root, Script script) :
+    m_script(std::move(script)), m_listener(Listen(root.Of("storage.paas.orb"))),
+    m_thread([this] { Serve(); }) {}
 
 FakeService::~FakeService() {
-    const uint64_t one = 1;
-    if (write(m_wake, &one, sizeof(one)) != sizeof(one)) {
-        std::terminate();
-    }
+    shutdown(m_listener, SHUT_RDWR);
     m_thread.join();
     close(m_listener);
-    close(m_wake);
 }
 
-std::vector<Bytes> FakeService::Requests() const {
+std::vector<WholeFrame> FakeService::Requests() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_requests;
 }
 
-bool FakeService::WaitReadable(int fd) const {
-    pollfd polled[2] = {{m_wake, POLLIN, 0}, {fd, POLLIN, 0}};
-    poll(polled, 2, -1);
-    return polled[0].revents == 0;
-}
-
 void FakeService::Serve() {
-    while (WaitReadable(m_listener)) {
-        const int fd = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd >= 0) {
-            ServeConnection(fd);
-            close(fd);
+    for (int fd = 0; (fd = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+        TestClient client(fd);
+        bool goesOn = true;
+        for (std::optional<WholeFrame> request; goesOn && (request = client.Receives());) {
+            {
+                const std::lock_guard<std::mutex> lock(m_mutex);
+                m_requests.push_back(*request);
+            }
+            const std::string reply = m_script(*request);
+            goesOn = client.Sends(reply) && reply.size() >= sizeof(tern_header);
         }
-    }
-}
-
-bool FakeService::ReadExactly(int fd, uint8_t* to, size_t count) const {
-    while (count > 0) {
-        if (!WaitReadable(fd)) {
-            return false;
-        }
-        const ssize_t got = recv(fd, to, count, 0);
-        if (got <= 0) {
-            return false;
-        }
-        to += got;
-        count -= static_cast<size_t>(got);
-    }
-    return true;
-}
-
-void FakeService::ServeConnection(int fd) {
-    Bytes frame(HEADER);
-    while (ReadExactly(fd, frame.data(), HEADER)) {
-        const uint32_t length = WordAt(frame, 12);
-        frame.resize(HEADER + length);
-        if (!ReadExactly(fd, frame.data() + HEADER, length)) {
-            return;
-        }
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            m_requests.push_back(frame);
-        }
-        const Bytes reply = m_script(frame);
-        const auto sent = send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
-        if (sent != static_cast<ssize_t>(reply.size()) || reply.size() < HEADER) {
-            return;
-        }
-        frame.resize(HEADER);
     }
 }
 

@@ -5,24 +5,25 @@
 
 #include "exit_status.h"
 #include "item_file.h"
-#include "scratch_root.h"
+#include "platform/root_directory.h"
 #include "split_words.h"
 
 namespace appcfg::cli {
 namespace {
 
 using namespace SystemServer;
-using test::ScratchRoot;
 using testing::HasSubstr;
 
 const std::string KEY_DIGITS = std::string(62, '0') + "1f" + std::string(30, '0') + "Ee";
 
 class AnItemFile : public testing::Test {
 protected:
-    ItemDescription Read(const std::string& text) const { return ReadItemFile(m_root.Write("i.json", text)); }
+    ItemDescription Read(const std::string& text) const {
+        return ReadItemFile(m_root.Writes("i.json", text));
+    }
 
     std::string WriteKey(const std::string& text, mode_t mode = 0600) const {
-        std::string path = m_root.Write("k", text);
+        std::string path = m_root.Writes("k", text);
         EXPECT_EQ(chmod(path.c_str(), mode), 0);
         return path;
     }
@@ -38,7 +39,7 @@ protected:
         return "it was accepted";
     }
 
-    ScratchRoot m_root;
+    PlatformTest::RootDirectory m_root;
 };
 
 TEST_F(AnItemFile, DescribesAnItemInFull) {
@@ -92,9 +93,9 @@ TEST_F(AnItemFile, IsRefusedWithTheReason) {
     for (const auto& [text, why] : bad) {
         const std::string message = Refusal([&, file = text] { Read(file); });
         EXPECT_THAT(message, HasSubstr(why)) << text;
-        EXPECT_THAT(message, HasSubstr(m_root.Path())) << "the file is named";
+        EXPECT_THAT(message, HasSubstr(m_root.Of(""))) << "the file is named";
     }
-    EXPECT_THAT(Refusal([&] { ReadItemFile(m_root.Path()); }), HasSubstr("not a regular file"));
+    EXPECT_THAT(Refusal([&] { ReadItemFile(m_root.Of("")); }), HasSubstr("not a regular file"));
     EXPECT_THAT(Refusal([&] { Read(std::string(70000, ' ')); }), HasSubstr("larger than"));
 }
 
@@ -118,10 +119,7 @@ TEST_F(AnItemFile, TakesNoKeyThatOthersCanRead) {
 }
 
 TEST(ALineOfTheShell, IsSplitIntoWords) {
-    const struct {
-        const char* line;
-        std::vector<std::string> words;
-    } rows[] = {
+    const std::pair<const char*, std::vector<std::string>> rows[] = {
         {"", {}},
         {" \t\r", {}},
         {"  # get a", {}},
@@ -132,8 +130,8 @@ TEST(ALineOfTheShell, IsSplitIntoWords) {
         {R"(echo "a \"b\" 'c' \\")", {"echo", R"(a "b" 'c' \)"}},
         {R"(echo 'a\b' a\ b \' x\)", {"echo", R"(a\b)", "a b", "'", "x\\"}},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(SplitWords(row.line), row.words) << row.line;
+    for (const auto& [line, words] : rows) {
+        EXPECT_EQ(SplitWords(line), words) << line;
     }
     for (const char* line : {"echo 'a", "echo \"a\\\"", "'"}) {
         EXPECT_THROW(SplitWords(line), UsageError) << line;
