@@ -4,7 +4,6 @@
 #include <atomic>
 #include <csignal>
 #include <future>
-#include <sstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -14,6 +13,7 @@
 #include "app_cfg_json_mgr.h"
 #include "app_cfg_mgr_factory.h"
 #include "app_cfg_save_strategy_factory.h"
+#include "app_cfg_xml_mgr.h"
 #include "service_fixture.h"
 
 namespace ServiceTest {
@@ -31,7 +31,11 @@ public:
     void OnChange(const void* sender, const std::string& path) {
         EXPECT_EQ(sender, &m_manager);
         EXPECT_EQ(path, m_manager.GetCfgPath());
-        if (++m_count == 1 && m_holds) {
+        ++m_count;
+        if (std::exchange(m_throws, false)) {
+            throw std::runtime_error("a handler fails");
+        }
+        if (m_count == 1 && m_holds) {
             m_entered.set_value();
             m_released.get_future().wait();
         }
@@ -39,6 +43,7 @@ public:
 
     std::atomic<int> m_count{0};
     bool m_holds = false;
+    bool m_throws = false; // once
     std::promise<void> m_entered;
     std::promise<void> m_released;
 
@@ -96,6 +101,17 @@ TEST_F(AManager, HearsASetThatComesWhileHandlersRun) {
     EXPECT_EQ(listener.m_count, 2);
 }
 
+TEST_F(AManager, RaisesAChangeAgainWhoseHandlerFailed) {
+    const auto manager = Opens();
+    Listener listener(*manager);
+    listener.m_throws = true;
+    manager->SetData("a|2");
+    manager->RaisePendingChange();
+    manager->RaisePendingChange();
+    EXPECT_EQ(listener.m_count, 2);
+    EXPECT_EQ(m_log.Errors(), Lines{"3 a handler fails"});
+}
+
 TEST_F(AManager, RaisesARawSetOnTheCallersThread) {
     const auto manager = Opens();
     Listener listener(*manager);
@@ -129,24 +145,38 @@ TEST_F(AManager, ClonesOntoAnotherFileWithItsOwnEncryption) {
     EXPECT_EQ(Opens()->DeepClone(Path("other"))->GetCryptoMgr(), nullptr);
 }
 
-// A manager whose document is of another class than it expects.
-class AppCfgStrayMgr : public AppCfgDocumentMgr<AcmJsonConfiguration, AppCfgJsonMgrFaults> {
+// A manager that has no document of its class and cannot serialise what it has.
+template <typename Document, typename Faults>
+class AppCfgStrayMgr : public AppCfgDocumentMgr<Document, Faults> {
 public:
-    using AppCfgDocumentMgr::AppCfgDocumentMgr;
+    using AppCfgDocumentMgr<Document, Faults>::AppCfgDocumentMgr;
+    using AppCfgDocumentMgr<Document, Faults>::Save;
+    void Save(std::ostream& out) override { out.setstate(std::ios::badbit); }
     std::shared_ptr<AppCfgMgr> DeepClone(const std::string&) override { return nullptr; }
 };
 
 TEST_F(AManager, WithoutADocumentRefusesEverything) {
-    AppCfgStrayMgr manager(Writes("cfg", SETTINGS), nullptr);
+    AppCfgStrayMgr<AcmJsonConfiguration, AppCfgJsonMgrFaults> manager(Writes("cfg", SETTINGS), nullptr);
+    AppCfgStrayMgr<AcmXmlConfiguration, AppCfgXmlMgrFaults> ofXml(Path("cfg"), nullptr);
     std::string text;
     std::vector<std::string> values;
     EXPECT_EQ(manager.GetRawData("a", text), -1);
     EXPECT_EQ(manager.SetRawData("a", "1"), -1);
     manager.Restore();
-    EXPECT_EQ(m_log.Errors(), Lines(3, "3 dynamic_cast AcmJsonConfiguration fail."));
+    EXPECT_EQ(ofXml.GetRawData("a", text), -1);
+    Lines lines(3, "3 dynamic_cast AcmJsonConfiguration fail.");
+    lines.push_back("3 dynamic_cast AcmXmlConfiguration fail.");
+    EXPECT_EQ(m_log.Errors(), lines);
     EXPECT_THROW(manager.GetData("a", values), Poco::NullPointerException);
     EXPECT_THROW(manager.SetData("a|1"), Poco::NullPointerException);
     EXPECT_EQ(manager.GetData("", values), 0);
+}
+
+TEST_F(AManager, ThatCannotSerialiseLeavesItsFileAlone) {
+    AppCfgStrayMgr<AcmJsonConfiguration, AppCfgJsonMgrFaults> manager(Writes("cfg", SETTINGS), nullptr);
+    static_cast<AppCfgMgr&>(manager).Save();
+    EXPECT_EQ(m_log.Errors(), Lines{"3 serialise [cfg] fail. [cfg] is left as it is."});
+    EXPECT_EQ(Text("cfg"), SETTINGS);
 }
 
 TEST_F(AFile, IsWrittenInPlaceWithItsModeKept) {
@@ -269,7 +299,7 @@ TEST_F(AFactory, GivesNothingForWhatCannotBeLoaded) {
             nullptr);
     }
     EXPECT_THAT(m_log.Of(), IsEmpty());
-    for (const char* text : {"{", "", "[]", "7", "null", "{} {}"}) {
+    for (const char* text : {"7", "null", "{} {}"}) {
         m_log.Clear();
         EXPECT_EQ(AppCfgMgrFactory::CreateAppCfgMgr(ConfigStorageType::JSON, Writes("cfg", text), nullptr),
                   nullptr);

@@ -152,6 +152,15 @@ int __wrap_open64(const char* path, int flags, ...) {
     return __real_open64(path, flags, mode);
 }
 
+// Poco::Path::tryParse, which takes any text for a path of the system's own style.
+#define TRY_PARSE _ZN4Poco4Path8tryParseERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEENS0_5StyleE
+#define JOINED(prefix, name) prefix##name
+#define WITH_PREFIX(prefix, name) JOINED(prefix, name)
+bool WITH_PREFIX(__real_, TRY_PARSE)(void* path, const std::string& text, int style);
+bool WITH_PREFIX(__wrap_, TRY_PARSE)(void* path, const std::string& text, int style) {
+    return !Fails(Call::PARSE_PATH) && WITH_PREFIX(__real_, TRY_PARSE)(path, text, style);
+}
+
 // Stands before the C library's for the whole process, the C++ library included.
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument) {
     using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);

@@ -26,6 +26,7 @@ enum class Call {
     POOL,
     COPY,
     OPEN,
+    PARSE_PATH,
     THREAD,
     COUNT
 };

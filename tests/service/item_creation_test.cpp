@@ -1,5 +1,6 @@
 #include <map>
 
+#include "faults.h"
 #include "service_fixture.h"
 
 namespace ServiceTest {
@@ -149,6 +150,18 @@ TEST_F(ACreation, RefusesStorageAndCryptoTypesThatDoNotExist) {
                                 "3 connect fd[N] : invalid crypto type" + number + " or param."));
         EXPECT_THAT(m_log.Of({"create app cfg mgr", "crypto mgr done"}), IsEmpty());
     }
+}
+
+// No text is refused by the path library of today; one of tomorrow may.
+TEST_F(ACreation, RefusesPathsThatCannotBeParsedBeforeItTouchesAFile) {
+    Writes("cfg", FROM_CFG);
+    for (const int after : {0, 1}) {
+        const Failing failing(Call::PARSE_PATH, after);
+        EXPECT_EQ(m_client.Creates(Item()), 400);
+    }
+    EXPECT_EQ(m_log.Errors(), (Lines{"3 connect fd[N] : invalid backup path[bak].",
+                                     "3 connect fd[N] : invalid default path[def]."}));
+    EXPECT_EQ(Text("bak"), "(missing)");
 }
 
 TEST_F(ACreation, OfAPlainItemReadsNoKey) {

@@ -1,10 +1,7 @@
 #include "service_fixture.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <regex>
-#include <sstream>
 
 #include "pl/pl_log_control.h"
 
@@ -171,16 +168,6 @@ std::string Client::Raw(const std::string& key) {
     const Reply reply = GetsRaw(key);
     return reply.header.status == APP_CFG_STATUS_OK ? reply.payload.c_str() + sizeof(AppCfgRawDataReq)
                                                     : StatusText(reply);
-}
-
-std::string ADirectory::Writes(const std::string& name, const std::string& text) const {
-    std::ofstream(Path(name), std::ios::binary) << text;
-    return Path(name);
-}
-
-std::string ADirectory::Text(const std::string& name) const {
-    std::ifstream file(Path(name), std::ios::binary);
-    return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "(missing)";
 }
 
 AService::AService() : m_loop(NewService()), m_thread([this] { kestrel_event_mgr_run(m_loop, -1); }) {}

@@ -98,8 +98,10 @@ class ADirectory : public ::testing::Test {
 protected:
     std::string Path(const std::string& name) const { return m_root.Of(name); }
     // Writes a file and returns its path.
-    std::string Writes(const std::string& name, const std::string& text) const;
-    std::string Text(const std::string& name) const;
+    std::string Writes(const std::string& name, const std::string& text) const {
+        return m_root.Writes(name, text);
+    }
+    std::string Text(const std::string& name) const { return m_root.Text(name); }
 
     PlatformTest::RootDirectory m_root;
     LogLines m_log{m_root.Of("")};
