@@ -1,5 +1,6 @@
 #include <Poco/Exception.h>
 
+#include <atomic>
 #include <cstdio>
 #include <iterator>
 
@@ -81,6 +82,27 @@ TEST_F(AnEncryption, UsesKeyAndIvInFullAndNothingElse) {
     std::string ofOtherKey; // which differs after its zero bytes alone
     Makes(1)->Encrypt("some text", ofOtherKey);
     EXPECT_NE(ofOtherKey, cipher);
+}
+
+// Between two uses the library gives up what it holds, while another thread may be about to use it.
+TEST_F(AnEncryption, ServesThreadsAtOnce) {
+    std::string expected;
+    Makes()->Encrypt("some text", expected);
+    std::atomic<int> right{0};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 500; ++i) {
+                std::string cipher;
+                Makes()->Encrypt("some text", cipher);
+                right += cipher == expected ? 1 : 0;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(right, 2000);
 }
 
 TEST_F(AnEncryption, ThrowsForWhatItCannotDecrypt) {

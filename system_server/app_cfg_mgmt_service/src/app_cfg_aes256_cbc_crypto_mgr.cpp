@@ -2,6 +2,7 @@
 
 #include <Poco/Crypto/CipherFactory.h>
 #include <Poco/Crypto/CipherKey.h>
+#include <Poco/Crypto/OpenSSLInitializer.h>
 #include <Poco/Exception.h>
 
 #include <sstream>
@@ -44,6 +45,9 @@ AppCfgAes256CbcCryptoMgr::AppCfgAes256CbcCryptoMgr(const std::string& filePath, 
 AppCfgAes256CbcCryptoMgr::~AppCfgAes256CbcCryptoMgr() = default;
 
 Poco::Crypto::Cipher::Ptr AppCfgAes256CbcCryptoMgr::CreateCipher() const {
+    // Kept for good: else the library frees its locks with each last cipher, and makes new ones with each
+    // first, without a lock between the threads that do so.
+    static const Poco::Crypto::OpenSSLInitializer library;
     // As byte vectors: given strings, the library would derive another key from them.
     const Poco::Crypto::CipherKey::ByteVec key(m_key.begin(), m_key.end());
     const Poco::Crypto::CipherKey::ByteVec iv(m_iv.begin(), m_iv.end());
