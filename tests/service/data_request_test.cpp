@@ -93,17 +93,6 @@ TEST_F(AGet, RefusesWhatWouldExpandBeyondAReplyAtOnce) {
     EXPECT_EQ(m_client.Value("long").size(), 1U << 20);
 }
 
-// All values fit into a reply, their lengths beside them do not.
-TEST_F(AGet, RefusesAReplyThatIsTooLong) {
-    HasItem(R"({"a": "1", "long": ")" + std::string((16 << 20) - 1500, 'x') + "\"}");
-    std::string query = "long";
-    for (int i = 0; i < 400; ++i) {
-        query += ",a";
-    }
-    EXPECT_EQ(m_client.Value(query), "status 400");
-    EXPECT_THAT(m_log.Errors(), ElementsAre(HasSubstr("3 [connect fd[N] : reply of 167777")));
-}
-
 struct SetCase {
     const char* query;
     uint16_t status;

@@ -1,4 +1,5 @@
 // What clients are told when the framework has nothing left for a reply.
+#include "app_cfg_reply.h"
 #include "faults.h"
 #include "service_fixture.h"
 
@@ -38,6 +39,20 @@ TEST_F(AReply, ThatCannotBeBuiltIsRefused) {
         EXPECT_EQ(m_log.Errors(), Lines{fault.line});
         EXPECT_EQ(m_client.Value("key"), "abc");
     }
+}
+
+TEST_F(AReply, EndsAtTheLongestPayload) {
+    tern_message* const msg = tern_message_new(0);
+    const kestrel_connection conn{7};
+    const std::string half(8 << 20, 'x');
+    ReplyMsgInfo reply{400, nullptr, 0};
+    BuildDataReply(msg, &conn, {half, half.substr(11)}, reply);
+    EXPECT_EQ(reply.status, 400);
+    EXPECT_THAT(m_log.Errors(), ElementsAre("3 [connect fd[N] : reply of 16777217 bytes is too long."));
+    BuildDataReply(msg, &conn, {half, half.substr(12)}, reply);
+    EXPECT_EQ(reply.status, 200);
+    EXPECT_EQ(reply.contentLen, 16U << 20);
+    tern_message_put(msg);
 }
 
 } // namespace ServiceTest
