@@ -58,7 +58,7 @@ protected:
 };
 
 TEST_F(ADelayedSave, RunsOnceAfterABurst) {
-    AppCfgDelayStrategy strategy(m_mgr, AppCfgStrategy::SAVE, milliseconds(100));
+    AppCfgDelayStrategy strategy(m_mgr, AppCfgStrategy::SAVE, milliseconds(300));
     strategy.Start();
     for (int change = 0; change < 1000; ++change) {
         m_mgr.Changes();

@@ -15,8 +15,10 @@ namespace SystemServer {
 // What one request may still fetch. Lives on the stack of the request's handler.
 class AcmWorkBudget {
 public:
-    // Throws Poco::RangeException when the request has used up MAX_REQUEST_WORK or its time.
+    // Both throw Poco::RangeException when the request has used up MAX_REQUEST_WORK or its time.
     void Spend(uint64_t bytes);
+    // For looking a key up: indexes count, since the elements before them are walked.
+    void SpendLookup(const std::string& key);
 
 private:
     uint64_t m_left = MAX_REQUEST_WORK;

@@ -3,6 +3,7 @@
 #include <Poco/Exception.h>
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace SystemServer {
 
@@ -11,10 +12,7 @@ namespace {
 // Throws Poco::NotFoundException for a missing key.
 std::string GetBounded(const Poco::Util::AbstractConfiguration& config, const std::string& key,
                        AcmWorkBudget& budget) {
-    const auto steps = std::count_if(key.begin(), key.end(), [](char c) { return c == '.' || c == '['; });
-    if (static_cast<size_t>(steps) > MAX_KEY_STEPS) {
-        throw Poco::RangeException("the key has too many steps");
-    }
+    budget.SpendLookup(key);
     std::string value = config.getRawString(key);
     budget.Spend(value.size());
     return value;
@@ -67,6 +65,16 @@ void AcmWorkBudget::Spend(uint64_t bytes) {
         throw Poco::RangeException("the request asks for too much of its document");
     }
     m_left -= bytes;
+}
+
+void AcmWorkBudget::SpendLookup(const std::string& key) {
+    const auto steps = std::count_if(key.begin(), key.end(), [](char c) { return c == '.' || c == '['; });
+    if (static_cast<size_t>(steps) > MAX_KEY_STEPS) {
+        throw Poco::RangeException("the key has too many steps");
+    }
+    for (size_t open = key.find('['); open != std::string::npos; open = key.find('[', open + 1)) {
+        Spend(std::min<uint64_t>(std::strtoul(key.c_str() + open + 1, nullptr, 10), MAX_REQUEST_WORK));
+    }
 }
 
 std::string LookUpValue(const Poco::Util::AbstractConfiguration& config, const std::string& key,
