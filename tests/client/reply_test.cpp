@@ -69,7 +69,7 @@ TEST(AFragmentOfAReply, IsWhatLiesBetweenHeadAndNul) {
 TEST(AFragmentOfAReply, IsRefusedWhenItsLengthIsNotItsSize) {
     const std::string head(200, '\0');
     for (const uint32_t dataLen : {0U, 1U, 4U, 6U, 0xFFFFFFFFU}) {
-        const std::string content = head + Words({dataLen}) + std::string("abcd", 5);
+        const std::string content = head + Words({dataLen}) + "abcd" + '\0';
         EXPECT_THROW(Fragment(content), ConnectionError) << dataLen;
     }
     EXPECT_THROW(Fragment(head + Words({5}) + "abcde"), ConnectionError) << "it does not end";
