@@ -9,17 +9,7 @@ verb_run() {
     [ $# -eq 0 ] || fail "usage: ./dev run"
     install_packages build sandbox tour
     build_preset release
-    trap run_end EXIT
-    trap 'exit 130' INT
-    trap 'exit 143' TERM HUP
-    SERVICE_DIR=$(mktemp -d)
-    run_start
-    export KESTREL_ROOT=$SERVICE_DIR PATH="$ROOT/build/release/bin:$PATH"
-    "$ROOT/examples/tour.sh" before-restart
-    say "the service ends and is started anew"
-    run_stop
-    run_start
-    "$ROOT/examples/tour.sh" after-restart
+    run_day "$ROOT/build/release" "$ROOT/dev" serve
     if [ -t 0 ]; then
         say "your turn: 'help' lists the commands, ctrl-D ends"
         # The prompt takes ctrl-C for itself.
@@ -30,9 +20,26 @@ verb_run() {
     run_stop
 }
 
+# run_day BUILD COMMAND...: the walk, with the programs in BUILD; COMMAND with a directory behind it is the
+# service. The service still runs at the end.
+run_day() {
+    trap run_end EXIT
+    trap 'exit 130' INT
+    trap 'exit 143' TERM HUP
+    SERVICE_DIR=$(mktemp -d)
+    export KESTREL_ROOT=$SERVICE_DIR PATH="$1/bin:$PATH"
+    shift
+    run_start "$@"
+    "$ROOT/examples/tour.sh" before-restart
+    say "the service ends and is started anew"
+    run_stop
+    run_start "$@"
+    "$ROOT/examples/tour.sh" after-restart
+}
+
 # In a session of its own, so that ctrl-C at the prompt does not reach the service.
 run_start() {
-    setsid "$ROOT/dev" serve "$SERVICE_DIR" >>"$SERVICE_DIR/service.log" 2>&1 </dev/null &
+    setsid "$@" "$SERVICE_DIR" >>"$SERVICE_DIR/service.log" 2>&1 </dev/null &
     SERVICE_PID=$!
     local deadline=$((SECONDS + 60))
     until run_listens; do

@@ -17,21 +17,20 @@ SANDBOX_AWAIT_MAP='
 # small enough for every range of subordinate ids.
 SANDBOX_SSHD=74
 
+# An ordinary caller is sshd inside, so that what the service writes is the caller's own.
+SANDBOX_USER_MAP=("--map-user=$SANDBOX_SSHD" "--map-group=$SANDBOX_SSHD" --map-auto --setuid 0 --setgid 0)
+
 # sandbox_enter DIR COMMAND...: this process becomes COMMAND, inside, with DIR as tools/in_sandbox.sh says.
 sandbox_enter() {
     local stage="$ROOT/build/sandbox" inside="$ROOT/tools/in_sandbox.sh" user=$SANDBOX_SSHD:$SANDBOX_SSHD
     mkdir -p "$stage"
+    sandbox_check_here
     if [ "$(id -u)" -eq 0 ]; then
-        sandbox_check
         user=$(getent passwd sshd | cut -d: -f3,4 | grep . || echo "$user")
         sandbox_map_later $$
         exec unshare --user --mount -- bash -c "$SANDBOX_AWAIT_MAP" "$inside" "$stage" "$user" "$@"
     fi
-    sandbox_check_ranges
-    # The caller is sshd inside, so that what the service writes is the caller's own.
-    local map=("--map-user=$SANDBOX_SSHD" "--map-group=$SANDBOX_SSHD" --map-auto --setuid 0 --setgid 0)
-    sandbox_check "${map[@]}"
-    exec unshare --user "${map[@]}" --mount -- "$inside" "$stage" "$user" "$@"
+    exec unshare --user "${SANDBOX_USER_MAP[@]}" --mount -- "$inside" "$stage" "$user" "$@"
 }
 
 # Root maps every user and group to itself, which needs no range of subordinate ids and leaves all files
@@ -50,6 +49,16 @@ sandbox_map_later() {
             awk '{print $1, $1, $3}' /proc/self/uid_map >"/proc/$pid/uid_map"
         ) </dev/null >/dev/null &
     )
+}
+
+# Says in one line why this caller can have no sandbox here.
+sandbox_check_here() {
+    if [ "$(id -u)" -eq 0 ]; then
+        sandbox_check
+    else
+        sandbox_check_ranges
+        sandbox_check "${SANDBOX_USER_MAP[@]}"
+    fi
 }
 
 # Says in one line why there can be no sandbox whose ids are mapped with these options of unshare.

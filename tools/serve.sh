@@ -19,21 +19,28 @@ verb_serve() {
     done
     [ $# -eq 1 ] || fail "usage: ./dev serve [--appmgr] [--preset NAME] [--socket-mode MODE] [--socket-group GROUP] DIR"
     mkdir -p "$1"
-    local dir lib="$ROOT/build/$preset/lib"
+    local dir build="$ROOT/build/$preset"
     dir=$(cd "$1" && pwd -P)
-    local host=("$ROOT/build/$preset/bin/kestrel_host" "${options[@]}")
 
     install_serve_packages "$preset"
     build_preset "$preset"
-    export KESTREL_ROOT=$dir
     if [ "$appmgr" = yes ]; then
+        export KESTREL_ROOT=$dir
         # Not in the sandbox: a process there may not look up the root directories of those outside.
-        exec "${host[@]}" "$lib/libappmgr_service.so" CreateAppMgrService
+        exec "$build/bin/kestrel_host" "${options[@]}" "$build/lib/libappmgr_service.so" CreateAppMgrService
     fi
+    serve_built "$build" "$dir" "${options[@]}"
+}
+
+# serve_built BUILD DIR [OPTION...]: this process becomes the service that stands in BUILD.
+serve_built() {
+    local build=$1 dir=$2
+    shift 2
     mkdir -p "$dir/setting" "$dir/setting_bak"
     # shellcheck source=tools/sandbox.sh
     . "$ROOT/tools/sandbox.sh"
-    sandbox_enter "$dir" "${host[@]}" "$lib/libapp_cfg_mgmt_service.so"
+    export KESTREL_ROOT=$dir
+    sandbox_enter "$dir" "$build/bin/kestrel_host" "$@" "$build/lib/libapp_cfg_mgmt_service.so"
 }
 
 install_serve_packages() {
