@@ -18,6 +18,10 @@ POCO_DECLARE_EXCEPTION_CODE(, AcmTooLargeException, Poco::FileException, 0)
 // that is no regular file and AcmTooLargeException for a file above MAX_FILE_BYTES.
 std::string ReadRegularFile(const std::string& path);
 
+// As the library's own test. On a 32-bit machine that one takes a file for missing whose time is after 2038,
+// as a wrong clock leaves it, and the file would be replaced by a copy.
+bool FileExists(const std::string& path);
+
 // Throws Poco::FileException when the path names an existing thing that is no regular file.
 void RequireRegularFile(const std::string& path);
 

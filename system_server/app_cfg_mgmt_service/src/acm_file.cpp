@@ -1,6 +1,7 @@
 #include "acm_file.h"
 
 #include <Poco/Exception.h>
+#include <Poco/File.h>
 
 #include <cerrno>
 #include <fcntl.h>
@@ -118,6 +119,11 @@ std::string ReadRegularFile(const std::string& path) {
     const AcmDescriptor file(OpenPromptly(path, O_RDONLY));
     RequireRegular(StatusOf(file.Get(), path), path);
     return ReadAll(file.Get(), path);
+}
+
+bool FileExists(const std::string& path) {
+    struct stat status = {};
+    return Poco::File(path).exists() || stat(path.c_str(), &status) == 0;
 }
 
 void RequireRegularFile(const std::string& path) {

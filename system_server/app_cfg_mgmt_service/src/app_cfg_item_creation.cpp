@@ -1,6 +1,5 @@
 #include "app_cfg_item_creation.h"
 
-#include <Poco/File.h>
 #include <Poco/Path.h>
 
 #include <utility>
@@ -19,10 +18,6 @@ namespace SystemServer {
 namespace {
 
 constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_item_creation";
-
-bool Exists(const std::string& path) {
-    return Poco::File(path).exists();
-}
 
 bool IsUnixPath(const std::string& path) {
     return Poco::Path().tryParse(path, Poco::Path::PATH_UNIX);
@@ -123,15 +118,15 @@ void AppCfgItemCreation::RequireUsableFiles() const {
 bool AppCfgItemCreation::RecoverMissingFile() {
     const int fd = m_conn.fd;
     const char* const cfg = m_cfgPath.c_str();
-    if (Exists(m_cfgPath)) {
-        if (!m_backupPath.empty() && !Exists(m_backupPath)) {
+    if (FileExists(m_cfgPath)) {
+        if (!m_backupPath.empty() && !FileExists(m_backupPath)) {
             CopyRegularFile(m_cfgPath, m_backupPath);
         }
         return true;
     }
     ACM_LOG(ACM_INFO, "connect fd[%d] : config file[%s] not exists.try to recover...\n", fd, cfg);
     // An empty path is no file to the library but a fault; a missing file without a backup path is refused.
-    if (Exists(m_backupPath)) {
+    if (FileExists(m_backupPath)) {
         const char* const backup = m_backupPath.c_str();
         ACM_LOG(ACM_INFO, "connect fd[%d] : try to restore config file[%s] from backup[%s]...\n", fd, cfg,
                 backup);
@@ -140,7 +135,7 @@ bool AppCfgItemCreation::RecoverMissingFile() {
                 backup);
         return true;
     }
-    if (Exists(m_defaultPath)) {
+    if (FileExists(m_defaultPath)) {
         const char* const defaults = m_defaultPath.c_str();
         ACM_LOG(ACM_INFO, "connect fd[%d] : try to restore config file[%s] from default[%s]...\n", fd, cfg,
                 defaults);
@@ -246,7 +241,7 @@ std::shared_ptr<AppCfgMgr>
 AppCfgMgmtServer::CreateAppCfgMgrByFile(ConfigStorageType storageType, const std::string& cfgPath,
                                         const std::string& sourcePath,
                                         const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
-    if (sourcePath.empty() || !Exists(sourcePath)) {
+    if (sourcePath.empty() || !FileExists(sourcePath)) {
         return nullptr;
     }
     AppCfgMgr::Replace(sourcePath, cfgPath);

@@ -1,7 +1,6 @@
 #include "app_cfg_mgr.h"
 
 #include <Poco/Exception.h>
-#include <Poco/File.h>
 #include <Poco/StringTokenizer.h>
 
 #include <algorithm>
@@ -188,7 +187,7 @@ void AppCfgMgr::Replace(const std::string& src, const std::string& dst) {
     if (src.empty()) {
         return;
     }
-    if (!Poco::File(src).exists()) {
+    if (!FileExists(src)) {
         ACM_LOG(ACM_INFO, "default[%s] not exists.", src.c_str());
         return;
     }
