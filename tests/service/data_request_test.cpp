@@ -1,4 +1,4 @@
-#include <chrono>
+#include <ctime>
 
 #include "service_fixture.h"
 
@@ -85,10 +85,10 @@ TEST_F(AGet, RefusesWhatWouldExpandBeyondAReplyAtOnce) {
     for (int i = 0; i < 20; ++i) {
         often += "long,";
     }
-    const auto begin = std::chrono::steady_clock::now();
+    const std::clock_t begin = std::clock(); // of the processor: other tests run beside this one
     EXPECT_EQ(m_client.Value("x9"), "status 400");
     EXPECT_EQ(m_client.Value(often), "status 400");
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    EXPECT_LT(std::clock() - begin, 2 * CLOCKS_PER_SEC);
     EXPECT_EQ(m_client.Value("x2").size(), 200000U);
     EXPECT_EQ(m_client.Value("long").size(), 1U << 20);
 }
