@@ -60,9 +60,17 @@ Poco::AutoPtr<Poco::Util::AbstractConfiguration> LoadKind(char kind, const std::
     }
 }
 
-bool IsOrdinaryKey(const std::string& key) {
+bool IsOrdinaryKey(const std::string& key, const std::function<std::string(const std::string&)>& read) {
     const Poco::StringTokenizer steps(key, ".");
-    return steps.count() > 0 && std::all_of(steps.begin(), steps.end(), IsOrdinaryStep);
+    if (steps.count() == 0 || !std::all_of(steps.begin(), steps.end(), IsOrdinaryStep)) {
+        return false;
+    }
+    const size_t last = key.find_last_of(".[");
+    if (last == std::string::npos || key.rfind(']', last) == std::string::npos) {
+        return true;
+    }
+    const std::string container = read(key.substr(0, last));
+    return !container.empty() && container[0] == (key[last] == '[' ? '[' : '{');
 }
 
 std::string BareText(SystemServer::AcmXmlConfiguration& document) {

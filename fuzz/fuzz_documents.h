@@ -2,6 +2,7 @@
 #ifndef FUZZ_FUZZ_DOCUMENTS_H
 #define FUZZ_FUZZ_DOCUMENTS_H
 
+#include <functional>
 #include <sstream>
 #include <string>
 
@@ -40,9 +41,10 @@ Poco::AutoPtr<SystemServer::AcmXmlConfiguration> LoadXml(const std::string& text
 // A document of a kind: "j" JSON, "x" XML, "i" INI, any other null.
 Poco::AutoPtr<Poco::Util::AbstractConfiguration> LoadKind(char kind, const std::string& text);
 
-// Whether a JSON key is made of names and indexes as they are meant. The library reads others too ("." is the
-// whole document, "a[0]b" an element), but sets something else with them.
-bool IsOrdinaryKey(const std::string& key);
+// Whether the library sets with a JSON key what it reads with it: the key is made of names and indexes, and
+// an index in the middle leads to an object or array. Otherwise ("." is the whole document, "a[0]b" an
+// element, "a[7].b" a member of another element) it sets something else. Asks read for the text at a key.
+bool IsOrdinaryKey(const std::string& key, const std::function<std::string(const std::string&)>& read);
 
 // The whole text of a document without its white space, of which the writer adds some.
 std::string BareText(SystemServer::AcmXmlConfiguration& document);

@@ -229,11 +229,9 @@ std::shared_ptr<AppCfgMgr> LoadManager(const std::string& input) {
 }
 
 std::string ValueAt(const AppCfgMgr& manager, const std::string& key) {
-    return Outcome([&] {
-        std::vector<std::string> values;
-        manager.GetData(key, values);
-        return values.empty() ? std::string() : values.front();
-    });
+    std::vector<std::string> values;
+    const bool found = Accepts([&] { return manager.GetData(key, values) == 0 && !values.empty(); });
+    return found ? values.front() : std::string();
 }
 
 Request ReadRequest(const std::string& text) {

@@ -14,7 +14,7 @@ namespace Fuzz {
 // A manager of a letter ("j", "x" or "i") and a document, or null when the service refuses it.
 std::shared_ptr<SystemServer::AppCfgMgr> LoadManager(const std::string& input);
 
-// What a get for the key yields.
+// What a get for the key yields, nothing when it is refused.
 std::string ValueAt(const SystemServer::AppCfgMgr& manager, const std::string& key);
 
 struct Request {

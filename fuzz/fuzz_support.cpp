@@ -14,9 +14,9 @@ namespace Fuzz {
 
 namespace {
 
-// Repetitions make small inputs large. While the fuzzer looks for new inputs, many short ones find more.
-#ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
-constexpr size_t MAX_REPEATED = 8U << 10;
+// Repetitions make small inputs large. While new inputs are looked for, many short ones find more.
+#ifdef FUZZ_SHORT_INPUTS
+constexpr size_t MAX_REPEATED = 2U << 10;
 #else
 constexpr size_t MAX_REPEATED = 4U << 20;
 #endif
