@@ -26,6 +26,7 @@ public:
     explicit Listener(AppCfgMgr& manager) : m_manager(manager) {
         m_manager.m_configChangedEvent += Poco::delegate(this, &Listener::OnChange);
     }
+    // NOLINTNEXTLINE(bugprone-exception-escape): a fault here may end the test.
     ~Listener() { m_manager.m_configChangedEvent -= Poco::delegate(this, &Listener::OnChange); }
 
     void OnChange(const void* sender, const std::string& path) {
