@@ -71,6 +71,13 @@ TEST_F(AGet, EndsAQueryWithoutANulAtItsField) {
 }
 
 // Ten levels of ten references each, and a long value asked for many times: far more than a reply holds.
+// Seconds of the processor for what takes a fraction of one; instrumented code is ten times as slow.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr std::clock_t PATIENCE = 20;
+#else
+constexpr std::clock_t PATIENCE = 2;
+#endif
+
 TEST_F(AGet, RefusesWhatWouldExpandBeyondAReplyAtOnce) {
     std::string bomb = R"({"x0": ")" + std::string(2000, 'x') + R"(")";
     for (int level = 1; level <= 9; ++level) {
@@ -88,7 +95,7 @@ TEST_F(AGet, RefusesWhatWouldExpandBeyondAReplyAtOnce) {
     const std::clock_t begin = std::clock(); // of the processor: other tests run beside this one
     EXPECT_EQ(m_client.Value("x9"), "status 400");
     EXPECT_EQ(m_client.Value(often), "status 400");
-    EXPECT_LT(std::clock() - begin, 2 * CLOCKS_PER_SEC);
+    EXPECT_LT(std::clock() - begin, PATIENCE * CLOCKS_PER_SEC);
     EXPECT_EQ(m_client.Value("x2").size(), 200000U);
     EXPECT_EQ(m_client.Value("long").size(), 1U << 20);
 }
