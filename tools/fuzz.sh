@@ -21,7 +21,7 @@ verb_fuzz() {
     for target in "${targets[@]}"; do
         fuzz_target "$target" "$seconds" || failed=yes
     done
-    [ "$failed" = no ] || fail "fuzz: findings in build/fuzz/findings; to try one: build/fuzz/bin/fuzz_TARGET FILE"
+    [ "$failed" = no ] || fail "fuzz: failed; findings are in build/fuzz/findings (build/fuzz/bin/fuzz_TARGET FILE)"
     say "fuzz: no findings"
 }
 
@@ -35,10 +35,10 @@ fuzz_target() {
         -dict="fuzz/dictionaries/$target.dict" -artifact_prefix="build/fuzz/findings/$target-" \
         "build/fuzz/inputs/$target" "fuzz/corpus/$target" >"$run.log" 2>&1 || status=$?
     if [ $status -ne 0 ]; then
-        grep -E 'does not hold|ERROR:|runtime error|Test unit written' "$run.log" || tail -n 20 "$run.log"
+        grep -aE 'does not hold|ERROR:|runtime error|Test unit written|run interrupted' "$run.log" || tail -n 20 "$run.log"
         return 1
     fi
-    grep -E 'DONE|number_of_executed_units|average_exec_per_sec' "$run.log"
+    grep -aE 'DONE|number_of_executed_units|average_exec_per_sec' "$run.log"
     fuzz_coverage "$target"
 }
 
