@@ -1,5 +1,7 @@
+#include <array>
 #include <map>
 
+#include "app_cfg_limits.h"
 #include "faults.h"
 #include "service_fixture.h"
 
@@ -193,6 +195,32 @@ TEST_F(ACreation, ThatFailsLeavesAReplacedItemErased) {
     HasItem(FROM_CFG);
     EXPECT_EQ(m_client.Creates(Item("gone", "gone", "gone")), 404);
     EXPECT_EQ(m_client.Value("from"), "status 404");
+}
+
+TEST_F(ACreation, IsRefusedWhenThereAreTooManyItems) {
+    Writes("cfg", FROM_CFG);
+    AppCfgCreateReq item = Item("cfg", "", "");
+    item.saveStrategy = ConfigSaveStrategy::NONE;
+    item.backupStrategy = ConfigBackupStrategy::NONE;
+    const auto creates = [&](Client& client, size_t index) {
+        item.hndl = Handle("app1", "net", static_cast<uint32_t>(index));
+        return client.Creates(item);
+    };
+    std::array<Client, MAX_ITEMS / MAX_ITEMS_PER_CONNECTION> clients;
+    size_t created = 0;
+    for (Client& client : clients) {
+        for (size_t i = 0; i < MAX_ITEMS_PER_CONNECTION; ++i) {
+            ASSERT_EQ(creates(client, created++), 200);
+        }
+        EXPECT_EQ(creates(client, MAX_ITEMS), 400);
+        EXPECT_EQ(creates(client, created - 1), 200) << "a replacement takes no more room";
+    }
+    EXPECT_EQ(RegisteredKeys().size(), MAX_ITEMS);
+    EXPECT_THAT(m_log.Errors(), ::testing::Contains("3 connect fd[N] : too many items: 1024, 256 of them of "
+                                                    "this connection."));
+    EXPECT_EQ(creates(m_client, MAX_ITEMS), 400);
+    clients[0].Close();
+    EXPECT_TRUE(Eventually([&] { return creates(m_client, MAX_ITEMS) == 200; }));
 }
 
 // The copies are known to the manager only once a backup strategy runs.

@@ -23,6 +23,7 @@ public:
     uint16_t Run();
 
 private:
+    bool HasRoomForItem() const;
     void EraseOldItem();
     void ExpandPaths();
     bool ArePathsValid() const;

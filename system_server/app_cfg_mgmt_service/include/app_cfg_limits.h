@@ -47,6 +47,11 @@ constexpr uint64_t MAX_JSON_KEY_LEVELS = 100;
 // them with nulls, 72 bytes each.
 constexpr uint64_t MAX_ARRAY_PADDING = 65535;
 
+// Items at one time, and of one connection: each has three threads at most with 256 KiB of stack, which for
+// all of them is a quarter of what a 32-bit process can address. One client leaves room for others.
+constexpr size_t MAX_ITEMS = 1024;
+constexpr size_t MAX_ITEMS_PER_CONNECTION = 256;
+
 } // namespace SystemServer
 
 #endif

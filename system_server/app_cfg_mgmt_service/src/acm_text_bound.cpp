@@ -32,7 +32,15 @@ private:
 uint64_t MeasureText(const std::function<void(std::ostream&)>& write) {
     CountingBuffer buffer;
     std::ostream stream(&buffer);
-    write(stream);
+    // A writer that finds its stream bad would walk the rest of the document all the same.
+    stream.exceptions(std::ios::badbit);
+    try {
+        write(stream);
+    } catch (const std::ios::failure&) {
+        if (buffer.Count() <= MAX_DOCUMENT_BYTES) {
+            throw;
+        }
+    }
     return buffer.Count();
 }
 

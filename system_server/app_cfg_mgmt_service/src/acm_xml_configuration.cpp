@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "Poco/DOM/Attr.h"
+#include "Poco/DOM/DOMSerializer.h"
 #include "Poco/DOM/DOMWriter.h"
 #include "Poco/DOM/Element.h"
 #include "Poco/Exception.h"
@@ -25,6 +26,8 @@ using Poco::AutoPtr;
 using Poco::XML::Document;
 using Poco::XML::Element;
 using Poco::XML::Node;
+using Poco::XML::XMLString;
+using Poco::XML::XMLWriter;
 
 namespace {
 
@@ -63,14 +66,35 @@ uint64_t WrittenBytes(const std::string& text) {
     return EscapedBytes(text) + tags * (MAX_XML_DEPTH + 2);
 }
 
+// Writes as the base does, but gives up when the stream takes no more: the library's writer would walk the
+// rest of the document first.
+class AcmXmlGauge : public XMLWriter {
+public:
+    explicit AcmXmlGauge(std::ostream& out) : XMLWriter(out, PRETTY_PRINT), m_out(out) {
+        setNewLine("\n");
+        m_serializer.setContentHandler(this);
+        m_serializer.setDTDHandler(this);
+        m_serializer.setProperty(Poco::XML::XMLReader::PROPERTY_LEXICAL_HANDLER,
+                                 static_cast<Poco::XML::LexicalHandler*>(this));
+    }
+
+    void Write(const Document& document) { m_serializer.serialize(&document); }
+
+    void startElement(const XMLString& uri, const XMLString& localName, const XMLString& qname,
+                      const Poco::XML::Attributes& attributes) override {
+        if (!m_out)
+            throw std::ios::failure("the stream of an XML document is full");
+        XMLWriter::startElement(uri, localName, qname, attributes);
+    }
+
+private:
+    std::ostream& m_out;
+    Poco::XML::DOMSerializer m_serializer;
+};
+
 // What the document takes when the base writes it.
 uint64_t MeasureXml(const Document& document) {
-    return MeasureText([&](std::ostream& out) {
-        Poco::XML::DOMWriter writer;
-        writer.setNewLine("\n");
-        writer.setOptions(Poco::XML::XMLWriter::PRETTY_PRINT);
-        writer.writeNode(out, &document);
-    });
+    return MeasureText([&](std::ostream& out) { AcmXmlGauge(out).Write(document); });
 }
 
 bool IsXmlCharacter(int character) {
@@ -212,7 +236,7 @@ int AcmXmlConfiguration::SetRawString(const std::string& key, const std::string&
 
 // The fragment is measured when its bound leaves no room: each of its lines is indented below the parent.
 bool AcmXmlConfiguration::HasRoomFor(const std::string& raw, const Document& fragment, size_t depth) {
-    const auto write = [this](std::ostream& out) { save(out); };
+    const auto write = [this](std::ostream& out) { AcmXmlGauge(out).Write(*m_document); };
     if (WrittenBytes(raw) <= MAX_DOCUMENT_BYTES && m_textBound.Admits(WrittenBytes(raw), write))
         return true;
     const auto lines = static_cast<uint64_t>(std::count(raw.begin(), raw.end(), '<'));
@@ -220,8 +244,9 @@ bool AcmXmlConfiguration::HasRoomFor(const std::string& raw, const Document& fra
 }
 
 bool AcmXmlConfiguration::Admits(const std::string&, const std::string& value) {
-    return IsStorable(value) &&
-           m_textBound.Admits(EscapedBytes(value), [this](std::ostream& out) { save(out); });
+    return IsStorable(value) && m_textBound.Admits(EscapedBytes(value), [this](std::ostream& out) {
+        AcmXmlGauge(out).Write(*m_document);
+    });
 }
 
 // Prefixes of a fragment can clash with those of the document too: they are then checked alone and go in

@@ -8,6 +8,7 @@
 #include "app_cfg_backup_strategy_factory.h"
 #include "app_cfg_crypto_mgr_factory.h"
 #include "app_cfg_fault.h"
+#include "app_cfg_limits.h"
 #include "app_cfg_log.h"
 #include "app_cfg_mgr_factory.h"
 #include "app_cfg_record.h"
@@ -43,6 +44,9 @@ AppCfgItemCreation::~AppCfgItemCreation() {
 }
 
 uint16_t AppCfgItemCreation::Run() {
+    if (!HasRoomForItem()) {
+        return APP_CFG_STATUS_BAD_REQUEST;
+    }
     EraseOldItem();
     ExpandPaths();
     if (!ArePathsValid()) {
@@ -61,6 +65,24 @@ uint16_t AppCfgItemCreation::Run() {
     }
     Register();
     return APP_CFG_STATUS_OK;
+}
+
+// An item that is replaced makes room for its successor.
+bool AppCfgItemCreation::HasRoomForItem() const {
+    size_t all = 0;
+    size_t ofConnection = 0;
+    for (const auto& [key, item] : AppCfgMgmtServer::m_appCfgMgmtItemMap) {
+        if (key != m_key) {
+            ++all;
+            ofConnection += item.connFd == m_conn.fd ? 1 : 0;
+        }
+    }
+    if (all < MAX_ITEMS && ofConnection < MAX_ITEMS_PER_CONNECTION) {
+        return true;
+    }
+    ACM_LOG(ACM_ERROR, "connect fd[%d] : too many items: %zu, %zu of them of this connection.", m_conn.fd,
+            all, ofConnection);
+    return false;
 }
 
 void AppCfgItemCreation::EraseOldItem() {
