@@ -1,6 +1,8 @@
 #include <atomic>
 #include <thread>
 
+#include "app_cfg_delay_strategy.h"
+#include "app_cfg_timing_strategy.h"
 #include "item_encryption.h"
 #include "service_fixture.h"
 
@@ -137,6 +139,49 @@ TEST_F(AKeyChange, GoesOnWhileClientsSetValues) {
     setter.join();
     ASSERT_EQ(m_client.Deletes(), 200);
     ExpectFiles("three", std::to_string(last));
+}
+
+// Beside the item's own instant strategies one that delays and one that never rests, so that every thread an
+// item can have is at work at once.
+TEST_F(AKeyChange, GoesOnWhileEverythingElseHappens) {
+    HasXml();
+    const std::shared_ptr<AppCfgMgr> manager =
+        AppCfgMgmtServer::m_appCfgMgmtItemMap.at("app1.net.0").appCfgMgr;
+    AppCfgDelayStrategy delay(*manager, AppCfgStrategy::SAVE, std::chrono::milliseconds(2));
+    AppCfgTimingStrategy timing(*manager, AppCfgStrategy::BACKUP, std::chrono::seconds(0));
+    delay.Start();
+    timing.Start();
+    std::atomic<bool> done{false};
+    const auto repeats = [&](auto request) {
+        return std::thread([&done, request] {
+            Client other;
+            for (int value = 1; !done || value < 20; ++value) {
+                EXPECT_EQ(request(other, std::to_string(value)), 200);
+            }
+        });
+    };
+    std::thread clients[] = {
+        repeats([](Client& client, const std::string& value) { return client.Sets("a|" + value); }),
+        repeats([](Client& client, const std::string& value) {
+            return client.SetsRaw("", "<a>" + value + "</a>");
+        }),
+        repeats([](Client& client, const std::string&) { return client.GetsRaw("c").header.status; }),
+        repeats([](Client& client, const std::string&) { return client.Restores(); }),
+    };
+    const std::string keys[] = {"one", "two", "", "three"};
+    for (int round = 0; round < 24; ++round) {
+        EXPECT_EQ(Rekeys(m_client, keys[round % 4]), 200);
+    }
+    done = true;
+    for (std::thread& client : clients) {
+        client.join();
+    }
+    timing.Stop();
+    delay.Stop();
+    EXPECT_EQ(m_client.Sets("a|last"), 200);
+    ASSERT_EQ(m_client.Deletes(), 200);
+    ExpectFiles("three", "last");
+    EXPECT_THAT(m_log.Errors(), IsEmpty());
 }
 
 } // namespace ServiceTest
