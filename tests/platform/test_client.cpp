@@ -23,7 +23,7 @@ TestClient::TestClient(const std::string& service) :
     TestClient(kestrel_open(("/mnt/kestrel/" + service).c_str(), O_RDWR)) {}
 
 TestClient::TestClient(int fd) : m_fd(fd) {
-    const timeval deadline{20, 0};
+    const timeval deadline{60, 0};
     ::setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof deadline);
     ::setsockopt(m_fd, SOL_SOCKET, SO_SNDTIMEO, &deadline, sizeof deadline);
 }

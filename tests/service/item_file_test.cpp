@@ -104,13 +104,15 @@ TEST_F(AShortage, StartsNoRecovery) {
         {"no descriptor to read the backup", "gone", Call::OPEN, 0},
         {"no descriptor for the recovered file", "gone", Call::OPEN, 1},
         {"no notification thread", "cfg", Call::THREAD, 0},
-        {"no thread for the backup strategy", "cfg", Call::THREAD, 1},
+        {"no thread for the save strategy", "cfg", Call::THREAD, 1},
+        {"no thread for the backup strategy", "cfg", Call::THREAD, 2},
     };
     Writes("cfg", SETTINGS);
     Writes("bak", R"({"a":"bak"})");
     for (const Shortage& entry : shortages) {
         SCOPED_TRACE(entry.claim);
         AppCfgCreateReq item = Item(entry.cfg);
+        item.saveStrategy = ConfigSaveStrategy::DELAY;
         item.backupStrategy = ConfigBackupStrategy::DELAY;
         m_log.Clear();
         {
