@@ -19,7 +19,6 @@ namespace Endurance {
 namespace {
 
 constexpr char ROOT_VARIABLE[] = "KESTREL_ROOT=";
-constexpr int SIGNALLED = 128; // as shells tell it
 
 // What posix_spawn needs to be told, released with the object.
 struct SpawnSettings {

@@ -13,6 +13,8 @@ namespace Endurance {
 // any thread may call between Start and the end. The process is killed when this object goes away.
 class HostProcess {
 public:
+    static constexpr int SIGNALLED = 128; // as shells tell it
+
     // The programs of the build in that directory; root is the framework's root, which must exist. The
     // process appends its log to the file root/service.log. The environment is taken here.
     HostProcess(std::string build, std::string root);
@@ -29,7 +31,7 @@ public:
     // SIGKILL only; the owner calls Kill or Wait afterwards.
     void SendKill() const;
 
-    // SIGTERM; returns the exit status, or 128 and the signal that ended it instead.
+    // SIGTERM; returns the exit status, or SIGNALLED and the signal that ended it instead.
     int Stop();
 
     // Reaps a process that was told to end; what Stop returns.

@@ -27,7 +27,7 @@ sandbox_enter() {
     sandbox_check_here
     if [ "$(id -u)" -eq 0 ]; then
         user=$(getent passwd sshd | cut -d: -f3,4 | grep . || echo "$user")
-        sandbox_map_later $$
+        sandbox_map_later "$BASHPID"
         exec unshare --user --mount -- bash -c "$SANDBOX_AWAIT_MAP" "$inside" "$stage" "$user" "$@"
     fi
     exec unshare --user "${SANDBOX_USER_MAP[@]}" --mount -- "$inside" "$stage" "$user" "$@"

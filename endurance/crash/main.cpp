@@ -1,0 +1,137 @@
+// Crashes the service in many ways at once and tells what was lost: crash_harness --help.
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "lane.h"
+
+namespace {
+
+using Endurance::Counts;
+using Endurance::Lane;
+using Lanes = std::vector<std::unique_ptr<Lane>>;
+using Endurance::Tally;
+
+// Most of a round is waiting, for a disk or for a strategy.
+constexpr unsigned LANES_PER_CORE = 4;
+constexpr unsigned MOST_LANES = 16;
+
+struct Run {
+    std::string build;
+    std::string directory;
+    uint32_t rounds = 2000;
+    uint32_t seed = std::random_device()();
+    bool twice = false;
+    unsigned lanes = std::min(MOST_LANES, LANES_PER_CORE* std::max(1U, std::thread::hardware_concurrency()));
+};
+
+std::atomic<uint32_t> nextRound{0};
+std::atomic<bool> failed{false};
+std::atomic<bool> interrupted{false};
+
+// The first time, each lane finishes its round.
+void Interrupt(int) {
+    if (interrupted.exchange(true)) {
+        std::_Exit(1);
+    }
+}
+
+void RunLane(Lane& lane, uint32_t rounds) {
+    try {
+        lane.Begin();
+        while (!failed && !interrupted) {
+            const uint32_t round = nextRound++;
+            if (round >= rounds) {
+                break;
+            }
+            lane.Round(round);
+        }
+        lane.End();
+    } catch (const std::exception& fault) {
+        std::printf("failed: %s\n", fault.what());
+        failed = true;
+    }
+}
+
+Lanes RunLanes(const Run& run) {
+    Lanes lanes;
+    for (unsigned index = 0; index < std::min(run.lanes, run.rounds); ++index) {
+        lanes.push_back(std::make_unique<Lane>(
+            Lane::Settings{run.build, run.directory + "/lane" + std::to_string(index), run.seed, run.twice}));
+    }
+    std::vector<std::thread> threads;
+    for (const auto& lane : lanes) {
+        threads.emplace_back(RunLane, std::ref(*lane), run.rounds);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    return lanes;
+}
+
+void PrintRow(const char* name, const Tally& tally) {
+    std::printf("%-36s %8d %8d %8d %8d\n", name, tally.of[Endurance::INSTANT], tally.of[Endurance::DELAY],
+                tally.of[Endurance::TIMING], tally.Sum());
+}
+
+void Print(const char* title, const Counts& counts) {
+    std::printf("\n%s: %d kills, %d of them inside a save\n", title, counts.kills, counts.killsInSaves);
+    std::printf("%-36s %8s %8s %8s %8s\n", "", "instant", "delay", "timing", "all");
+    PrintRow("files cut", counts.cutFiles);
+    PrintRow("backups cut", counts.cutBackups);
+    PrintRow("both whole, of different age", counts.behind);
+    PrintRow("recoveries from the backup", counts.fromBackup);
+    PrintRow("recoveries from the default", counts.fromDefault);
+    PrintRow("losses", counts.losses);
+}
+
+Counts Sum(const Lanes& lanes, const Counts& (Lane::*part)() const) {
+    Counts sum;
+    for (const auto& lane : lanes) {
+        sum += (*lane.*part)();
+    }
+    return sum;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    Run run;
+    CLI::App app("Kills the service at random moments and checks that nothing reported as saved is lost.");
+    app.add_option("build", run.build, "build directory with the service")->required();
+    app.add_option("directory", run.directory, "where the services live")->required();
+    app.add_option("rounds", run.rounds);
+    app.add_flag("--twice", run.twice, "crash again before anything is mended, and count what that loses");
+    app.add_option("--seed", run.seed, "of the moments and changes that are drawn");
+    app.add_option("--lanes", run.lanes, "services at the same time");
+    CLI11_PARSE(app, argc, argv);
+
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGINT, Interrupt);
+    std::signal(SIGTERM, Interrupt);
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    const auto begin = std::chrono::steady_clock::now();
+    const Lanes lanes = RunLanes(run);
+    const auto time = std::chrono::steady_clock::now() - begin;
+
+    const Counts first = Sum(lanes, &Lane::First);
+    std::printf("%u rounds, %u lanes, seed %u, %.0f s\n", std::min(nextRound.load(), run.rounds), run.lanes,
+                run.seed, std::chrono::duration<double>(time).count());
+    Print("crash", first);
+    Print("crash while a file is recovered", Sum(lanes, &Lane::Recovering));
+    if (run.twice) {
+        Print("second crash, before the next backup", Sum(lanes, &Lane::Second));
+    }
+    return failed || interrupted || first.losses.Sum() > 0 ? 1 : 0;
+}

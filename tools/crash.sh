@@ -1,0 +1,25 @@
+# shellcheck shell=bash
+# ./dev crash [ROUNDS] [--twice] [--seed N]: kills the service at random moments. Sourced by ./dev.
+
+verb_crash() {
+    install_packages build sandbox test
+    build_preset dev
+    say "crashing: 2,000 rounds, unless told otherwise, take about 5 minutes"
+    trap : INT # the harness then ends its rounds and tells what it saw
+    crash_built "$ROOT/build/dev" "$@"
+}
+
+# crash_built BUILD [ARGUMENT...]: the harness that stands in BUILD, in the service's sandbox and a process
+# namespace: none of its services outlives it, whatever ends it.
+crash_built() {
+    local build=$1 dir status=0
+    shift
+    # shellcheck source=tools/sandbox.sh
+    . "$ROOT/tools/sandbox.sh"
+    dir=$(mktemp -d)
+    mkdir "$dir/setting" "$dir/setting_bak"
+    (sandbox_enter "$dir" unshare --pid --fork --kill-child "$build/bin/crash_harness" "$build" "$dir" "$@") ||
+        status=$?
+    [ $status -eq 0 ] || fail "crash: failed; logs and files are in $dir"
+    rm -rf "$dir"
+}
