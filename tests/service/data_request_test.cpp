@@ -1,5 +1,6 @@
 #include <ctime>
 
+#include "app_cfg_limits.h"
 #include "service_fixture.h"
 
 namespace ServiceTest {
@@ -98,6 +99,16 @@ TEST_F(AGet, RefusesWhatWouldExpandBeyondAReplyAtOnce) {
     EXPECT_LT(std::clock() - begin, PATIENCE * CLOCKS_PER_SEC);
     EXPECT_EQ(m_client.Value("x2").size(), 200000U);
     EXPECT_EQ(m_client.Value("long").size(), 1U << 20);
+}
+
+TEST_F(AGet, RefusesAKeyOfTooManySteps) {
+    HasItem(SETTINGS);
+    std::string key = "b";
+    for (size_t step = 0; step <= MAX_KEY_STEPS; ++step) {
+        key += ".c";
+    }
+    EXPECT_EQ(m_client.Value(key), "status 400");
+    EXPECT_THAT(m_log.Errors(), ElementsAre(HasSubstr("too many steps")));
 }
 
 struct SetCase {

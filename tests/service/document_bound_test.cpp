@@ -26,6 +26,19 @@ protected:
     }
 };
 
+// A few bytes a level, and hundreds once each is indented.
+std::string Towers(size_t count) {
+    std::string deep;
+    for (int level = 0; level < 200; ++level) {
+        deep = "<d>" + deep + "</d>";
+    }
+    std::string wide = "<w>";
+    for (size_t tower = 0; tower < count; ++tower) {
+        wide += deep;
+    }
+    return wide + "</w>";
+}
+
 TEST_F(ADocumentBound, RefusesJsonThatIndentationWouldBlowUp) {
     HasItem(R"({"a": 1})");
     std::string text = R"({"a": )" + std::string(100, '[');
@@ -60,16 +73,18 @@ TEST_F(ADocumentBound, EndsTheGrowthOfXml) {
     EXPECT_EQ(m_client.SetsRaw("", chunk), 200);
     EXPECT_EQ(m_client.SetsRaw("b", chunk), 200);
     EXPECT_EQ(m_client.SetsRaw("b.x", chunk), 400);
-    std::string deep;
-    for (int level = 0; level < 200; ++level) {
-        deep = "<d>" + deep + "</d>";
-    }
-    std::string wide = "<w>";
-    for (int tower = 0; tower < 120; ++tower) {
-        wide += deep;
-    }
-    EXPECT_EQ(m_client.SetsRaw("b", wide + "</w>"), 400);
+    EXPECT_EQ(m_client.SetsRaw("b", Towers(120)), 400);
     ExpectLoadsAgain(item, "a", "1");
+}
+
+TEST_F(ADocumentBound, EndsTheGrowthOfIni) {
+    Writes("cfg", "a=1\nb=1\n");
+    ASSERT_EQ(m_client.Creates(SavedAtItsEnd(ConfigStorageType::INI)), 200);
+    const std::string chunk(9U << 20, 'x');
+    EXPECT_EQ(m_client.SetsRaw("s", "a=" + chunk), 200);
+    EXPECT_EQ(m_client.SetsRaw("s", "b=" + chunk), 400);
+    EXPECT_EQ(m_log.Errors(), Lines{"3 value of key[s.b] cannot be stored."});
+    EXPECT_EQ(m_client.Value("a,b"), "1;1");
 }
 
 TEST_F(ADocumentBound, LeavesAFileAloneThatIsTooLarge) {
@@ -78,6 +93,10 @@ TEST_F(ADocumentBound, LeavesAFileAloneThatIsTooLarge) {
     Writes("bak", R"({"a": "old"})");
     EXPECT_EQ(m_client.Creates(Item()), 400);
     EXPECT_TRUE(Text("cfg") == large);
+    const std::string towers = Towers(500);
+    Writes("cfg", towers);
+    EXPECT_EQ(m_client.Creates(SavedAtItsEnd(ConfigStorageType::XML)), 400);
+    EXPECT_TRUE(Text("cfg") == towers);
 }
 
 TEST_F(ADocumentBound, HoldsWhenAFileTurnsIntoAFifo) {
