@@ -1,0 +1,51 @@
+// soak BUILD DIRECTORY SECONDS PICTURE [SEED]: the service of a build serves many clients, in the sandbox.
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <fstream>
+#include <random>
+#include <string>
+
+#include "picture.h"
+#include "soak_run.h"
+
+namespace Endurance {
+
+namespace {
+
+int Main(const std::string& build, const std::string& directory, double seconds, const std::string& picture,
+         unsigned seed) {
+    ::setenv("KESTREL_ROOT", directory.c_str(), 1);
+    SoakRun run(build, directory, seconds, seed);
+    const std::string failure = run.Run();
+    std::printf("answered as expected, or met:\n%s", run.Counts().c_str());
+    if (!run.Samples().empty()) {
+        char title[80];
+        std::snprintf(title, sizeof title, "The service under fifty clients for %.0f seconds", seconds);
+        std::ofstream(picture) << Picture(title, run.Samples());
+    }
+    if (!failure.empty()) {
+        std::printf("FAILED: %s\n", failure.c_str());
+        return EXIT_FAILURE;
+    }
+    std::printf("no wrong reply, memory level, threads and descriptors released\n");
+    return EXIT_SUCCESS;
+}
+
+} // namespace
+
+} // namespace Endurance
+
+int main(int argc, char** argv) {
+    if (argc != 5 && argc != 6) {
+        std::fprintf(stderr, "usage: soak BUILD DIRECTORY SECONDS PICTURE [SEED]\n");
+        return 2;
+    }
+    try {
+        const unsigned seed = argc == 6 ? static_cast<unsigned>(std::stoul(argv[5])) : std::random_device()();
+        return Endurance::Main(argv[1], argv[2], std::stod(argv[3]), argv[4], seed);
+    } catch (const std::exception& fault) {
+        std::fprintf(stderr, "soak: %s\n", fault.what());
+        return EXIT_FAILURE;
+    }
+}

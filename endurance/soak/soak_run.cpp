@@ -1,0 +1,197 @@
+#include "soak_run.h"
+
+#include <cstdio>
+#include <deque>
+#include <exception>
+#include <fstream>
+
+#include "appcfg/connection.h"
+#include "honest_client.h"
+#include "rude_client.h"
+
+namespace Endurance {
+
+namespace {
+
+constexpr unsigned CLIENTS = 50;
+constexpr unsigned RUDE_CLIENTS = 8;
+
+constexpr std::chrono::milliseconds SAMPLE_EVERY(500);
+constexpr size_t TABLE_ROWS = 20;
+
+// Threads that a sanitizer starts beside the first one of the service.
+#if defined(__SANITIZE_THREAD__)
+constexpr double SANITIZER_THREADS = 1;
+#else
+constexpr double SANITIZER_THREADS = 0;
+#endif
+
+// A timing strategy that is stopped in the wrong instant holds the service up for its period of a minute.
+constexpr std::chrono::seconds LONGEST_SILENCE(90);
+
+// Items with a key for each client: one saves at once, the other late.
+std::vector<appcfg::Item> CreateSharedItems(appcfg::Connection& connection, const std::string& directory) {
+    using namespace SystemServer;
+    Values values;
+    for (unsigned client = 0; client < CLIENTS; ++client) {
+        values[SharedKey(client)] = "0";
+    }
+    std::vector<appcfg::Item> items;
+    for (const appcfg::Handle& handle : SHARED_ITEMS) {
+        const bool isFirst = items.empty();
+        appcfg::ItemDescription description{handle};
+        description.storage = isFirst ? ConfigStorageType::JSON : ConfigStorageType::XML;
+        description.saveStrategy = isFirst ? ConfigSaveStrategy::INSTANT : ConfigSaveStrategy::DELAY;
+        description.backupStrategy = ConfigBackupStrategy::TIMING;
+        description.path = directory + "/shared" + std::to_string(handle.Index());
+        description.backupPath = description.path + ".backup";
+        std::ofstream(description.path) << TextOf(description.storage, values);
+        items.push_back(connection.Create(description));
+    }
+    return items;
+}
+
+ProcessSample MeanOf(const std::vector<ProcessSample>& samples, size_t from) {
+    ProcessSample mean;
+    const auto count = static_cast<double>(samples.size() - from);
+    for (size_t i = from; i < samples.size(); ++i) {
+        mean.memory += samples[i].memory / count;
+        mean.threads += samples[i].threads / count;
+        mean.descriptors += samples[i].descriptors / count;
+        mean.rate += samples[i].rate / count;
+    }
+    mean.seconds = samples.back().seconds;
+    return mean;
+}
+
+} // namespace
+
+std::string SoakRun::Run() {
+    m_host.Start();
+    const ProcessSample before = SampleProcess(m_host.Pid());
+    std::printf("service %d, seed %u; before its %u clients: %.1f MiB, %.0f threads, %.0f descriptors\n",
+                m_host.Pid(), m_seed, CLIENTS, before.memory, before.threads, before.descriptors);
+    std::printf("%8s %10s %8s %12s %10s\n", "seconds", "MiB", "threads", "descriptors", "replies/s");
+    ServeClients();
+    if (m_tally.Failure().empty()) {
+        ExpectAllReleased(before);
+        ExpectGoodEnd();
+    }
+    return m_tally.Failure();
+}
+
+void SoakRun::ServeClients() {
+    appcfg::Connection connection;
+    std::vector<appcfg::Item> shared = CreateSharedItems(connection, m_host.Root());
+    std::deque<HonestClient> honest;
+    std::deque<RudeClient> rude;
+    for (unsigned client = 0; client < CLIENTS; ++client) {
+        if (client < CLIENTS - RUDE_CLIENTS) {
+            Start(honest.emplace_back(client, m_seed, m_host.Root(), m_tally));
+        } else {
+            Start(rude.emplace_back(client, m_seed, m_host.Root(), m_tally));
+        }
+    }
+    Watch();
+    for (std::thread& thread : m_threads) {
+        thread.join();
+    }
+    for (appcfg::Item& item : shared) {
+        item.Release();
+    }
+}
+
+template <class Client>
+void SoakRun::Start(Client& client) {
+    ++m_running;
+    m_threads.emplace_back([this, &client] {
+        client.Run();
+        --m_running;
+    });
+}
+
+// Until the last client is done. A service that falls silent is killed, which ends all waiting for it.
+void SoakRun::Watch() {
+    const auto begin = Clock::now();
+    auto lastReply = begin;
+    uint64_t replies = 0;
+    for (auto next = begin + SAMPLE_EVERY; m_running > 0; next += SAMPLE_EVERY) {
+        std::this_thread::sleep_until(next);
+        const auto now = Clock::now();
+        const double seconds = std::chrono::duration<double>(now - begin).count();
+        if (seconds >= m_seconds) {
+            m_tally.End();
+        }
+        if (!m_tally.HasEnded()) {
+            TakeSample(seconds);
+        }
+        if (m_tally.Replies() != replies) {
+            replies = m_tally.Replies();
+            lastReply = now;
+        } else if (now > lastReply + LONGEST_SILENCE) {
+            m_tally.Fail("the service fell silent");
+            m_host.SendKill();
+        }
+    }
+    PrintRow();
+}
+
+void SoakRun::TakeSample(double seconds) {
+    try {
+        ProcessSample sample = SampleProcess(m_host.Pid());
+        sample.seconds = seconds;
+        sample.replies = m_tally.Replies();
+        const ProcessSample last = m_samples.empty() ? ProcessSample() : m_samples.back();
+        sample.rate = static_cast<double>(sample.replies - last.replies) / (seconds - last.seconds);
+        m_samples.push_back(sample);
+    } catch (const std::exception& fault) {
+        m_tally.Fail(std::string("the service is gone: ") + fault.what());
+    }
+    const double since = m_printed == 0 ? 0 : m_samples[m_printed - 1].seconds;
+    if (seconds - since >= m_seconds / TABLE_ROWS - 0.1) {
+        PrintRow();
+    }
+}
+
+// The mean of the samples since the row before.
+void SoakRun::PrintRow() {
+    if (m_printed == m_samples.size()) {
+        return;
+    }
+    const ProcessSample row = MeanOf(m_samples, m_printed);
+    std::printf("%8.1f %10.1f %8.1f %12.1f %10.0f\n", row.seconds, row.memory, row.threads, row.descriptors,
+                row.rate);
+    std::fflush(stdout);
+    m_printed = m_samples.size();
+}
+
+// The service notices the end of a connection a little later than its client, and ends the items then.
+void SoakRun::ExpectAllReleased(const ProcessSample& before) {
+    const auto deadline = Clock::now() + LONGEST_SILENCE;
+    ProcessSample after;
+    bool isReleased = false;
+    do {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        after = SampleProcess(m_host.Pid());
+        isReleased =
+            after.threads == before.threads + SANITIZER_THREADS && after.descriptors == before.descriptors;
+    } while (!isReleased && Clock::now() < deadline);
+    std::printf("after them: %.1f MiB, %.0f threads, %.0f descriptors\n", after.memory, after.threads,
+                after.descriptors);
+    if (!isReleased) {
+        m_tally.Fail("threads or descriptors are not what they were before the clients");
+    }
+}
+
+void SoakRun::ExpectGoodEnd() {
+    const std::string fault = FaultOfMemory(m_samples);
+    if (!fault.empty()) {
+        m_tally.Fail(fault);
+    }
+    const int status = m_host.Stop();
+    if (status != 0) {
+        m_tally.Fail("the service ended with status " + std::to_string(status));
+    }
+}
+
+} // namespace Endurance

@@ -1,0 +1,54 @@
+#ifndef SOAK_RUN_H
+#define SOAK_RUN_H
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host_process.h"
+#include "process_sample.h"
+#include "tally.h"
+
+namespace Endurance {
+
+// One run: a service of its own, its clients on a thread each, and what is seen of it meanwhile, printed as
+// a table. Owned and used by main's thread.
+class SoakRun {
+public:
+    // The service of that build, with the directory as its framework root and for the clients' files.
+    SoakRun(const std::string& build, const std::string& directory, double seconds, unsigned seed) :
+        m_host(build, directory), m_seconds(seconds), m_seed(seed) {}
+
+    // What went wrong first, or nothing.
+    std::string Run();
+
+    const std::vector<ProcessSample>& Samples() const { return m_samples; }
+    std::string Counts() const { return m_tally.Text(); }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void ServeClients();
+    template <class Client>
+    void Start(Client& client);
+    void Watch();
+    void TakeSample(double seconds);
+    void PrintRow();
+    void ExpectAllReleased(const ProcessSample& before);
+    void ExpectGoodEnd();
+
+    HostProcess m_host;
+    const double m_seconds;
+    const unsigned m_seed;
+    Tally m_tally;
+    std::vector<std::thread> m_threads;
+    std::atomic<unsigned> m_running{0};
+    std::vector<ProcessSample> m_samples;
+    size_t m_printed = 0; // samples that are in the table
+};
+
+} // namespace Endurance
+
+#endif

@@ -1,0 +1,39 @@
+# shellcheck shell=bash
+# ./dev soak [SECONDS] [PRESET]: many clients against one service, watched for what grows. Sourced by ./dev.
+
+verb_soak() {
+    local seconds=${1:-60} preset=${2:-dev}
+    if [[ ! $seconds =~ ^[1-9][0-9]*$ ]] || [ $# -gt 2 ]; then
+        fail "usage: ./dev soak [SECONDS] [PRESET]"
+    fi
+    install_packages build test sandbox
+    build_preset "$preset"
+    soak_built "$ROOT/build/$preset" "$seconds" || fail "soak: failed"
+    say "soak: passed; the picture is build/$preset/soak.svg"
+}
+
+# soak_built BUILD SECONDS [SEED]: the run, with the programs in BUILD.
+soak_built() {
+    local build=$1 dir status=0
+    dir=$(mktemp -d)
+    soak_in_sandbox "$build" "$dir" "$2" "$build/soak.svg" "${@:3}" || status=$?
+    if [ $status -ne 0 ]; then
+        grep -aE -A 30 'runtime error|(ERROR|WARNING): [A-Z][A-Za-z]+Sanitizer' "$dir/service.log" | head -n 100 || true
+        tail -n 3 "$dir/service.log"
+        cp "$dir/service.log" "$build/soak.log"
+        say "the service's log is $build/soak.log"
+    fi
+    rm -rf "$dir"
+    return $status
+}
+
+# Lines of level 3 alone: those below would be gigabytes. The address sanitizer keeps little of what was
+# freed, so that memory is level early; the thread sanitizer needs fixed addresses.
+soak_in_sandbox() (
+    # shellcheck source=tools/sandbox.sh
+    . "$ROOT/tools/sandbox.sh"
+    mkdir "$2/setting" "$2/setting_bak"
+    export PL_LOG_LEVEL=3 ASAN_OPTIONS="quarantine_size_mb=16:${ASAN_OPTIONS-}"
+    export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:${TSAN_OPTIONS-}"
+    sandbox_enter "$2" setarch "$(uname -m)" -R "$1/bin/soak" "$@"
+)
