@@ -19,7 +19,8 @@ POCO_DECLARE_EXCEPTION_CODE(, AcmTooLargeException, Poco::FileException, 0)
 std::string ReadRegularFile(const std::string& path);
 
 // As the library's own test. On a 32-bit machine that one takes a file for missing whose time is after 2038,
-// as a wrong clock leaves it, and the file would be replaced by a copy.
+// as a wrong clock leaves it, and the file would be replaced by a copy. Throws when the path cannot be looked
+// at.
 bool FileExists(const std::string& path);
 
 // Throws Poco::FileException when the path names an existing thing that is no regular file.

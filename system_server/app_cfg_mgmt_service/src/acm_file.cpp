@@ -112,6 +112,20 @@ void Overwrite(int fd, const struct stat& status, const std::string& content, co
     }
 }
 
+void CopyContent(const std::string& content, const struct stat& fromStatus, const std::string& destination) {
+    // Truncated only once it is known not to be the source itself.
+    const AcmDescriptor to(
+        OpenPromptly(destination, O_WRONLY | O_CREAT, fromStatus.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO)));
+    const struct stat toStatus = StatusOf(to.Get(), destination);
+    if (toStatus.st_dev == fromStatus.st_dev && toStatus.st_ino == fromStatus.st_ino) {
+        return;
+    }
+    if (!IsWriteTarget(toStatus)) {
+        throw Poco::FileException("neither a regular file nor a device", destination);
+    }
+    Overwrite(to.Get(), toStatus, content, destination);
+}
+
 } // namespace
 
 std::string ReadRegularFile(const std::string& path) {
@@ -123,7 +137,7 @@ std::string ReadRegularFile(const std::string& path) {
 
 bool FileExists(const std::string& path) {
     struct stat status = {};
-    return Poco::File(path).exists() || stat(path.c_str(), &status) == 0;
+    return Poco::File(path).exists() || Look(path, status);
 }
 
 void RequireRegularFile(const std::string& path) {
@@ -146,17 +160,17 @@ void CopyRegularFile(const std::string& source, const std::string& destination) 
     const struct stat fromStatus = StatusOf(from.Get(), source);
     RequireRegular(fromStatus, source);
     const std::string content = ReadAll(from.Get(), source);
-    // Truncated only once it is known not to be the source itself.
-    const AcmDescriptor to(
-        OpenPromptly(destination, O_WRONLY | O_CREAT, fromStatus.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO)));
-    const struct stat toStatus = StatusOf(to.Get(), destination);
-    if (toStatus.st_dev == fromStatus.st_dev && toStatus.st_ino == fromStatus.st_ino) {
-        return;
+    struct stat before = {};
+    const bool isNew = !Look(destination, before);
+    try {
+        CopyContent(content, fromStatus, destination);
+    } catch (...) {
+        // A part of the copy must not stand for the file: cut INI text loads like any other.
+        if (isNew) {
+            unlink(destination.c_str());
+        }
+        throw;
     }
-    if (!IsWriteTarget(toStatus)) {
-        throw Poco::FileException("neither a regular file nor a device", destination);
-    }
-    Overwrite(to.Get(), toStatus, content, destination);
 }
 
 bool IsShortage(const std::exception& fault) {
