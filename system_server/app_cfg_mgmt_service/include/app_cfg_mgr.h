@@ -74,6 +74,10 @@ public:
     // From now on nothing is written: the item was never registered, and its files are to stay as they are.
     void Abandon() { m_abandoned = true; }
 
+    // From now on a write that the disk has no room for throws Poco::WriteFileException and leaves the file
+    // as it is: there is no other copy of it.
+    void TreatAsOnlyCopy() { m_isOnlyCopy = true; }
+
     // Waits until a change that was already announced has been raised, once more if a handler of the last one
     // failed.
     void RaisePendingChange();
@@ -120,7 +124,10 @@ private:
     bool RaiseConfigChanged() noexcept;
     bool SetItem(const std::string& item, class AcmWorkBudget& budget);
 
+    void Overwrite(const std::string& data, const std::string& path);
+
     std::atomic<bool> m_abandoned{false};
+    std::atomic<bool> m_isOnlyCopy{false};
 
     std::mutex m_saveMutex;   // serialises Save()
     std::mutex m_backupMutex; // serialises Backup()

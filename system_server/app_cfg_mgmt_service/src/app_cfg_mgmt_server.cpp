@@ -62,6 +62,7 @@ void ReencryptDefault(AppCfgMgr& manager, const std::shared_ptr<AppCfgCryptoMgr>
     ACM_LOG(ACM_INFO, "update default file start...");
     const std::shared_ptr<AppCfgMgr> clone = manager.DeepClone(defaultPath);
     clone->SetCryptoMgr(cryptoMgr);
+    clone->TreatAsOnlyCopy();
     clone->Save();
     ACM_LOG(ACM_INFO, "default file update done.");
 }

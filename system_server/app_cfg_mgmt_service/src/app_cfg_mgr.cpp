@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "acm_cut_files.h"
 #include "acm_descriptor.h"
 #include "acm_file.h"
 #include "acm_value_lookup.h"
@@ -160,10 +161,24 @@ void AppCfgMgr::SaveCfgToPath(const std::string& path) {
     if (m_cryptoMgr) {
         std::string cipher;
         m_cryptoMgr->Encrypt(text, cipher);
-        SyncSaveToPath(cipher, path);
+        Overwrite(cipher, path);
     } else {
-        SyncSaveToPath(text, path);
+        Overwrite(text, path);
     }
+}
+
+// While one of the two copies is cut, the other is overwritten only when that is seen to succeed.
+void AppCfgMgr::Overwrite(const std::string& data, const std::string& path) {
+    const bool isLastWhole = m_isOnlyCopy || IsCut(path == m_cfgPath ? m_backupPath : m_cfgPath);
+    if (isLastWhole && !IsCut(path) && !HasRoomFor(data, path)) {
+        ACM_LOG(ACM_ERROR, "no room to write [%s], which is left as it is: no other copy is whole.",
+                path.c_str());
+        if (m_isOnlyCopy) {
+            throw Poco::WriteFileException(path);
+        }
+        return;
+    }
+    SyncSaveToPath(data, path);
 }
 
 void AppCfgMgr::SyncSaveToPath(const std::string& data, const std::string& path) {
@@ -174,13 +189,17 @@ void AppCfgMgr::SyncSaveToPath(const std::string& data, const std::string& path)
         ACM_LOG(ACM_ERROR, "open [%s] fail.", path.c_str());
         return;
     }
+    bool isWhole = false;
     const ssize_t written = write(file.Get(), data.data(), data.size());
     if (written < 0 || static_cast<size_t>(written) != data.size()) {
         ACM_LOG(ACM_ERROR, "write [%s] fail.required wr len[%zu] actual wr len[%zd].", path.c_str(),
                 data.size(), written);
     } else if (fsync(file.Get()) == -1) {
         ACM_LOG(ACM_ERROR, "fsync [%s] fail.", path.c_str());
+    } else {
+        isWhole = true;
     }
+    NoteCut(path, !isWhole);
 }
 
 void AppCfgMgr::Replace(const std::string& src, const std::string& dst) {
