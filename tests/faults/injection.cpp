@@ -1,0 +1,170 @@
+#include "injection.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <ctime>
+
+namespace FaultTest {
+
+namespace {
+
+// Read by threads of the service that go on while one fault ends and the next begins.
+std::atomic<int> g_call{-1};
+std::atomic<int> g_left{0}; // calls until the first that fails
+std::atomic<bool> g_forEver{false};
+std::atomic<int> g_error{0};
+std::atomic<int> g_failures{0};
+
+thread_local int t_exempt = 0;
+
+const char* Name(Call call) {
+    static constexpr const char* NAMES[] = {"open",      "write", "fsync", "close",      "read",
+                                            "ftruncate", "fstat", "stat",  "allocation", "cipher allocation"};
+    return NAMES[static_cast<int>(call)];
+}
+
+std::string ErrorText(int error) {
+    return error == 0 ? "" : error == SHORT_WRITE ? ", short" : std::string(", ") + std::strerror(error);
+}
+
+} // namespace
+
+std::string Described(const Fault& fault) {
+    return std::string(Name(fault.call)) + " " + std::to_string(fault.at) +
+           (fault.forEver ? " and all after it" : "") + ErrorText(fault.error);
+}
+
+Injection::Injection(const Fault& fault) {
+    g_failures = 0;
+    g_left = fault.at;
+    g_forEver = fault.forEver;
+    g_error = fault.error;
+    g_call = static_cast<int>(fault.call);
+}
+
+Injection::~Injection() {
+    g_call = -1;
+}
+
+int Failures() {
+    return g_failures;
+}
+
+Exempt::Exempt() {
+    ++t_exempt;
+}
+
+Exempt::~Exempt() {
+    --t_exempt;
+}
+
+bool Fails(Call call) {
+    if (g_call != static_cast<int>(call) || t_exempt > 0) {
+        return false;
+    }
+    const int left = --g_left;
+    if (left > 0 || (left < 0 && !g_forEver)) {
+        return false;
+    }
+    ++g_failures;
+    errno = std::max(g_error.load(), 0);
+    return true;
+}
+
+int ErrorInForce() {
+    return g_error;
+}
+
+} // namespace FaultTest
+
+using FaultTest::Call;
+using FaultTest::Fails;
+
+extern "C" {
+
+// A call that goes on to the real one unless it is to fail.
+#define FORWARDED(result, name, call, parameters, arguments)                                                 \
+    result __real_##name parameters;                                                                         \
+    result __wrap_##name parameters {                                                                        \
+        return Fails(Call::call) ? -1 : __real_##name arguments;                                             \
+    }
+
+FORWARDED(ssize_t, read, READ, (int fd, void* to, size_t size), (fd, to, size))
+FORWARDED(int, ftruncate64, TRUNCATE, (int fd, off64_t length), (fd, length))
+#if __SIZEOF_POINTER__ == 4
+FORWARDED(int, __fstat64_time64, FSTAT, (int fd, void* status), (fd, status))
+#endif
+FORWARDED(int, fstat64, FSTAT, (int fd, void* status), (fd, status))
+
+int __real_open64(const char* path, int flags, ...);
+int __wrap_open64(const char* path, int flags, ...) {
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return Fails(Call::OPEN) ? -1 : __real_open64(path, flags, mode);
+}
+
+ssize_t __real_write(int fd, const void* from, size_t size);
+ssize_t __wrap_write(int fd, const void* from, size_t size) {
+    if (!Fails(Call::WRITE)) {
+        return __real_write(fd, from, size);
+    }
+    return FaultTest::ErrorInForce() == FaultTest::SHORT_WRITE ? __real_write(fd, from, size / 2) : -1;
+}
+
+// Nothing here outlives the machine: what is written need not reach a disk.
+int __wrap_fsync(int) {
+    return Fails(Call::FSYNC) ? -1 : 0;
+}
+
+// The descriptor is gone also when closing it fails.
+int __real_close(int fd);
+int __wrap_close(int fd) {
+    const int result = __real_close(fd);
+    return Fails(Call::CLOSE) ? -1 : result;
+}
+
+// Workers wait for seconds and minutes; here they hurry.
+int __real_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                                  const timespec* deadline);
+int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                                  const timespec* deadline) {
+    constexpr long LONGEST_WAIT_NS = 10'000'000;
+    constexpr long SECOND_NS = 1'000'000'000;
+    timespec soon{};
+    ::clock_gettime(clock, &soon);
+    soon.tv_nsec += LONGEST_WAIT_NS;
+    soon.tv_sec += soon.tv_nsec / SECOND_NS;
+    soon.tv_nsec %= SECOND_NS;
+    const bool isLater = deadline->tv_sec > soon.tv_sec ||
+                         (deadline->tv_sec == soon.tv_sec && deadline->tv_nsec > soon.tv_nsec);
+    return __real_pthread_cond_clockwait(condition, mutex, clock, isLater ? &soon : deadline);
+}
+
+} // extern "C"
+
+// These stand before the C library's for the whole process, so that the file library's own tests fail too.
+// Under names of their own, since the headers declare them otherwise.
+#define INTERPOSED_STAT(function, symbol)                                                                    \
+    extern "C" int function(const char* path, void* status) __asm__(symbol);                                 \
+    int function(const char* path, void* status) {                                                           \
+        using Stat = int (*)(const char*, void*);                                                            \
+        static const Stat next = reinterpret_cast<Stat>(dlsym(RTLD_NEXT, symbol));                           \
+        return Fails(Call::STAT) ? -1 : next(path, status);                                                  \
+    }
+
+INTERPOSED_STAT(InterposedStat64, "stat64")
+#if __SIZEOF_POINTER__ == 4
+INTERPOSED_STAT(InterposedStat64Time64, "__stat64_time64")
+#endif
