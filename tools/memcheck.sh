@@ -17,6 +17,6 @@ verb_memcheck() {
 memcheck_area() {
     say "memcheck $1"
     valgrind --quiet --leak-check=full --show-leak-kinds=definite,indirect,possible --errors-for-leak-kinds=definite,indirect,possible \
-        --error-exitcode=9 --fair-sched=yes --trace-children=no \
+        --error-exitcode=9 --fair-sched=yes --max-threads=3000 \
         "build/dev/bin/$1_tests" --gtest_brief=1 --gtest_filter="$2-ALoop.StopsOnSignalsOnlyWhileItRuns"
 }
