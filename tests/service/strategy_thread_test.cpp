@@ -156,6 +156,17 @@ TEST(ATimedSave, RunsEveryPeriodWithoutChanges) {
     EXPECT_EQ(mgr.m_saves, saves);
 }
 
+TEST(ATimedSave, IsFlushedByEveryStopHoweverSoonItComes) {
+    CountingMgr mgr;
+    AppCfgTimingStrategy strategy(mgr, AppCfgStrategy::SAVE);
+    for (int round = 1; round <= 500; ++round) {
+        const int before = mgr.m_saves;
+        strategy.Start();
+        strategy.Stop();
+        ASSERT_GT(mgr.m_saves, before) << round;
+    }
+}
+
 TEST(TheStrategyFactories, TellKindsApart) {
     CountingMgr mgr;
     const auto save = [&](int kind) {

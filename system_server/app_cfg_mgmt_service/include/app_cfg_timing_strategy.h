@@ -21,6 +21,7 @@ public:
                          std::chrono::seconds period = std::chrono::seconds(60));
     ~AppCfgTimingStrategy() override;
 
+    // Returns when the worker waits: one that a Stop overtook would end without the last action.
     void Start() override;
     // May take a period: a worker that is about to wait does not hear it. Kept, and its last action with it.
     void Stop() override;
@@ -33,6 +34,8 @@ private:
     std::atomic<bool> m_running{false};
     std::mutex m_mutex; // guards the worker's wait; never held during an action
     std::condition_variable_any m_cv;
+    bool m_waits{false}; // the worker has come to its first wait
+    std::condition_variable m_firstWait;
 };
 
 } // namespace SystemServer

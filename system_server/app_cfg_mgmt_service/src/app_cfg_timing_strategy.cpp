@@ -25,13 +25,16 @@ void AppCfgTimingStrategy::Start() {
     if (m_thread) {
         return;
     }
+    std::unique_lock<std::mutex> lock(m_mutex);
     m_running = true;
+    m_waits = false;
     try {
         m_thread = std::make_shared<std::thread>(&AppCfgTimingStrategy::SaveThread, this);
     } catch (...) {
         m_running = false;
         throw;
     }
+    m_firstWait.wait(lock, [this] { return m_waits; });
 }
 
 void AppCfgTimingStrategy::Stop() {
@@ -51,6 +54,8 @@ void AppCfgTimingStrategy::SaveThread() {
     while (m_running) {
         {
             std::unique_lock<std::mutex> lock(m_mutex);
+            m_waits = true;
+            m_firstWait.notify_one();
             m_cv.wait_until(lock, std::chrono::steady_clock::now() + m_savePeriod);
         }
         Fence(LOG_FILE, __LINE__, [this] { Execute(); });
