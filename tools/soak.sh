@@ -18,8 +18,8 @@ soak_built() {
     dir=$(mktemp -d)
     soak_in_sandbox "$build" "$dir" "$2" "$build/soak.svg" "${@:3}" || status=$?
     if [ $status -ne 0 ]; then
-        grep -aE -A 30 'runtime error|(ERROR|WARNING): [A-Z][A-Za-z]+Sanitizer' "$dir/service.log" | head -n 100 || true
-        tail -n 3 "$dir/service.log"
+        grep -aE -A 30 'runtime error|(ERROR|WARNING): [A-Z][A-Za-z]+Sanitizer|terminate called' \
+            "$dir/service.log" | head -n 100 || true
         cp "$dir/service.log" "$build/soak.log"
         say "the service's log is $build/soak.log"
     fi

@@ -1,6 +1,9 @@
 #include "honest_client.h"
 
+#include <algorithm>
+#include <chrono>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -22,12 +25,8 @@ constexpr unsigned DEFAULT_MEMBERS = 6;
 constexpr unsigned MOST_MEMBERS = 40;
 constexpr size_t LONG_TEXT = 2000;
 
-constexpr unsigned MOST_STEPS = 400;
+constexpr unsigned MOST_STEPS = 200;
 constexpr unsigned MOST_THINKING_MS = 20;
-
-// A timing strategy that is stopped before its worker waits for the first time takes up to its period, and
-// the whole service with it. Applications do not end their items at once either.
-constexpr std::chrono::seconds STRATEGIES_UP(2);
 
 constexpr char KEY_OF_NOTHING[] = "g0.none";
 // Never a reference itself, and in every document.
@@ -99,7 +98,6 @@ void HonestClient::Run() {
         while (!m_tally.HasEnded()) {
             Live();
         }
-        m_item.reset();
     } catch (const std::exception& fault) {
         m_tally.Fail("client " + std::to_string(m_number) + ", " + m_description.path + ": " + fault.what());
     }
@@ -122,13 +120,11 @@ void HonestClient::Begin() {
     m_description.backupStrategy =
         m_hasCopies ? static_cast<ConfigBackupStrategy>(1 + Pick(3)) : ConfigBackupStrategy::NONE;
     Expect(200, Request::CREATE, "", [&] { m_item.emplace(m_connection->Create(m_description)); });
-    m_strategiesBegan = Clock::now();
     m_model.Begin(m_description.saveStrategy);
     GetFragment();
 }
 
 void HonestClient::End() {
-    AwaitStrategies();
     if (m_format == ConfigStorageType::JSON && m_description.encryption) {
         ChangeToPlain(); // or its file could not be read at the next creation
     }
@@ -153,12 +149,10 @@ void HonestClient::End() {
 
 void HonestClient::Step() {
     const unsigned pick = Pick(100);
-    if (pick < 20) {
-        GetOne();
-    } else if (pick < 32) {
-        GetMany();
+    if (pick < 32) {
+        Get(pick < 20 ? 1 : 2 + Pick(20));
     } else if (pick < 54) {
-        SetMany(pick < 44 ? 1 : 2 + Pick(3));
+        Set(pick < 44 ? 1 : 2 + Pick(3));
     } else if (pick < 57) {
         SetPartly();
     } else if (pick < 67) {
@@ -178,17 +172,10 @@ void HonestClient::Step() {
     }
 }
 
-void HonestClient::GetOne() {
-    const std::string key = AnyKey();
-    Expect(200, Request::GET, key, [&] { ExpectText(key, m_item->Get(key), m_model.Read(key)); });
-}
-
-void HonestClient::GetMany() {
-    std::vector<std::string> keys(1 + Pick(20));
-    for (std::string& key : keys) {
-        key = AnyKey();
-    }
-    Expect(200, Request::GET, "of many", [&] {
+void HonestClient::Get(size_t count) {
+    std::vector<std::string> keys(count);
+    std::generate(keys.begin(), keys.end(), [this] { return AnyKey(); });
+    Expect(200, Request::GET, keys.front(), [&] {
         const std::vector<std::string> got = m_item->GetMany(keys);
         for (size_t i = 0; i < keys.size(); ++i) {
             ExpectText(keys[i], got[i], m_model.Read(keys[i]));
@@ -196,7 +183,7 @@ void HonestClient::GetMany() {
     });
 }
 
-void HonestClient::SetMany(size_t count) {
+void HonestClient::Set(size_t count) {
     std::vector<std::pair<std::string, std::string>> pairs;
     for (size_t i = 0; i < count; ++i) {
         const std::string key = AnyKey();
@@ -217,7 +204,7 @@ void HonestClient::SetPartly() {
         m_item->SetMany({{key, value}, {KEY_OF_NOTHING, "x"}});
     });
     m_model.Set(key, value);
-    SetMany(1);
+    Set(1);
 }
 
 void HonestClient::GetFragment() {
@@ -280,13 +267,9 @@ void HonestClient::ReplaceFragment() {
 }
 
 void HonestClient::Restore() {
-    if (!AreStrategiesUp()) {
-        return;
-    }
     const bool isIni = m_format == ConfigStorageType::INI;
     Expect(isIni ? 400 : 200, Request::RESTORE, "", [&] { m_item->Restore(); });
     if (!isIni) {
-        m_strategiesBegan = Clock::now();
         m_model.Restore();
     }
 }
@@ -428,17 +411,6 @@ std::pair<std::string, std::string> HonestClient::NewMember() {
     const unsigned count = GroupsOf(m_model.All()).at(group);
     const unsigned number = count < MOST_MEMBERS && Pick(2) == 0 ? count : Pick(count);
     return {group, MemberName(number)};
-}
-
-bool HonestClient::AreStrategiesUp() const {
-    return Clock::now() >= m_strategiesBegan + STRATEGIES_UP;
-}
-
-void HonestClient::AwaitStrategies() const {
-    if (m_description.saveStrategy == ConfigSaveStrategy::TIMING ||
-        m_description.backupStrategy == ConfigBackupStrategy::TIMING) {
-        std::this_thread::sleep_until(m_strategiesBegan + STRATEGIES_UP);
-    }
 }
 
 } // namespace Endurance

@@ -2,7 +2,6 @@
 #define HONEST_CLIENT_H
 
 #include <array>
-#include <chrono>
 #include <optional>
 #include <random>
 #include <string>
@@ -31,16 +30,13 @@ public:
     void Run();
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     void Live();
     void Begin();
     void End();
     void Step();
 
-    void GetOne();
-    void GetMany();
-    void SetMany(size_t count);
+    void Get(size_t count);
+    void Set(size_t count);
     void SetPartly();
     void GetFragment();
     void SetFragment();
@@ -63,8 +59,6 @@ private:
     // Text for that key; sometimes a reference to another.
     std::string AnyValue(const std::string& key);
     std::pair<std::string, std::string> NewMember();
-    void AwaitStrategies() const;
-    bool AreStrategiesUp() const;
 
     const unsigned m_number;
     const SystemServer::ConfigStorageType m_format;
@@ -75,7 +69,6 @@ private:
     ItemModel m_model;
     std::optional<appcfg::Connection> m_connection;
     std::optional<appcfg::Item> m_item;
-    Clock::time_point m_strategiesBegan;
     std::array<std::string, 2> m_shared{"0", "0"};
 };
 

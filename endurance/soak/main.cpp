@@ -1,4 +1,6 @@
 // soak BUILD DIRECTORY SECONDS PICTURE [SEED]: the service of a build serves many clients, in the sandbox.
+#include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -13,12 +15,22 @@ namespace Endurance {
 
 namespace {
 
+std::atomic<bool> interrupted{false};
+
+void Interrupt(int) {
+    interrupted = true;
+}
+
 int Main(const std::string& build, const std::string& directory, double seconds, const std::string& picture,
          unsigned seed) {
     ::setenv("KESTREL_ROOT", directory.c_str(), 1);
-    SoakRun run(build, directory, seconds, seed);
+    // The service would outlive a run that just ends.
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        std::signal(signal, Interrupt);
+    }
+    SoakRun run(build, directory, seconds, seed, interrupted);
     const std::string failure = run.Run();
-    std::printf("answered as expected, or met:\n%s", run.Counts().c_str());
+    std::printf("met, or answered as expected:\n%s", run.Counts().c_str());
     if (!run.Samples().empty()) {
         char title[80];
         std::snprintf(title, sizeof title, "The service under fifty clients for %.0f seconds", seconds);

@@ -20,7 +20,7 @@ constexpr char STYLE[] = R"(<style>
   text { font: 12px sans-serif; fill: #333 } .title { font-size: 14px; font-weight: bold }
   .grid { stroke: #ddd } .axis { stroke: #888 } polyline { fill: none; stroke-width: 1.5 }
   .a { stroke: #0b62b8 } .b { stroke: #c4510a } text.a { fill: #0b62b8; stroke: none } text.b { fill: #c4510a; stroke: none }
-  .back { fill: #fff }
+  .end { text-anchor: end } .middle { text-anchor: middle } .back { fill: #fff }
   @media (prefers-color-scheme: dark) {
     text { fill: #ddd } .grid { stroke: #3a3f46 } .axis { stroke: #999 } .back { fill: #14181d }
     .a { stroke: #6cb4ff } .b { stroke: #ff9d5c } text.a { fill: #6cb4ff } text.b { fill: #ff9d5c }
@@ -95,7 +95,7 @@ public:
         for (const Curve& curve : panel.curves) {
             DrawCurve(curve);
             if (panel.curves.size() > 1) {
-                Text(labelAt, top - 12, std::string(1, curve.color) + "\" text-anchor=\"end", curve.name);
+                Text(labelAt, top - 12, std::string(1, curve.color) + " end", curve.name);
                 labelAt -= 90;
             }
         }
@@ -123,15 +123,16 @@ private:
     }
 
     void DrawAxes(double step, double most) {
-        for (double value = 0; value <= most + step / 2; value += step) {
-            const double y = m_bottom - value * m_scale;
-            Line(value == 0 ? "axis" : "grid", LEFT, y, LEFT + PLOT_WIDTH, y);
-            Text(LEFT - 8, y + 4, "\" text-anchor=\"end", Number(value));
+        for (int tick = 0; tick <= std::lround(most / step); ++tick) {
+            const double y = m_bottom - tick * step * m_scale;
+            Line(tick == 0 ? "axis" : "grid", LEFT, y, LEFT + PLOT_WIDTH, y);
+            Text(LEFT - 8, y + 4, "end", Number(tick * step));
         }
         const double every = StepFor(m_seconds, 10);
-        for (double seconds = 0; seconds <= m_seconds; seconds += every) {
-            Line("axis", X(seconds), m_bottom, X(seconds), m_bottom + 4);
-            Text(X(seconds), m_bottom + 18, "\" text-anchor=\"middle", Number(seconds));
+        for (int tick = 0; tick * every <= m_seconds; ++tick) {
+            const double x = X(tick * every);
+            Line("axis", x, m_bottom, x, m_bottom + 4);
+            Text(x, m_bottom + 18, "middle", Number(tick * every));
         }
     }
 
@@ -167,7 +168,7 @@ std::string Picture(const std::string& title, const std::vector<ProcessSample>& 
         drawing.Draw(panel, top);
         top += PANEL_HEIGHT;
     }
-    drawing.Text(LEFT + PLOT_WIDTH / 2, height - 20, "\" text-anchor=\"middle", "seconds");
+    drawing.Text(LEFT + PLOT_WIDTH / 2, height - 20, "middle", "seconds");
     std::ostringstream svg;
     svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " << WIDTH << ' ' << height << "\">\n"
         << STYLE << "<rect class=\"back\" width=\"100%\" height=\"100%\"/>\n"

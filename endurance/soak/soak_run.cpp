@@ -119,7 +119,9 @@ void SoakRun::Watch() {
         std::this_thread::sleep_until(next);
         const auto now = Clock::now();
         const double seconds = std::chrono::duration<double>(now - begin).count();
-        if (seconds >= m_seconds) {
+        if (m_interrupted) {
+            m_tally.Fail("interrupted");
+        } else if (seconds >= m_seconds) {
             m_tally.End();
         }
         if (!m_tally.HasEnded()) {

@@ -17,9 +17,12 @@ namespace Endurance {
 // a table. Owned and used by main's thread.
 class SoakRun {
 public:
-    // The service of that build, with the directory as its framework root and for the clients' files.
-    SoakRun(const std::string& build, const std::string& directory, double seconds, unsigned seed) :
-        m_host(build, directory), m_seconds(seconds), m_seed(seed) {}
+    // The service of that build, with the directory as its framework root and for the clients' files. What
+    // becomes true ends the run early.
+    SoakRun(const std::string& build, const std::string& directory, double seconds, unsigned seed,
+            const std::atomic<bool>& interrupted) :
+        m_host(build, directory),
+        m_seconds(seconds), m_seed(seed), m_interrupted(interrupted) {}
 
     // What went wrong first, or nothing.
     std::string Run();
@@ -42,6 +45,7 @@ private:
     HostProcess m_host;
     const double m_seconds;
     const unsigned m_seed;
+    const std::atomic<bool>& m_interrupted;
     Tally m_tally;
     std::vector<std::thread> m_threads;
     std::atomic<unsigned> m_running{0};
