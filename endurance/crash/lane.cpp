@@ -143,15 +143,26 @@ void Lane::ChangeOne(Random& random, TrackedItem& item) {
         item.SendRaw(*m_connection);
     } else if (kind <= 70) {
         item.SendSet(*m_connection);
-    } else if (kind <= 85) {
-        item.Delete(*m_connection);
-        item.Create(*m_connection);
     } else if (kind <= 95) {
-        item.Create(*m_connection);
+        EndAndCreate(random, item);
     } else {
         m_connection->Close();
         Connect();
         CreateAll();
+    }
+}
+
+// A change that is just announced is saved by the end as well.
+void Lane::EndAndCreate(Random& random, TrackedItem& item) {
+    if (Chance(random, 50)) {
+        item.SendSet(*m_connection);
+    }
+    if (Chance(random, 60)) {
+        item.Delete(*m_connection);
+    }
+    item.Create(*m_connection);
+    if (!item.HoldsSaved(*m_connection)) {
+        throw std::runtime_error("not saved by its end: " + item.Describe());
     }
 }
 
@@ -251,7 +262,7 @@ void Lane::Start(Counts& counts) {
     CreateAll();
     CountRecoveries(counts);
     for (TrackedItem& item : m_items) {
-        if (!item.CheckAfterStart(*m_connection)) {
+        if (!item.HoldsSaved(*m_connection)) {
             ++counts.losses.of[item.GetStrategy()];
             TellLoss(item);
             item.AcceptLoss();

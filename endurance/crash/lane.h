@@ -51,6 +51,7 @@ private:
     void Crash(Random& random);
     void ChangeUntilKilled(Random& random);
     void ChangeOne(Random& random, TrackedItem& item);
+    void EndAndCreate(Random& random, TrackedItem& item);
     void SendEither(Random& random, TrackedItem& item);
     void AwaitSave(Random& random, Strategy strategy, std::chrono::milliseconds after);
     void EndMidway(Random& random);

@@ -84,11 +84,10 @@ Files TrackedItem::LookAtFiles() {
     return m_files;
 }
 
-std::optional<int64_t> TrackedItem::CheckAfterStart(appcfg::Connection& connection) {
+bool TrackedItem::HoldsSaved(appcfg::Connection& connection) {
     const std::optional<int64_t> number = m_document.NumberOf(Open(connection).GetRaw());
     m_found = Shown(number);
-    const bool holds = number && *number >= m_saved && *number <= m_sent && *number != DEFAULT_NUMBER;
-    return holds ? number : std::nullopt;
+    return number && *number >= m_saved && *number <= m_sent && *number != DEFAULT_NUMBER;
 }
 
 void TrackedItem::AcceptLoss() {
@@ -98,7 +97,7 @@ void TrackedItem::AcceptLoss() {
 
 std::string TrackedItem::Describe() const {
     return m_description.handle.Name() + ": saved " + std::to_string(m_saved) + ", sent " +
-           std::to_string(m_sent) + ", found " + m_found + "; before the start: file " + Shown(m_files.file) +
+           std::to_string(m_sent) + ", found " + m_found + "; last look: file " + Shown(m_files.file) +
            ", backup " + Shown(m_files.backup);
 }
 

@@ -41,9 +41,9 @@ public:
     // While the service does not have the item. When both files are whole, what both hold cannot be lost.
     Files LookAtFiles();
 
-    // The number that the service holds after a start, or nothing when that was to be no part of any state:
-    // cut, mixed, older than what was saved, never sent, or the default.
-    std::optional<int64_t> CheckAfterStart(appcfg::Connection& connection);
+    // Whether the service, after its start or the item's end, holds what it may: no state that is cut or
+    // mixed, none older than what was saved, none never sent, not the default.
+    bool HoldsSaved(appcfg::Connection& connection);
 
     // After a loss: the ledger begins anew with what is there.
     void AcceptLoss();
@@ -66,7 +66,7 @@ private:
     int64_t m_saved = DEFAULT_NUMBER;
     int64_t m_accepted = DEFAULT_NUMBER;
     int64_t m_sent = 0;
-    std::string m_found{}; // as the service told it after its last start
+    std::string m_found{}; // as the service told it last
     Files m_files{};
 };
 
