@@ -9,8 +9,7 @@ verb_crash() {
     crash_built "$ROOT/build/dev" "$@"
 }
 
-# crash_built BUILD [ARGUMENT...]: the harness that stands in BUILD, in the service's sandbox and a process
-# namespace: none of its services outlives it, whatever ends it.
+# crash_built BUILD [ARGUMENT...]: the harness that stands in BUILD, in the service's sandbox.
 crash_built() {
     local build=$1 dir status=0
     shift
@@ -18,8 +17,7 @@ crash_built() {
     . "$ROOT/tools/sandbox.sh"
     dir=$(mktemp -d)
     mkdir "$dir/setting" "$dir/setting_bak"
-    (sandbox_enter "$dir" unshare --pid --fork --kill-child "$build/bin/crash_harness" "$build" "$dir" "$@") ||
-        status=$?
+    (sandbox_enter "$dir" "$build/bin/crash_harness" "$build" "$dir" "$@") || status=$?
     [ $status -eq 0 ] || fail "crash: failed; logs and files are in $dir"
     rm -rf "$dir"
 }

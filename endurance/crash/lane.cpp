@@ -234,6 +234,7 @@ void Lane::CrashInRecovery(Random& random) {
 void Lane::Reap(bool mayEnd) {
     m_connection.reset();
     const int status = m_host.Wait();
+    m_killed = status != 0;
     if (status == 0 && mayEnd) {
         for (TrackedItem& item : m_items) {
             item.NoteSaved();
@@ -253,7 +254,7 @@ void Lane::InspectFiles(Counts& counts) {
         counts.behind.of[strategy] += files.file && files.backup && *files.file != *files.backup ? 1 : 0;
         inSave = inSave || !files.file || !files.backup;
     }
-    ++counts.kills;
+    counts.kills += m_killed ? 1 : 0;
     counts.killsInSaves += inSave ? 1 : 0;
 }
 

@@ -81,6 +81,7 @@ private:
     Counts m_recovering;
     Counts m_second;
     uint32_t m_round = 0;
+    bool m_killed = false;    // the last life did not end in good order
     bool m_preferCut = false; // changes go to the items whose backups are cut
 };
 

@@ -6,7 +6,6 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <random>
@@ -40,11 +39,9 @@ std::atomic<uint32_t> nextRound{0};
 std::atomic<bool> failed{false};
 std::atomic<bool> interrupted{false};
 
-// The first time, each lane finishes its round.
+// Each lane finishes its round.
 void Interrupt(int) {
-    if (interrupted.exchange(true)) {
-        std::_Exit(1);
-    }
+    interrupted = true;
 }
 
 void RunLane(Lane& lane, uint32_t rounds) {
@@ -118,8 +115,9 @@ int main(int argc, char** argv) {
     CLI11_PARSE(app, argc, argv);
 
     std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGINT, Interrupt);
-    std::signal(SIGTERM, Interrupt);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        std::signal(signal, Interrupt);
+    }
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     const auto begin = std::chrono::steady_clock::now();
     const Lanes lanes = RunLanes(run);
