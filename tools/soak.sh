@@ -16,11 +16,12 @@ verb_soak() {
 soak_built() {
     local build=$1 dir status=0
     dir=$(mktemp -d)
-    soak_in_sandbox "$build" "$dir" "$2" "$build/soak.svg" "${@:3}" || status=$?
+    soak_in_sandbox "$build" "$dir" "$2" "$dir/soak.svg" "${@:3}" || status=$?
+    [ ! -e "$dir/soak.svg" ] || cp "$dir/soak.svg" "$build/"
     if [ $status -ne 0 ]; then
-        grep -aE -A 30 'runtime error|(ERROR|WARNING): [A-Z][A-Za-z]+Sanitizer|terminate called' \
-            "$dir/service.log" | head -n 100 || true
         cp "$dir/service.log" "$build/soak.log"
+        grep -aE -A 30 'runtime error|(ERROR|WARNING): [A-Z][A-Za-z]+Sanitizer|terminate called' \
+            "$build/soak.log" | head -n 100 || true
         say "the service's log is $build/soak.log"
     fi
     rm -rf "$dir"

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <fstream>
 #include <stdexcept>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <thread>
 
 #include "honest_client.h"
@@ -20,6 +22,15 @@ using SystemServer::AppCfgUri;
 // More than the sockets and the service hold for a client that does not read.
 constexpr uint32_t STALLED_REQUESTS = 4000;
 constexpr size_t URI_OFFSET = 4;
+
+// A reply may have to wait for the last save of a timing strategy, which takes a minute at worst.
+constexpr timeval PATIENCE{90, 0};
+
+TestClient Connect() {
+    TestClient client(SystemServer::APP_CFG_SERVICE_NAME);
+    ::setsockopt(client.Fd(), SOL_SOCKET, SO_RCVTIMEO, &PATIENCE, sizeof PATIENCE);
+    return client;
+}
 
 std::string Frame(unsigned uri, unsigned method, const std::string& payload, uint32_t sequence = 0) {
     std::string frame = PlatformTest::Frame(static_cast<uint8_t>(method), payload, sequence);
@@ -66,7 +77,7 @@ void RudeClient::Run() {
 
 // Half of the time it reads in the end: each request was answered once, and in order.
 void RudeClient::Stall() {
-    TestClient client(SystemServer::APP_CFG_SERVICE_NAME);
+    TestClient client = Connect();
     const std::string payload = BytesOf(appcfg::MakeRawDataReq(SHARED_ITEMS.front(), ""));
     std::string frames;
     for (uint32_t sequence = 1; sequence <= STALLED_REQUESTS; ++sequence) {
@@ -108,7 +119,7 @@ size_t RudeClient::SendUntilStalled(TestClient& client, const std::string& bytes
 }
 
 void RudeClient::SendGarbage() {
-    TestClient client(SystemServer::APP_CFG_SERVICE_NAME);
+    TestClient client = Connect();
     client.Sends("no frame begins so" + Garbage(100 + Pick(5000)));
     Require(client.MeetsEnd(), "garbage did not end the connection");
     m_tally.Count("garbage");
@@ -117,7 +128,7 @@ void RudeClient::SendGarbage() {
 // Whole frames, whatever is in them, are answered.
 void RudeClient::SendOddRequests() {
     constexpr std::array<size_t, 6> LENGTHS{0, 72, 124, 300, 904, 12360};
-    TestClient client(SystemServer::APP_CFG_SERVICE_NAME);
+    TestClient client = Connect();
     for (uint32_t sequence = 1; sequence < 20; ++sequence) {
         const std::string payload = Garbage(LENGTHS.at(Pick(LENGTHS.size())));
         Require(client.Sends(Frame(Pick(6), Pick(6), payload, sequence)), "an odd request was not taken");
@@ -140,7 +151,7 @@ void RudeClient::LeaveInAFrame() {
                     BytesOf(record) + data + '\0');
     frames += Frame(AppCfgUri::APP_CFG_URI_ITEM, AppCfgMethod::APP_CFG_METHOD_DELETE,
                     BytesOf(appcfg::MakeHndl(m_description.handle)));
-    TestClient client(SystemServer::APP_CFG_SERVICE_NAME);
+    TestClient client = Connect();
     client.Sends(frames.substr(0, Pick(static_cast<unsigned>(frames.size()))));
     m_tally.Count("left in a frame");
 }

@@ -75,7 +75,15 @@ std::string SoakRun::Run() {
     ServeClients();
     if (m_tally.Failure().empty()) {
         ExpectAllReleased(before);
-        ExpectGoodEnd();
+        const std::string fault = FaultOfMemory(m_samples);
+        if (!fault.empty()) {
+            m_tally.Fail(fault);
+        }
+    }
+    const int status = m_host.Stop();
+    std::printf("the service ended with status %d\n", status);
+    if (status != 0) {
+        m_tally.Fail("the service ended badly");
     }
     return m_tally.Failure();
 }
@@ -182,17 +190,6 @@ void SoakRun::ExpectAllReleased(const ProcessSample& before) {
                 after.descriptors);
     if (!isReleased) {
         m_tally.Fail("threads or descriptors are not what they were before the clients");
-    }
-}
-
-void SoakRun::ExpectGoodEnd() {
-    const std::string fault = FaultOfMemory(m_samples);
-    if (!fault.empty()) {
-        m_tally.Fail(fault);
-    }
-    const int status = m_host.Stop();
-    if (status != 0) {
-        m_tally.Fail("the service ended with status " + std::to_string(status));
     }
 }
 

@@ -40,7 +40,6 @@ private:
     void TakeSample(double seconds);
     void PrintRow();
     void ExpectAllReleased(const ProcessSample& before);
-    void ExpectGoodEnd();
 
     HostProcess m_host;
     const double m_seconds;
