@@ -5,6 +5,8 @@
 #include <Poco/Crypto/OpenSSLInitializer.h>
 #include <Poco/Exception.h>
 
+#include <new>
+#include <openssl/evp.h>
 #include <sstream>
 
 #include "acm_file.h"
@@ -37,6 +39,19 @@ std::string ReadCipherText(const std::string& path) {
     }
 }
 
+// The library goes on with a null context when it cannot have one, and dies of it. One like it is made and
+// given back right before, so that a shortage of memory shows here.
+void RequireContext() {
+    static constexpr unsigned char KEY[32] = {};
+    EVP_CIPHER_CTX* const context = EVP_CIPHER_CTX_new();
+    const bool isReady =
+        context != nullptr && EVP_CipherInit(context, EVP_aes_256_cbc(), KEY, nullptr, 1) == 1;
+    EVP_CIPHER_CTX_free(context);
+    if (!isReady) {
+        throw std::bad_alloc();
+    }
+}
+
 } // namespace
 
 AppCfgAes256CbcCryptoMgr::AppCfgAes256CbcCryptoMgr(const std::string& filePath, const std::string& key) :
@@ -61,12 +76,16 @@ Poco::Crypto::Cipher::Ptr AppCfgAes256CbcCryptoMgr::CreateCipher() const {
 
 std::shared_ptr<std::istream> AppCfgAes256CbcCryptoMgr::GetDecryptStream() {
     const std::string cipherText = ReadCipherText(m_filePath);
-    const std::string plain = CreateCipher()->decryptString(cipherText, Poco::Crypto::Cipher::ENC_NONE);
+    Poco::Crypto::Cipher::Ptr cipher = CreateCipher();
+    RequireContext();
+    const std::string plain = cipher->decryptString(cipherText, Poco::Crypto::Cipher::ENC_NONE);
     return std::make_shared<std::istringstream>(plain);
 }
 
 void AppCfgAes256CbcCryptoMgr::Encrypt(const std::string& plain, std::string& cipher) {
-    cipher = CreateCipher()->encryptString(plain, Poco::Crypto::Cipher::ENC_NONE);
+    Poco::Crypto::Cipher::Ptr encryption = CreateCipher();
+    RequireContext();
+    cipher = encryption->encryptString(plain, Poco::Crypto::Cipher::ENC_NONE);
     // The library's stream swallows faults and would hand over a cut text, which must not reach the file.
     if (cipher.size() != CipherSize(plain.size())) {
         throw Poco::IOException("encryption incomplete", m_filePath);
