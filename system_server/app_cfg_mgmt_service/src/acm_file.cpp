@@ -86,7 +86,10 @@ void WriteAll(int fd, const std::string& content, const std::string& path) {
 
 // Without O_NONBLOCK, opening a FIFO would wait for its other end; a regular file takes no notice of it.
 int OpenPromptly(const std::string& path, int flags, mode_t mode = 0) {
-    const int fd = open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode);
+    int fd = -1;
+    do {
+        fd = open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode);
+    } while (fd < 0 && errno == EINTR);
     if (fd < 0) {
         ThrowFileError(path, errno);
     }
