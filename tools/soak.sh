@@ -8,6 +8,7 @@ verb_soak() {
     fi
     install_packages build test sandbox
     build_preset "$preset"
+    [ -x "$ROOT/build/$preset/bin/soak" ] || fail "preset $preset is one without tests: dev, asan or tsan"
     soak_built "$ROOT/build/$preset" "$seconds" || fail "soak: failed"
     say "soak: passed; the picture is build/$preset/soak.svg"
 }
