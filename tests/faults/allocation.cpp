@@ -1,7 +1,11 @@
 // The process's allocation, which fails where a test wants it to.
 #include <openssl/crypto.h>
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 #include "injection.h"
@@ -28,7 +32,66 @@ void* OrThrow(void* memory) {
     return memory;
 }
 
+// The cipher library's own. What a thread gave back last can be had again, as from any allocator.
+thread_local std::array<std::size_t, 4> t_givenBack{};
+
+bool TakesBack(std::size_t size) {
+    const auto block = std::find(t_givenBack.begin(), t_givenBack.end(), size);
+    if (block == t_givenBack.end()) {
+        return false;
+    }
+    *block = 0;
+    return true;
+}
+
+void GivesBack(std::size_t size) {
+    std::rotate(t_givenBack.begin(), t_givenBack.begin() + 1, t_givenBack.end());
+    t_givenBack.back() = size;
+}
+
+// The size stands before the memory.
+constexpr std::size_t HEAD = alignof(std::max_align_t);
+
+void* CipherAllocate(std::size_t size, const char*, int) {
+    if (size == 0 || (!TakesBack(size) && FaultTest::Fails(Call::CIPHER_ALLOCATION))) {
+        return nullptr;
+    }
+    auto* const memory = static_cast<char*>(std::malloc(HEAD + size));
+    std::memcpy(memory, &size, sizeof size);
+    return memory + HEAD;
+}
+
+void CipherFree(void* memory, const char*, int) {
+    if (memory != nullptr) {
+        char* const whole = static_cast<char*>(memory) - HEAD;
+        std::size_t size = 0;
+        std::memcpy(&size, whole, sizeof size);
+        GivesBack(size);
+        std::free(whole);
+    }
+}
+
+void* CipherReallocate(void* memory, std::size_t size, const char* file, int line) {
+    void* const larger = CipherAllocate(size, file, line);
+    if (memory != nullptr && larger != nullptr) {
+        std::size_t former = 0;
+        std::memcpy(&former, static_cast<char*>(memory) - HEAD, sizeof former);
+        std::memcpy(larger, memory, std::min(former, size));
+        CipherFree(memory, file, line);
+    }
+    return larger;
+}
+
+// Before the library's first allocation.
+const int g_replaced = CRYPTO_set_mem_functions(CipherAllocate, CipherReallocate, CipherFree);
+
 } // namespace
+
+// The XML library's constructors leak what they have when an allocation fails in them.
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:libPocoXML\n";
+}
 
 void* operator new(std::size_t size) {
     return OrThrow(Allocate(size));

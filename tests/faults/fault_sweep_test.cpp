@@ -175,6 +175,13 @@ TEST_P(ALife, SurvivesFailingAllocations) {
     }
 }
 
+TEST_P(ALife, SurvivesAShortageInTheCipherLibrary) {
+    for (const bool forEver : {false, true}) {
+        for (int at = 1; Lives({Call::CIPHER_ALLOCATION, at, forEver, 0}); ++at) {
+        }
+    }
+}
+
 // Any text is a good INI file: none is broken.
 std::vector<std::tuple<Format, Scenario>> Lives() {
     std::vector<std::tuple<Format, Scenario>> lives;

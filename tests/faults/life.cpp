@@ -19,6 +19,15 @@ bool IsAlwaysTold(const Fault& fault) {
            fault.error != EINTR && fault.error != SHORT_WRITE;
 }
 
+// What cuts a file, or makes it count as one that cannot be loaded: the backup takes its place, with values
+// as of the last backup. A shortage never does.
+bool BringsBackupBack(const Fault& fault) {
+    const bool isOfReading = fault.call == Call::OPEN || fault.call == Call::READ ||
+                             fault.call == Call::FSTAT || fault.call == Call::STAT;
+    return fault.call == Call::WRITE || fault.call == Call::FSYNC ||
+           (isOfReading && (fault.error == EIO || fault.error == EACCES || fault.error == ENOSPC));
+}
+
 constexpr char DEFAULT_VALUE[] = "factory";
 
 std::string Content(const std::string& path) {
@@ -37,6 +46,7 @@ Life::Life(const Place& place, const Format& format, const Scenario& scenario) :
 bool Life::LivesWith(const Fault& fault) {
     m_isHarmless = fault.call == Call::CLOSE;
     WritesFiles();
+    m_saved = BringsBackupBack(fault) ? 0 : m_saved;
     const size_t lines = m_place.LogLines();
     {
         const Injection injection(fault);
@@ -55,12 +65,14 @@ void Life::WritesFiles() {
         std::remove(m_place.PathOf(name).c_str());
     }
     WritesFile("def", DEFAULT_VALUE);
-    m_history = {m_scenario.start == Start::NEITHER ? DEFAULT_VALUE : "v0"};
+    m_history = {m_scenario.start == Start::NEITHER ? DEFAULT_VALUE : "older"};
     if (m_scenario.start != Start::NEITHER) {
-        WritesFile("bak", m_history[0]);
+        WritesFile("bak", "older");
     }
     if (m_scenario.start == Start::GOOD) {
-        WritesFile("cfg", m_history[0]);
+        m_history.push_back(NextValue());
+        m_saved = 1;
+        WritesFile("cfg", m_history.back());
     } else if (m_scenario.start == Start::BROKEN) {
         std::ofstream(m_place.PathOf("cfg")) << m_format.head;
     }
@@ -105,7 +117,7 @@ void Life::EndsOnAnotherConnection() {
         Trouble("an item outlives its connection");
     }
     if (isCreated && NothingFailedSince(failures)) {
-        m_saved = m_history.size() - 1;
+        NoteSaved();
     }
 }
 
@@ -124,12 +136,10 @@ void Life::RunsAfterwards() {
 
 // The item that has lived through the fault saves its next value in both files.
 void Life::SavesWhole() {
-    SetsRaw(false);
-    Deletes();
-    if (m_saved + 1 != m_history.size()) {
+    if (SetsRaw(false) != APP_CFG_STATUS_OK) {
         Trouble("the fault is gone and a value cannot be set");
-        return;
     }
+    Deletes();
     if (!m_isWritable) {
         return;
     }
@@ -212,7 +222,7 @@ void Life::Sets() {
     }
 }
 
-void Life::SetsRaw(bool whole) {
+uint16_t Life::SetsRaw(bool whole) {
     const std::string value = NextValue();
     const std::string text =
         whole ? m_format.wholeHead + value + m_format.wholeTail : m_format.rawHead + value + m_format.rawTail;
@@ -224,6 +234,7 @@ void Life::SetsRaw(bool whole) {
     if (status != APP_CFG_STATUS_NOT_FOUND) {
         Note(value, status == APP_CFG_STATUS_OK && m_isInstant && NothingFailedSince(failures));
     }
+    return status;
 }
 
 void Life::Restores() {
@@ -248,7 +259,9 @@ void Life::Rekeys() {
     m_otherKey = m_format.newKey;
     if (status == APP_CFG_STATUS_OK) {
         m_otherKey.swap(m_key);
-        m_saved = m_isKeyKnown ? m_history.size() - 1 : m_saved;
+        if (m_isKeyKnown) {
+            NoteSaved();
+        }
     }
 }
 
@@ -258,13 +271,21 @@ void Life::Deletes() {
     const uint16_t status =
         Asks(APP_CFG_URI_ITEM, APP_CFG_METHOD_DELETE, BytesOf(m_client->m_handle)).header.status;
     if (status == APP_CFG_STATUS_OK && NothingFailedSince(failures)) {
-        m_saved = m_history.size() - 1;
+        NoteSaved();
     }
 }
 
 void Life::Note(const std::string& value, bool isSaved) {
-    m_history.push_back(value);
+    if (m_isWritable) {
+        m_history.push_back(value);
+    }
     if (isSaved) {
+        NoteSaved();
+    }
+}
+
+void Life::NoteSaved() {
+    if (m_isWritable) {
         m_saved = m_history.size() - 1;
     }
 }
@@ -274,9 +295,6 @@ bool Life::NothingFailedSince(int failures) const {
 }
 
 bool Life::IsKept(const std::string& value) const {
-    if (!m_isWritable) {
-        return value == m_history[0];
-    }
     const auto oldest = m_history.begin() + static_cast<std::ptrdiff_t>(m_saved);
     return std::find(oldest, m_history.end(), value) != m_history.end();
 }

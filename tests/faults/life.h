@@ -86,7 +86,7 @@ private:
     uint16_t CreatesWith(const std::string& key);
     std::string Gets();
     void Sets();
-    void SetsRaw(bool whole);
+    uint16_t SetsRaw(bool whole);
     void Restores();
     void Rekeys();
     void Deletes();
@@ -94,6 +94,7 @@ private:
     std::string NextValue() { return "v" + std::to_string(m_history.size()); }
     // Notes the value as the newest one, and as saved when the service said so and nothing failed meanwhile.
     void Note(const std::string& value, bool isSaved);
+    void NoteSaved();
     bool NothingFailedSince(int failures) const;
     bool IsKept(const std::string& value) const;
     std::string ValueIn(const std::string& name, const std::string& key) const;
