@@ -101,9 +101,7 @@ Counts Sum(const Lanes& lanes, const Counts& (Lane::*part)() const) {
     return sum;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int RunHarness(int argc, char** argv) {
     Run run;
     CLI::App app("Kills the service at random moments and checks that nothing reported as saved is lost.");
     app.add_option("build", run.build, "build directory with the service")->required();
@@ -132,4 +130,15 @@ int main(int argc, char** argv) {
         Print("second crash, before the next backup", Sum(lanes, &Lane::Second));
     }
     return failed || interrupted || first.losses.Sum() > 0 ? 1 : 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return RunHarness(argc, argv);
+    } catch (const std::exception& fault) {
+        std::fprintf(stderr, "crash_harness: %s\n", fault.what());
+        return 1;
+    }
 }
