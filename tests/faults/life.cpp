@@ -19,13 +19,16 @@ bool IsAlwaysTold(const Fault& fault) {
            fault.error != EINTR && fault.error != SHORT_WRITE;
 }
 
-// What cuts a file, or makes it count as one that cannot be loaded: the backup takes its place, with values
-// as of the last backup. A shortage never does.
-bool BringsBackupBack(const Fault& fault) {
+// What makes a file count as one that cannot be loaded, so that a copy takes its place; a shortage does not.
+bool IsUnreadable(const Fault& fault) {
     const bool isOfReading = fault.call == Call::OPEN || fault.call == Call::READ ||
                              fault.call == Call::FSTAT || fault.call == Call::STAT;
-    return fault.call == Call::WRITE || fault.call == Call::FSYNC ||
-           (isOfReading && (fault.error == EIO || fault.error == EACCES || fault.error == ENOSPC));
+    return isOfReading && (fault.error == EIO || fault.error == EACCES || fault.error == ENOSPC);
+}
+
+// A write that fails cuts the file, and leaves the values of the last backup.
+bool IsOfWriting(const Fault& fault) {
+    return fault.call == Call::WRITE || fault.call == Call::FSYNC;
 }
 
 constexpr char DEFAULT_VALUE[] = "factory";
@@ -33,6 +36,11 @@ constexpr char DEFAULT_VALUE[] = "factory";
 std::string Content(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// What takes the place of a value that could not be had.
+bool IsStatus(const std::string& value) {
+    return value.rfind("status ", 0) == 0;
 }
 
 } // namespace
@@ -46,7 +54,9 @@ Life::Life(const Place& place, const Format& format, const Scenario& scenario) :
 bool Life::LivesWith(const Fault& fault) {
     m_isHarmless = fault.call == Call::CLOSE;
     WritesFiles();
-    m_saved = BringsBackupBack(fault) ? 0 : m_saved;
+    if (m_saved > 0 && (IsUnreadable(fault) || (IsOfWriting(fault) && m_scenario.start == Start::GOOD))) {
+        m_acknowledged = --m_saved; // one copy less
+    }
     const size_t lines = m_place.LogLines();
     {
         const Injection injection(fault);
@@ -65,17 +75,16 @@ void Life::WritesFiles() {
         std::remove(m_place.PathOf(name).c_str());
     }
     WritesFile("def", DEFAULT_VALUE);
-    m_history = {m_scenario.start == Start::NEITHER ? DEFAULT_VALUE : "older"};
+    m_history = {DEFAULT_VALUE};
     if (m_scenario.start != Start::NEITHER) {
-        WritesFile("bak", "older");
+        WritesFile("bak", m_history.emplace_back("older"));
     }
     if (m_scenario.start == Start::GOOD) {
-        m_history.push_back(NextValue());
-        m_saved = 1;
-        WritesFile("cfg", m_history.back());
+        WritesFile("cfg", m_history.emplace_back(NextValue()));
     } else if (m_scenario.start == Start::BROKEN) {
         std::ofstream(m_place.PathOf("cfg")) << m_format.head;
     }
+    m_saved = m_acknowledged = m_history.size() - 1;
 }
 
 void Life::WritesFile(const std::string& name, const std::string& value) const {
@@ -89,7 +98,6 @@ void Life::WritesFile(const std::string& name, const std::string& value) const {
 
 void Life::RunsUnderFault() {
     Creates();
-    Gets();
     Sets();
     SetsRaw(false);
     if (m_scenario.start == Start::GOOD) {
@@ -117,12 +125,12 @@ void Life::EndsOnAnotherConnection() {
         Trouble("an item outlives its connection");
     }
     if (isCreated && NothingFailedSince(failures)) {
-        NoteSaved();
+        m_saved = m_acknowledged;
     }
 }
 
 void Life::RunsAfterwards() {
-    const bool isAlive = Gets().rfind("status", 0) != 0;
+    const bool isAlive = !IsStatus(Gets());
     if (isAlive) {
         SavesWhole();
     }
@@ -161,13 +169,17 @@ void Life::FindsItsValues(bool isExact) {
     for (const std::string& key : Keys()) {
         files += " " + ValueIn("cfg", key) + "/" + ValueIn("bak", key) + "/" + ValueIn("def", key);
     }
-    const uint16_t status = Creates();
+    ChoosesKey();
+    const uint16_t status = CreatesWith(m_key);
     const std::string value = status == APP_CFG_STATUS_OK ? Gets() : "status " + std::to_string(status);
     if (!(isExact ? value == m_history.back() : IsKept(value))) {
-        ++m_losses;
-        Trouble("created again: " + value + ", not " + m_history[m_saved] + " or a later one of " +
-                std::to_string(m_history.size()) + files);
+        Loss("created again: " + value + files);
     }
+}
+
+void Life::Loss(const std::string& text) {
+    ++m_losses;
+    Trouble(text + ", not " + m_history[m_saved] + " or a later one of " + std::to_string(m_history.size()));
 }
 
 Reply Life::Asks(uint16_t uri, uint8_t method, const std::string& payload) {
@@ -192,14 +204,23 @@ uint16_t Life::CreatesWith(const std::string& key) {
     return Asks(APP_CFG_URI_ITEM, APP_CFG_METHOD_CREATE, BytesOf(item)).header.status;
 }
 
-// After a key change that failed in part, with the key that the files say.
-uint16_t Life::Creates() {
+// After a key change that failed in part the files say which key it is.
+void Life::ChoosesKey() {
     for (const char* name : {"def", "bak", "cfg"}) {
         if (!m_isKeyKnown && !IsKept(ValueIn(name, m_key)) && IsKept(ValueIn(name, m_otherKey))) {
             m_key.swap(m_otherKey);
         }
     }
-    return CreatesWith(m_key);
+}
+
+uint16_t Life::Creates() {
+    ChoosesKey();
+    const uint16_t status = CreatesWith(m_key);
+    const std::string value = Gets();
+    if (status == APP_CFG_STATUS_OK && !IsStatus(value) && !IsKept(value)) {
+        Loss("created under the fault: " + value);
+    }
+    return status;
 }
 
 std::string Life::Gets() {
@@ -216,10 +237,8 @@ void Life::Sets() {
     m_failuresAtChange = Failures();
     AppCfgDataReq request{m_client->m_handle, {}};
     ServiceTest::Put(request.query, std::string(m_format.query) + "|" + value);
-    if (Asks(APP_CFG_URI_DATA, APP_CFG_METHOD_SET, BytesOf(request)).header.status !=
-        APP_CFG_STATUS_NOT_FOUND) {
-        Note(value, false);
-    }
+    Note(value,
+         Asks(APP_CFG_URI_DATA, APP_CFG_METHOD_SET, BytesOf(request)).header.status == APP_CFG_STATUS_OK);
 }
 
 uint16_t Life::SetsRaw(bool whole) {
@@ -231,8 +250,9 @@ uint16_t Life::SetsRaw(bool whole) {
     const int failures = m_failuresAtChange = Failures();
     const uint16_t status =
         Asks(APP_CFG_URI_RAW_DATA, APP_CFG_METHOD_SET, BytesOf(request) + text + '\0').header.status;
-    if (status != APP_CFG_STATUS_NOT_FOUND) {
-        Note(value, status == APP_CFG_STATUS_OK && m_isInstant && NothingFailedSince(failures));
+    Note(value, status == APP_CFG_STATUS_OK);
+    if (status == APP_CFG_STATUS_OK && m_isInstant && NothingFailedSince(failures)) {
+        m_saved = m_acknowledged;
     }
     return status;
 }
@@ -241,9 +261,9 @@ void Life::Restores() {
     const int failures = Failures();
     const uint16_t status =
         Asks(APP_CFG_URI_DEFAULT, APP_CFG_METHOD_SET, BytesOf(m_client->m_handle)).header.status;
-    if (status != APP_CFG_STATUS_NOT_FOUND) {
-        Note(DEFAULT_VALUE, status == APP_CFG_STATUS_OK && NothingFailedSince(failures));
-    }
+    const bool isDone = status == APP_CFG_STATUS_OK && NothingFailedSince(failures);
+    Note(DEFAULT_VALUE, isDone);
+    m_saved = isDone ? m_acknowledged : m_saved;
 }
 
 void Life::Rekeys() {
@@ -260,7 +280,7 @@ void Life::Rekeys() {
     if (status == APP_CFG_STATUS_OK) {
         m_otherKey.swap(m_key);
         if (m_isKeyKnown) {
-            NoteSaved();
+            m_saved = m_acknowledged;
         }
     }
 }
@@ -271,22 +291,14 @@ void Life::Deletes() {
     const uint16_t status =
         Asks(APP_CFG_URI_ITEM, APP_CFG_METHOD_DELETE, BytesOf(m_client->m_handle)).header.status;
     if (status == APP_CFG_STATUS_OK && NothingFailedSince(failures)) {
-        NoteSaved();
+        m_saved = m_acknowledged;
     }
 }
 
-void Life::Note(const std::string& value, bool isSaved) {
+void Life::Note(const std::string& value, bool isAcknowledged) {
     if (m_isWritable) {
         m_history.push_back(value);
-    }
-    if (isSaved) {
-        NoteSaved();
-    }
-}
-
-void Life::NoteSaved() {
-    if (m_isWritable) {
-        m_saved = m_history.size() - 1;
+        m_acknowledged = isAcknowledged ? m_history.size() - 1 : m_acknowledged;
     }
 }
 

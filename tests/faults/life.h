@@ -83,6 +83,7 @@ private:
 
     ServiceTest::Reply Asks(uint16_t uri, uint8_t method, const std::string& payload);
     uint16_t Creates();
+    void ChoosesKey();
     uint16_t CreatesWith(const std::string& key);
     std::string Gets();
     void Sets();
@@ -92,13 +93,14 @@ private:
     void Deletes();
 
     std::string NextValue() { return "v" + std::to_string(m_history.size()); }
-    // Notes the value as the newest one, and as saved when the service said so and nothing failed meanwhile.
-    void Note(const std::string& value, bool isSaved);
-    void NoteSaved();
+    // Takes the value for the newest one; when it was not acknowledged it may be in the document all the
+    // same.
+    void Note(const std::string& value, bool isAcknowledged);
     bool NothingFailedSince(int failures) const;
     bool IsKept(const std::string& value) const;
     std::string ValueIn(const std::string& name, const std::string& key) const;
     std::vector<std::string> Keys() const;
+    void Loss(const std::string& text);
     void Trouble(const std::string& text) { m_troubles.push_back(text); }
 
     const Place& m_place;
@@ -108,6 +110,7 @@ private:
     const bool m_isInstant;
     std::unique_ptr<ServiceTest::Client> m_client;
     std::vector<std::string> m_history; // the values, oldest first
+    size_t m_acknowledged = 0;          // the newest one that was answered as set
     size_t m_saved = 0;                 // the newest one that was answered as saved
     std::string m_key;
     std::string m_otherKey; // which the files may be in too, after a key change that failed in part
