@@ -11,7 +11,6 @@ namespace FaultTest {
 namespace {
 
 using ServiceTest::Client;
-using ServiceTest::Put;
 
 constexpr Format FORMATS[] = {
     {"Json", ConfigStorageType::JSON, "", "", R"({"mode": ")", R"("})", "mode", "mode", "", "",
@@ -89,7 +88,7 @@ const auto* const g_report = ::testing::AddGlobalTestEnvironment(new Report);
 
 int FromEnvironment(const char* name, int otherwise) {
     const char* const text = std::getenv(name);
-    return text == nullptr ? otherwise : std::atoi(text);
+    return text == nullptr ? otherwise : static_cast<int>(std::strtol(text, nullptr, 10));
 }
 
 std::atomic<size_t> g_logLines{0};
