@@ -26,6 +26,8 @@ using Endurance::Tally;
 constexpr unsigned LANES_PER_CORE = 4;
 constexpr unsigned MOST_LANES = 16;
 
+constexpr int EXIT_INTERRUPTED = 130;
+
 struct Run {
     std::string build;
     std::string directory;
@@ -129,7 +131,10 @@ int RunHarness(int argc, char** argv) {
     if (run.twice) {
         Print("second crash, before the next backup", Sum(lanes, &Lane::Second));
     }
-    return failed || interrupted || first.losses.Sum() > 0 ? 1 : 0;
+    if (failed || first.losses.Sum() > 0) {
+        return 1;
+    }
+    return interrupted ? EXIT_INTERRUPTED : 0;
 }
 
 } // namespace
