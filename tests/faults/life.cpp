@@ -53,6 +53,7 @@ Life::Life(const Place& place, const Format& format, const Scenario& scenario) :
 
 bool Life::LivesWith(const Fault& fault) {
     m_isHarmless = fault.call == Call::CLOSE;
+    m_mayLoseConnection = fault.call == Call::ALLOCATION;
     WritesFiles();
     if (m_saved > 0 && (IsUnreadable(fault) || (IsOfWriting(fault) && m_scenario.start == Start::GOOD))) {
         m_acknowledged = --m_saved; // one copy less
@@ -106,8 +107,9 @@ void Life::RunsUnderFault() {
         SetsRaw(false);
         Rekeys();
         Sets();
-        Deletes();
-        EndsOnAnotherConnection();
+        if (Deletes() != APP_CFG_STATUS_BAD_REQUEST) { // or the item is still this connection's
+            EndsOnAnotherConnection();
+        }
     } else {
         Deletes();
     }
@@ -186,6 +188,9 @@ Reply Life::Asks(uint16_t uri, uint8_t method, const std::string& payload) {
     ++m_requests;
     const Reply reply = m_client->Asks(uri, method, payload, ++m_sequence);
     if (reply.header.status == 0) {
+        if (!m_mayLoseConnection) {
+            Trouble("a request is not answered");
+        }
         ++m_lostConnections;
         m_client = std::make_unique<Client>();
     } else if (reply.header.sequence != m_sequence) {
@@ -285,7 +290,7 @@ void Life::Rekeys() {
     }
 }
 
-void Life::Deletes() {
+uint16_t Life::Deletes() {
     // An instant strategy has acted already; the others act now.
     const int failures = m_isInstant ? m_failuresAtChange : Failures();
     const uint16_t status =
@@ -293,6 +298,7 @@ void Life::Deletes() {
     if (status == APP_CFG_STATUS_OK && NothingFailedSince(failures)) {
         m_saved = m_acknowledged;
     }
+    return status;
 }
 
 void Life::Note(const std::string& value, bool isAcknowledged) {

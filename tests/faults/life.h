@@ -90,7 +90,7 @@ private:
     uint16_t SetsRaw(bool whole);
     void Restores();
     void Rekeys();
-    void Deletes();
+    uint16_t Deletes();
 
     std::string NextValue() { return "v" + std::to_string(m_history.size()); }
     // Takes the value for the newest one; when it was not acknowledged it may be in the document all the
@@ -115,7 +115,8 @@ private:
     std::string m_key;
     std::string m_otherKey; // which the files may be in too, after a key change that failed in part
     bool m_isKeyKnown = true;
-    bool m_isHarmless = false; // the fault is one that the service may pass over
+    bool m_mayLoseConnection = false; // without memory there may be none for a frame or a connection
+    bool m_isHarmless = false;        // the fault is one that the service may pass over
     uint32_t m_sequence = 0;
     int m_failuresAtChange = 0; // how many calls had failed when the newest value was set
     int m_requests = 0;

@@ -5,6 +5,7 @@
 #include <linux/capability.h>
 #include <pthread.h>
 #include <pwd.h>
+#include <sys/statvfs.h>
 #include <sys/types.h>
 
 #include <atomic>
@@ -150,6 +151,25 @@ int __wrap_open64(const char* path, int flags, ...) {
         return -1;
     }
     return __real_open64(path, flags, mode);
+}
+
+// A disk that is full to the last block.
+int __real_statvfs64(const char* path, struct statvfs64* status);
+int __wrap_statvfs64(const char* path, struct statvfs64* status) {
+    const int result = __real_statvfs64(path, status);
+    if (Left(Call::ROOM) > 0) {
+        status->f_bfree = 0;
+    }
+    return result;
+}
+
+int __real_fallocate64(int fd, int mode, off64_t offset, off64_t length);
+int __wrap_fallocate64(int fd, int mode, off64_t offset, off64_t length) {
+    if (Left(Call::ROOM) > 0) {
+        errno = ENOSPC;
+        return -1;
+    }
+    return __real_fallocate64(fd, mode, offset, length);
 }
 
 // Poco::Path::tryParse, which takes any text for a path of the system's own style.

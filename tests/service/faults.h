@@ -26,6 +26,7 @@ enum class Call {
     POOL,
     COPY,
     OPEN,
+    ROOM,
     PARSE_PATH,
     THREAD,
     COUNT

@@ -1,4 +1,6 @@
 // Files that are not what an item expects, and machines that have no more to give.
+#include <csignal>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "faults.h"
@@ -141,6 +143,48 @@ TEST_F(AShortage, DuringASaveIsMadeUpForByTheNext) {
     EXPECT_EQ(Text("cfg"), SETTINGS);
     EXPECT_EQ(m_client.SetsRaw("a", "3"), 200);
     EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"3\"\n}");
+}
+
+TEST_F(AShortage, OfRoomLeavesEveryFileWhole) {
+    Writes("def", R"({"a": "def"})");
+    HasItem(SETTINGS);
+    EXPECT_EQ(m_client.SetsRaw("a", "2"), 200);
+    const std::string saved = Text("cfg");
+    {
+        const Failing failing(Call::ROOM, 1000);
+        EXPECT_EQ(m_client.SetsRaw("a", "3"), 200);
+        EXPECT_EQ(m_client.Asks(APP_CFG_URI_CRYPTO_PARAM, APP_CFG_METHOD_SET, BytesOf(m_client.m_handle))
+                      .header.status,
+                  400);
+    }
+    EXPECT_EQ(m_log.Errors(),
+              (Lines{"3 no room to write [cfg], which is left as it is.",
+                     "3 no room to write [bak], which is left as it is.",
+                     "3 no room to write [def], which is left as it is.", "3 Cannot write file: def"}));
+    EXPECT_EQ(Text("cfg"), saved);
+    EXPECT_EQ(Text("bak"), saved);
+    EXPECT_EQ(Text("def"), R"({"a": "def"})");
+    EXPECT_EQ(m_client.Deletes(), 200);
+    EXPECT_EQ(m_client.Creates(Item()), 200);
+    EXPECT_EQ(m_client.SetsRaw("a", "4"), 200);
+    EXPECT_EQ(Text("bak"), "{\n  \"a\": \"4\"\n}");
+}
+
+// The copy that recovers a missing file is cut; what the link names goes again, the link stays.
+TEST_F(AShortage, OfRoomForARecoveryLeavesNoPart) {
+    Writes("bak", SETTINGS);
+    std::filesystem::create_symlink(Path("target"), Path("cfg"));
+    rlimit former{};
+    getrlimit(RLIMIT_FSIZE, &former);
+    const rlimit tight{5, former.rlim_max};
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &tight);
+    EXPECT_EQ(m_client.Creates(Item()), 400);
+    setrlimit(RLIMIT_FSIZE, &former);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(Text("target"), "(missing)");
+    EXPECT_TRUE(std::filesystem::is_symlink(Path("cfg")));
+    EXPECT_EQ(m_client.Creates(Item()), 200);
 }
 
 } // namespace ServiceTest

@@ -1,19 +1,21 @@
-// Files whose last write failed half-way. A file is written in place, so that a disk without room leaves it
-// cut; what the other copy holds is then all there is, and must not be cut as well.
+// What a disk that takes no more leaves behind: files are written in place, so that a write that fails leaves
+// its file cut, and what the other copy holds is then all there is.
 #ifndef ACM_CUT_FILES_H
 #define ACM_CUT_FILES_H
 
+#include <cstddef>
 #include <string>
 
 namespace SystemServer {
 
-// Remembered over the end of an item, until the file is written whole. From any thread.
+// Remembered over the end of an item, until the file is written whole. From any thread; the lock inside is
+// held for nothing else.
 void NoteCut(const std::string& path, bool isCut);
 bool IsCut(const std::string& path);
 
-// Whether the bytes can be written to the file, seen by writing them behind its end and taking them off
-// again. True also for what cannot be tried: a missing file, or one that is no regular file.
-bool HasRoomFor(const std::string& bytes, const std::string& path);
+// False when the file is sure not to take so many bytes in place of its own. True also for what cannot be
+// told: a missing file, one that is no regular file, a file system that reserves no room.
+bool HasRoomFor(size_t bytes, const std::string& path);
 
 } // namespace SystemServer
 

@@ -31,8 +31,8 @@ constexpr uint64_t REFERENCE_WORK = 256;
 // The document library gives up on references that nest deeper.
 constexpr int MAX_REFERENCE_DEPTH = 10;
 
-// How long the lookups of one request may take, in milliseconds: siblings are walked one by one, so that a few
-// thousand keys of a wide document could keep every other client waiting for a minute.
+// How long the lookups of one request may take, in milliseconds: siblings are walked one by one, so that a
+// few thousand keys of a wide document could keep every other client waiting for a minute.
 constexpr int64_t MAX_REQUEST_MILLISECONDS = 2000;
 
 // Steps of one key. The document library follows a key by recursion, 200 bytes a step on a 64-bit machine,
@@ -51,6 +51,9 @@ constexpr uint64_t MAX_ARRAY_PADDING = 65535;
 // all of them is a quarter of what a 32-bit process can address. One client leaves room for others.
 constexpr size_t MAX_ITEMS = 1024;
 constexpr size_t MAX_ITEMS_PER_CONNECTION = 256;
+
+// Files whose last write failed that are remembered: two for each item.
+constexpr size_t MAX_CUT_FILES = 2 * MAX_ITEMS;
 
 } // namespace SystemServer
 

@@ -74,9 +74,12 @@ public:
     // From now on nothing is written: the item was never registered, and its files are to stay as they are.
     void Abandon() { m_abandoned = true; }
 
-    // From now on a write that the disk has no room for throws Poco::WriteFileException and leaves the file
-    // as it is: there is no other copy of it.
-    void TreatAsOnlyCopy() { m_isOnlyCopy = true; }
+    // Whether a write that fails throws Poco::WriteFileException beside its log line. A file that cannot be
+    // opened is only logged all the same: a default may be read-only.
+    void DemandWrites(bool demanded) { m_writesDemanded = demanded; }
+
+    // Writes the file and the backup anew if an earlier write left them cut; false when one of them still is.
+    bool MendCopies();
 
     // Waits until a change that was already announced has been raised, once more if a handler of the last one
     // failed.
@@ -124,10 +127,14 @@ private:
     bool RaiseConfigChanged() noexcept;
     bool SetItem(const std::string& item, class AcmWorkBudget& budget);
 
+    // NO_FILE: it could not be opened, or is a device.
+    enum class Written { WHOLE, NO_FILE, FAILED };
+    static Written Write(const std::string& data, const std::string& path);
+    static Written WriteIfRoom(const std::string& data, const std::string& path);
     void Overwrite(const std::string& data, const std::string& path);
 
     std::atomic<bool> m_abandoned{false};
-    std::atomic<bool> m_isOnlyCopy{false};
+    std::atomic<bool> m_writesDemanded{false};
 
     std::mutex m_saveMutex;   // serialises Save()
     std::mutex m_backupMutex; // serialises Backup()

@@ -25,6 +25,10 @@ public:
     // Does nothing for a strategy that is not running.
     virtual void Stop() = 0;
 
+    // Stops for good. A strategy that could not be started again acts here and now.
+    void End();
+    void SetStalled(bool stalled) { m_stalled = stalled; }
+
     // Saves or backs up, by type. What the manager throws passes.
     void Execute();
 
@@ -33,6 +37,7 @@ protected:
 
 private:
     const AppCfgStrategyType m_type;
+    bool m_stalled = false; // it should run and does not; used on the event thread
 };
 
 } // namespace SystemServer

@@ -4,12 +4,15 @@
 #include <Poco/File.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
 #include <fcntl.h>
 #include <new>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
+#include "acm_cut_files.h"
 #include "acm_descriptor.h"
 #include "app_cfg_limits.h"
 
@@ -129,6 +132,15 @@ void CopyContent(const std::string& content, const struct stat& fromStatus, cons
     Overwrite(to.Get(), toStatus, content, destination);
 }
 
+// A part of a copy must not stand for the file: cut INI text loads like any other. What a link names goes,
+// and the link stays.
+void Remove(const std::string& path) {
+    char target[PATH_MAX];
+    if (realpath(path.c_str(), target) != nullptr) {
+        unlink(target);
+    }
+}
+
 } // namespace
 
 std::string ReadRegularFile(const std::string& path) {
@@ -167,10 +179,12 @@ void CopyRegularFile(const std::string& source, const std::string& destination) 
     const bool isNew = !Look(destination, before);
     try {
         CopyContent(content, fromStatus, destination);
+        NoteCut(destination, false);
     } catch (...) {
-        // A part of the copy must not stand for the file: cut INI text loads like any other.
         if (isNew) {
-            unlink(destination.c_str());
+            Remove(destination);
+        } else {
+            NoteCut(destination, true);
         }
         throw;
     }

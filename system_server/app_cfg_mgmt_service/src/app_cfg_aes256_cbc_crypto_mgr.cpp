@@ -40,7 +40,8 @@ std::string ReadCipherText(const std::string& path) {
 }
 
 // The library goes on with a null context when it cannot have one, and dies of it. One like it is made and
-// given back right before, so that a shortage of memory shows here.
+// given back right before, so that a shortage of memory shows here, unless another thread takes it in
+// between.
 void RequireContext() {
     static constexpr unsigned char KEY[32] = {};
     EVP_CIPHER_CTX* const context = EVP_CIPHER_CTX_new();

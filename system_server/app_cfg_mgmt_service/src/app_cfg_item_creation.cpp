@@ -94,10 +94,10 @@ void AppCfgItemCreation::EraseOldItem() {
     ACM_LOG(ACM_ERROR, "connect fd[%d] : appCfgKey[%s] already exist.", m_conn.fd, m_key.c_str());
     old->second.appCfgMgr->RaisePendingChange();
     if (old->second.backupStrategy) {
-        old->second.backupStrategy->Stop();
+        old->second.backupStrategy->End();
     }
     if (old->second.saveStrategy) {
-        old->second.saveStrategy->Stop();
+        old->second.saveStrategy->End();
     }
     items.erase(old);
 }

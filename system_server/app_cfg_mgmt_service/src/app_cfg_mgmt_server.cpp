@@ -29,13 +29,21 @@ constexpr unsigned long SET_RECEIVE_BUFFER = 0x400C0201;
 constexpr uint32_t CONNECTION_BUFFER_SIZE = 0x20000;
 
 // A worker that finds no thread leaves the item with a strategy that needs none: it acts on every change
-// until the item is created again.
+// until the item is created again. Without the memory for that one, the old one acts when the item ends.
 void Restart(std::shared_ptr<AppCfgStrategy>& strategy, AppCfgMgr& manager,
              AppCfgStrategy::AppCfgStrategyType type) {
-    if (strategy && !Fence(LOG_FILE, __LINE__, [&] { strategy->Start(); })) {
-        strategy = std::make_shared<AppCfgInstantStrategy>(manager, type);
-        strategy->Start();
+    if (!strategy) {
+        return;
     }
+    bool runs = Fence(LOG_FILE, __LINE__, [&] { strategy->Start(); });
+    if (!runs) {
+        runs = Fence(LOG_FILE, __LINE__, [&] {
+            auto instant = std::make_shared<AppCfgInstantStrategy>(manager, type);
+            instant->Start();
+            strategy = std::move(instant);
+        });
+    }
+    strategy->SetStalled(!runs);
 }
 
 void StopStrategy(const std::shared_ptr<AppCfgStrategy>& strategy) {
@@ -44,12 +52,18 @@ void StopStrategy(const std::shared_ptr<AppCfgStrategy>& strategy) {
     }
 }
 
+void EndStrategy(const std::shared_ptr<AppCfgStrategy>& strategy) {
+    if (strategy) {
+        strategy->End();
+    }
+}
+
 // Ends an item's strategies on behalf of a connection that is gone: a fault in one must not keep the other,
 // or the next item, from its last save.
 void EndStrategies(AppCfgMgmtServer::AppCfgMgmtItem& item) {
     Fence(LOG_FILE, __LINE__, [&] { item.appCfgMgr->RaisePendingChange(); });
-    Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.saveStrategy); });
-    Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.backupStrategy); });
+    Fence(LOG_FILE, __LINE__, [&] { EndStrategy(item.saveStrategy); });
+    Fence(LOG_FILE, __LINE__, [&] { EndStrategy(item.backupStrategy); });
 }
 
 // The default file keeps its own values: a manager of its own loads it with the old encryption.
@@ -60,12 +74,28 @@ void ReencryptDefault(AppCfgMgr& manager, const std::shared_ptr<AppCfgCryptoMgr>
     }
     ACM_LOG(ACM_INFO, "default file exist.need to update default file.");
     ACM_LOG(ACM_INFO, "update default file start...");
+    if (!manager.MendCopies()) {
+        throw Poco::WriteFileException("cut, and the default may be all there is", manager.GetCfgPath());
+    }
     const std::shared_ptr<AppCfgMgr> clone = manager.DeepClone(defaultPath);
     clone->SetCryptoMgr(cryptoMgr);
-    clone->TreatAsOnlyCopy();
+    clone->DemandWrites(true);
     clone->Save();
     ACM_LOG(ACM_INFO, "default file update done.");
 }
+
+// While it lives, the manager's failed writes are faults: a reply of success would be the word that the files
+// are in the new encryption.
+class DemandedWrites {
+public:
+    explicit DemandedWrites(AppCfgMgr& manager) : m_manager(manager) { m_manager.DemandWrites(true); }
+    ~DemandedWrites() { m_manager.DemandWrites(false); }
+    DemandedWrites(const DemandedWrites&) = delete;
+    DemandedWrites& operator=(const DemandedWrites&) = delete;
+
+private:
+    AppCfgMgr& m_manager;
+};
 
 // Rewrites the default, the configuration file and the backup, in this order, in the new encryption.
 uint16_t ChangeEncryption(AppCfgMgr& manager, const AppCfgCryptoUpdateReq& request, int fd) {
@@ -83,6 +113,7 @@ uint16_t ChangeEncryption(AppCfgMgr& manager, const AppCfgCryptoUpdateReq& reque
     ACM_LOG(ACM_INFO, "create new crypto mgr done.");
     ReencryptDefault(manager, cryptoMgr);
     manager.SetCryptoMgr(cryptoMgr);
+    const DemandedWrites demanded(manager);
     ACM_LOG(ACM_INFO, "cfg file update start...");
     manager.Save();
     ACM_LOG(ACM_INFO, "cfg file update done.");
@@ -308,12 +339,12 @@ void AppCfgMgmtServer::DeleteAppCfgItem(tern_message* msg, kestrel_connection* c
         item->second.appCfgMgr->RaisePendingChange();
         if (item->second.saveStrategy) {
             ACM_LOG(ACM_INFO, "stop save strategy ...");
-            item->second.saveStrategy->Stop();
+            item->second.saveStrategy->End();
             ACM_LOG(ACM_INFO, "stop save strategy done.");
         }
         if (item->second.backupStrategy) {
             ACM_LOG(ACM_INFO, "stop backup strategy ...");
-            item->second.backupStrategy->Stop();
+            item->second.backupStrategy->End();
             ACM_LOG(ACM_INFO, "stop backup strategy done.");
         }
         ACM_LOG(ACM_INFO, "delete app cfg mgmt item... ");

@@ -127,6 +127,9 @@ void AppCfgMgr::Restore() {
     if (defaultPath.empty()) {
         return;
     }
+    if (IsCut(defaultPath)) {
+        throw Poco::ReadFileException("cut by an earlier write", defaultPath);
+    }
     Replace(defaultPath, m_cfgPath);
     // Else a later recovery from the backup would bring the old values back.
     const std::string backupPath = GetBackupPath();
@@ -167,27 +170,51 @@ void AppCfgMgr::SaveCfgToPath(const std::string& path) {
     }
 }
 
-// While one of the two copies is cut, the other is overwritten only when that is seen to succeed.
-void AppCfgMgr::Overwrite(const std::string& data, const std::string& path) {
-    const bool isLastWhole = m_isOnlyCopy || IsCut(path == m_cfgPath ? m_backupPath : m_cfgPath);
-    if (isLastWhole && !IsCut(path) && !HasRoomFor(data, path)) {
-        ACM_LOG(ACM_ERROR, "no room to write [%s], which is left as it is: no other copy is whole.",
-                path.c_str());
-        if (m_isOnlyCopy) {
-            throw Poco::WriteFileException(path);
-        }
-        return;
+bool AppCfgMgr::MendCopies() {
+    const std::string backupPath = GetBackupPath();
+    if (IsCut(m_cfgPath)) {
+        Save();
     }
-    SyncSaveToPath(data, path);
+    if (IsCut(backupPath)) {
+        Backup();
+    }
+    return !IsCut(m_cfgPath) && !IsCut(backupPath);
+}
+
+// One copy is always whole: while the other is cut, that one is written again first.
+void AppCfgMgr::Overwrite(const std::string& data, const std::string& path) {
+    const std::string& other = path == m_cfgPath ? m_backupPath : m_cfgPath;
+    Written result = Written::FAILED;
+    if (IsCut(path) || !IsCut(other) || WriteIfRoom(data, other) == Written::WHOLE) {
+        result = WriteIfRoom(data, path);
+    } else {
+        ACM_LOG(ACM_ERROR, "[%s] is left as it is: no other copy is whole.", path.c_str());
+    }
+    if (result == Written::FAILED && m_writesDemanded) {
+        throw Poco::WriteFileException(path);
+    }
+}
+
+// A full disk would leave nothing but a cut file.
+AppCfgMgr::Written AppCfgMgr::WriteIfRoom(const std::string& data, const std::string& path) {
+    if (HasRoomFor(data.size(), path)) {
+        return Write(data, path);
+    }
+    ACM_LOG(ACM_ERROR, "no room to write [%s], which is left as it is.", path.c_str());
+    return Written::FAILED;
 }
 
 void AppCfgMgr::SyncSaveToPath(const std::string& data, const std::string& path) {
+    Write(data, path);
+}
+
+AppCfgMgr::Written AppCfgMgr::Write(const std::string& data, const std::string& path) {
     // O_NONBLOCK means nothing to a regular file; a FIFO in its place would wait for a reader without it.
     const AcmDescriptor file(open(
         path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, S_IRUSR | S_IWUSR));
     if (file.Get() == -1) {
         ACM_LOG(ACM_ERROR, "open [%s] fail.", path.c_str());
-        return;
+        return Written::NO_FILE;
     }
     bool isWhole = false;
     const ssize_t written = write(file.Get(), data.data(), data.size());
@@ -200,6 +227,7 @@ void AppCfgMgr::SyncSaveToPath(const std::string& data, const std::string& path)
         isWhole = true;
     }
     NoteCut(path, !isWhole);
+    return isWhole ? Written::WHOLE : IsCut(path) ? Written::FAILED : Written::NO_FILE;
 }
 
 void AppCfgMgr::Replace(const std::string& src, const std::string& dst) {

@@ -7,6 +7,13 @@ AppCfgStrategy::AppCfgStrategy(AppCfgMgr& manager, AppCfgStrategyType type) :
 
 AppCfgStrategy::~AppCfgStrategy() = default;
 
+void AppCfgStrategy::End() {
+    Stop();
+    if (m_stalled) {
+        Execute();
+    }
+}
+
 void AppCfgStrategy::Execute() {
     if (m_type == SAVE) {
         m_manager.Save();
