@@ -9,7 +9,6 @@
 
 #include "app_cfg_backup_strategy_factory.h"
 #include "app_cfg_crypto_mgr_factory.h"
-#include "app_cfg_instant_strategy.h"
 #include "app_cfg_json_mgr.h"
 #include "app_cfg_mgr_factory.h"
 #include "app_cfg_save_strategy_factory.h"
@@ -277,20 +276,6 @@ TEST_F(AStrategy, OfABackupNeverSaves) {
     strategy->Stop();
     EXPECT_EQ(Text("cfg"), SETTINGS);
     EXPECT_EQ(Text("bak"), "{\n  \"a\": \"2\"\n}");
-}
-
-TEST_F(AStrategy, OfNoKnownKindOrTypeDoesNothing) {
-    const auto manager = Opens();
-    for (const int32_t kind : {0, 4, -1}) {
-        EXPECT_EQ(AppCfgSaveStrategyFactory::CreateAppCfgSaveStrategy(static_cast<ConfigSaveStrategy>(kind),
-                                                                      *manager),
-                  nullptr);
-        EXPECT_EQ(AppCfgBackupStrategyFactory::CreateAppCfgBackupStrategy(
-                      static_cast<ConfigBackupStrategy>(kind), *manager),
-                  nullptr);
-    }
-    AppCfgInstantStrategy(*manager, static_cast<AppCfgStrategy::AppCfgStrategyType>(2)).Execute();
-    EXPECT_THAT(m_log.Of({}, 0), IsEmpty());
 }
 
 TEST_F(AFactory, GivesNothingForWhatCannotBeLoaded) {

@@ -118,15 +118,6 @@ TEST_F(AnEncryption, ThrowsForWhatItCannotDecrypt) {
     EXPECT_THROW(Reads(*Makes()), Poco::Exception);
 }
 
-TEST_F(AnEncryption, IsRefusedForOtherTypes) {
-    for (const int32_t type : {0, 2}) {
-        EXPECT_EQ(
-            AppCfgCryptoMgrFactory::CreateAppCfgCryptoMgr(static_cast<ConfigCryptoType>(type), "", Param()),
-            nullptr);
-    }
-    EXPECT_EQ(m_log.Errors(), (Lines{"3 not support crypto mgr[0]", "3 not support crypto mgr[2]"}));
-}
-
 TEST_F(AnEncryption, OfAnItemCoversFileAndBackupOnceSaved) {
     Writes("cfg", R"({"a":"1"})");
     EXPECT_EQ(m_client.Creates(EncryptedItem()), 200);
