@@ -3,14 +3,12 @@
 #include <Poco/Exception.h>
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/JSONException.h>
-#include <Poco/JSON/ParseHandler.h>
 #include <Poco/JSON/Parser.h>
 #include <Poco/StringTokenizer.h>
 #include <Poco/UTF8Encoding.h>
 
 #include <algorithm>
 #include <iterator>
-#include <memory>
 #include <sstream>
 #include <utility>
 #include <vector>
@@ -104,19 +102,10 @@ Poco::SharedPtr<Container> As(const Poco::Dynamic::Var& value) {
                                                               : nullptr;
 }
 
-// The pointer's own way leaks what it is given when there is no memory for its counter.
-template <typename Made, typename Base = Made>
-Poco::SharedPtr<Base> MakeShared() {
-    auto made = std::make_unique<Made>();
-    Poco::SharedPtr<Base> shared(made.get());
-    static_cast<void>(made.release());
-    return shared;
-}
-
 } // namespace
 
 AcmJsonConfiguration::AcmJsonConfiguration(const std::string& path) :
-    AcmJsonConfiguration(MakeShared<Poco::JSON::Object>(), path) {}
+    AcmJsonConfiguration(new Poco::JSON::Object, path) {}
 
 AcmJsonConfiguration::AcmJsonConfiguration(const Poco::JSON::Object::Ptr& root, const std::string& path) :
     JSONConfiguration(root), m_root(root) {
@@ -132,8 +121,7 @@ void AcmJsonConfiguration::load(const std::string& path) {
 
 void AcmJsonConfiguration::load(std::istream& stream) {
     const std::string text(std::istreambuf_iterator<char>(stream), {});
-    Poco::JSON::Parser parser(MakeShared<Poco::JSON::ParseHandler, Poco::JSON::Handler>());
-    const auto root = As<Poco::JSON::Object>(parser.parse(text));
+    const auto root = As<Poco::JSON::Object>(Poco::JSON::Parser().parse(text));
     if (root.isNull()) {
         throw Poco::JSON::JSONException("the root is no object");
     }

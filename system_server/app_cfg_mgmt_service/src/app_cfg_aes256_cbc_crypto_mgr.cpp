@@ -5,7 +5,6 @@
 #include <Poco/Crypto/OpenSSLInitializer.h>
 #include <Poco/Exception.h>
 
-#include <memory>
 #include <new>
 #include <openssl/evp.h>
 #include <sstream>
@@ -68,10 +67,8 @@ Poco::Crypto::Cipher::Ptr AppCfgAes256CbcCryptoMgr::CreateCipher() const {
     // As byte vectors: given strings, the library would derive another key from them.
     const Poco::Crypto::CipherKey::ByteVec key(m_key.begin(), m_key.end());
     const Poco::Crypto::CipherKey::ByteVec iv(m_iv.begin(), m_iv.end());
-    std::unique_ptr<Poco::Crypto::Cipher> made(Poco::Crypto::CipherFactory::defaultFactory().createCipher(
+    Poco::Crypto::Cipher::Ptr cipher(Poco::Crypto::CipherFactory::defaultFactory().createCipher(
         Poco::Crypto::CipherKey(CIPHER_NAME, key, iv)));
-    Poco::Crypto::Cipher::Ptr cipher(made.get()); // leaks nothing when there is no memory for its counter
-    static_cast<void>(made.release());
     if (cipher.isNull()) {
         throw Poco::NullPointerException("no cipher", CIPHER_NAME);
     }
