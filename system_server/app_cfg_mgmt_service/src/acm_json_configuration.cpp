@@ -3,6 +3,7 @@
 #include <Poco/Exception.h>
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/JSONException.h>
+#include <Poco/JSON/ParseHandler.h>
 #include <Poco/JSON/Parser.h>
 #include <Poco/StringTokenizer.h>
 #include <Poco/UTF8Encoding.h>
@@ -121,7 +122,9 @@ void AcmJsonConfiguration::load(const std::string& path) {
 
 void AcmJsonConfiguration::load(std::istream& stream) {
     const std::string text(std::istreambuf_iterator<char>(stream), {});
-    const auto root = As<Poco::JSON::Object>(Poco::JSON::Parser().parse(text));
+    // Made here: as the parser's default argument it leaks when there is no memory for its counter.
+    const Poco::JSON::Handler::Ptr handler(new Poco::JSON::ParseHandler);
+    auto root = As<Poco::JSON::Object>(Poco::JSON::Parser(handler).parse(text));
     if (root.isNull()) {
         throw Poco::JSON::JSONException("the root is no object");
     }
@@ -132,7 +135,8 @@ void AcmJsonConfiguration::load(std::istream& stream) {
     if (bytes > MAX_DOCUMENT_BYTES) {
         throw AcmTooLargeException("document too large");
     }
-    *m_root = *root;
+    // A copy that finds no memory half-way would leave an empty document, and that would be saved.
+    *m_root = std::move(*root);
     m_textBound.Reset(bytes);
 }
 

@@ -58,6 +58,28 @@ void EndStrategy(const std::shared_ptr<AppCfgStrategy>& strategy) {
     }
 }
 
+void StopForDelete(const AppCfgMgmtServer::AppCfgMgmtItem& item) {
+    item.appCfgMgr->RaisePendingChange();
+    if (item.saveStrategy) {
+        ACM_LOG(ACM_INFO, "stop save strategy ...");
+        item.saveStrategy->End();
+        ACM_LOG(ACM_INFO, "stop save strategy done.");
+    }
+    if (item.backupStrategy) {
+        ACM_LOG(ACM_INFO, "stop backup strategy ...");
+        item.backupStrategy->End();
+        ACM_LOG(ACM_INFO, "stop backup strategy done.");
+    }
+}
+
+// Whether they were stopped or not.
+void RestartStrategies(AppCfgMgmtServer::AppCfgMgmtItem& item) {
+    Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.saveStrategy); });
+    Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.backupStrategy); });
+    Restart(item.saveStrategy, *item.appCfgMgr, AppCfgStrategy::SAVE);
+    Restart(item.backupStrategy, *item.appCfgMgr, AppCfgStrategy::BACKUP);
+}
+
 // Ends an item's strategies on behalf of a connection that is gone: a fault in one must not keep the other,
 // or the next item, from its last save.
 void EndStrategies(AppCfgMgmtServer::AppCfgMgmtItem& item) {
@@ -336,16 +358,9 @@ void AppCfgMgmtServer::CreateAppCfgItem(tern_message* msg, kestrel_connection* c
 
 void AppCfgMgmtServer::DeleteAppCfgItem(tern_message* msg, kestrel_connection* conn) {
     ServeItem<AppCfgHndl>(msg, conn, sizeof(AppCfgHndl), [](const auto&, auto item, auto& reply) {
-        item->second.appCfgMgr->RaisePendingChange();
-        if (item->second.saveStrategy) {
-            ACM_LOG(ACM_INFO, "stop save strategy ...");
-            item->second.saveStrategy->End();
-            ACM_LOG(ACM_INFO, "stop save strategy done.");
-        }
-        if (item->second.backupStrategy) {
-            ACM_LOG(ACM_INFO, "stop backup strategy ...");
-            item->second.backupStrategy->End();
-            ACM_LOG(ACM_INFO, "stop backup strategy done.");
+        if (!Fence(LOG_FILE, __LINE__, [&] { StopForDelete(item->second); })) {
+            RestartStrategies(item->second); // the item goes on, and with it what was not saved
+            return;
         }
         ACM_LOG(ACM_INFO, "delete app cfg mgmt item... ");
         ACM_LOG(ACM_INFO, "------------cfg info------------");
@@ -366,8 +381,8 @@ void AppCfgMgmtServer::RestoreDefaultCfg(tern_message* msg, kestrel_connection* 
             return;
         }
         item.appCfgMgr->RaisePendingChange();
-        StopStrategy(item.saveStrategy);
-        StopStrategy(item.backupStrategy);
+        Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.saveStrategy); });
+        Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.backupStrategy); });
         // A restoring that fails is the operator's to see, not the client's: the item goes on as it is.
         Fence(LOG_FILE, __LINE__, [&] { item.appCfgMgr->Restore(); });
         Restart(item.saveStrategy, *item.appCfgMgr, AppCfgStrategy::SAVE);
