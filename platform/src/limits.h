@@ -83,7 +83,8 @@ constexpr std::size_t POOL_MAX_PIECE = 64U << 20;
 // a 32-bit address space still has room for.
 constexpr std::uint64_t MAX_DESCRIPTORS = 4096;
 
-// Stack of a thread that asks for none: three threads for each of a thousand items must fit into 32 bits. Sanitizers put red zones and shadow frames on the stack.
+// Stack of a thread that asks for none: three threads for each of a thousand items must fit into 32 bits.
+// Sanitizers put red zones and shadow frames on the stack.
 #if defined(KESTREL_ASAN) || defined(KESTREL_TSAN)
 constexpr std::size_t THREAD_STACK = 2U << 20;
 #else
