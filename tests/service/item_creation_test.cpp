@@ -1,5 +1,6 @@
 #include <array>
 #include <map>
+#include <pthread.h>
 
 #include "app_cfg_limits.h"
 #include "faults.h"
@@ -197,7 +198,30 @@ TEST_F(ACreation, ThatFailsLeavesAReplacedItemErased) {
     EXPECT_EQ(m_client.Value("from"), "status 404");
 }
 
+// New threads get little, as the host's do, or a 32-bit process cannot address them all.
+class ModestStacks {
+public:
+    ModestStacks() {
+        pthread_attr_t modest;
+        pthread_getattr_default_np(&m_former);
+        pthread_attr_init(&modest);
+        pthread_attr_setstacksize(&modest, 1 << 20);
+        pthread_setattr_default_np(&modest);
+        pthread_attr_destroy(&modest);
+    }
+    ~ModestStacks() {
+        pthread_setattr_default_np(&m_former);
+        pthread_attr_destroy(&m_former);
+    }
+    ModestStacks(const ModestStacks&) = delete;
+    ModestStacks& operator=(const ModestStacks&) = delete;
+
+private:
+    pthread_attr_t m_former{};
+};
+
 TEST_F(ACreation, IsRefusedWhenThereAreTooManyItems) {
+    const ModestStacks stacks;
     Writes("cfg", FROM_CFG);
     AppCfgCreateReq item = Item("cfg", "", "");
     item.saveStrategy = ConfigSaveStrategy::NONE;
