@@ -158,7 +158,7 @@ int __real_statvfs64(const char* path, struct statvfs64* status);
 int __wrap_statvfs64(const char* path, struct statvfs64* status) {
     const int result = __real_statvfs64(path, status);
     if (Left(Call::ROOM) > 0) {
-        status->f_bfree = 0;
+        status->f_bavail = 0;
     }
     return result;
 }

@@ -24,10 +24,11 @@ bool IsRegular(const std::string& path) {
     return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-// Asked first, since it is one call and the answer of nearly every day.
+// Asked first, since it is one call and the answer of nearly every day. Blocks kept for the privileged do not
+// count: whether they are ours to use is for the reservation to find out.
 bool IsMuchFree(size_t bytes, const std::string& path) {
     struct statvfs status = {};
-    return statvfs(path.c_str(), &status) != 0 || uint64_t{status.f_bfree} * status.f_frsize >= bytes;
+    return statvfs(path.c_str(), &status) != 0 || uint64_t{status.f_bavail} * status.f_frsize >= bytes;
 }
 
 } // namespace
