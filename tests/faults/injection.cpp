@@ -100,6 +100,8 @@ extern "C" {
     }
 
 FORWARDED(ssize_t, read, READ, (int fd, void* to, size_t size), (fd, to, size))
+FORWARDED(ssize_t, pread64, READ, (int fd, void* to, size_t size, off64_t at), (fd, to, size, at))
+FORWARDED(ssize_t, pwrite64, WRITE, (int fd, const void* from, size_t size, off64_t at), (fd, from, size, at))
 FORWARDED(int, ftruncate64, TRUNCATE, (int fd, off64_t length), (fd, length))
 #if __SIZEOF_POINTER__ == 4
 FORWARDED(int, __fstat64_time64, FSTAT, (int fd, void* status), (fd, status))

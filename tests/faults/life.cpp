@@ -53,6 +53,7 @@ Life::Life(const Place& place, const Format& format, const Scenario& scenario) :
 
 bool Life::LivesWith(const Fault& fault) {
     m_isHarmless = fault.call == Call::CLOSE;
+    m_isShortage = fault.call == Call::ALLOCATION || fault.call == Call::CIPHER_ALLOCATION;
     m_mayLoseConnection = fault.call == Call::ALLOCATION;
     WritesFiles();
     if (m_saved > 0 && (IsUnreadable(fault) || (IsOfWriting(fault) && m_scenario.start == Start::GOOD))) {
@@ -269,6 +270,10 @@ void Life::Restores() {
     const bool isDone = status == APP_CFG_STATUS_OK && NothingFailedSince(failures);
     Note(DEFAULT_VALUE, isDone);
     m_saved = isDone ? m_acknowledged : m_saved;
+    const std::string value = isDone ? Gets() : DEFAULT_VALUE;
+    if (value != DEFAULT_VALUE && !IsStatus(value)) {
+        Trouble("restored, and still " + value);
+    }
 }
 
 void Life::Rekeys() {
@@ -280,22 +285,27 @@ void Life::Rekeys() {
     if (status == APP_CFG_STATUS_NOT_FOUND) {
         return;
     }
-    m_isKeyKnown = NothingFailedSince(failures);
-    m_otherKey = m_format.newKey;
-    if (status == APP_CFG_STATUS_OK) {
-        m_otherKey.swap(m_key);
-        if (m_isKeyKnown) {
-            m_saved = m_acknowledged;
+    if (status != APP_CFG_STATUS_OK) {
+        m_otherKey = m_format.newKey;
+        m_isKeyKnown = NothingFailedSince(failures);
+        return;
+    }
+    m_key = m_format.newKey;
+    m_saved = m_acknowledged;
+    for (const char* name : {"cfg", "bak"}) {
+        if (m_isWritable && !IsKept(ValueIn(name, m_key))) {
+            Loss(std::string(name) + " after a key change: " + ValueIn(name, m_key));
         }
     }
 }
 
 uint16_t Life::Deletes() {
-    // An instant strategy has acted already; the others act now.
+    // An instant strategy has acted already; the others act now. What a shortage kept from being saved is
+    // saved now, or the delete is refused.
     const int failures = m_isInstant ? m_failuresAtChange : Failures();
     const uint16_t status =
         Asks(APP_CFG_URI_ITEM, APP_CFG_METHOD_DELETE, BytesOf(m_client->m_handle)).header.status;
-    if (status == APP_CFG_STATUS_OK && NothingFailedSince(failures)) {
+    if (status == APP_CFG_STATUS_OK && (m_isShortage || NothingFailedSince(failures))) {
         m_saved = m_acknowledged;
     }
     return status;

@@ -117,6 +117,7 @@ private:
     bool m_isKeyKnown = true;
     bool m_mayLoseConnection = false; // without memory there may be none for a frame or a connection
     bool m_isHarmless = false;        // the fault is one that the service may pass over
+    bool m_isShortage = false;        // the fault is one of memory
     uint32_t m_sequence = 0;
     int m_failuresAtChange = 0; // how many calls had failed when the newest value was set
     int m_requests = 0;

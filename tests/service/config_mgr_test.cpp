@@ -174,7 +174,7 @@ TEST_F(AManager, WithoutADocumentRefusesEverything) {
 
 TEST_F(AManager, ThatCannotSerialiseLeavesItsFileAlone) {
     AppCfgStrayMgr<AcmJsonConfiguration, AppCfgJsonMgrFaults> manager(Writes("cfg", SETTINGS), nullptr);
-    static_cast<AppCfgMgr&>(manager).Save();
+    EXPECT_THROW(static_cast<AppCfgMgr&>(manager).Save(), Poco::OutOfMemoryException);
     EXPECT_EQ(m_log.Errors(), Lines{"3 serialise [cfg] fail. [cfg] is left as it is."});
     EXPECT_EQ(Text("cfg"), SETTINGS);
 }

@@ -153,11 +153,11 @@ int __wrap_open64(const char* path, int flags, ...) {
     return __real_open64(path, flags, mode);
 }
 
-// A disk that is full to the last block.
+// A disk that is full to the last block, or keeps the last ones for those who ask for them by name.
 int __real_statvfs64(const char* path, struct statvfs64* status);
 int __wrap_statvfs64(const char* path, struct statvfs64* status) {
     const int result = __real_statvfs64(path, status);
-    if (Left(Call::ROOM) > 0) {
+    if (Left(Call::ROOM) > 0 || Left(Call::FREE_BLOCKS) > 0) {
         status->f_bavail = 0;
     }
     return result;

@@ -26,6 +26,7 @@ enum class Call {
     POOL,
     COPY,
     OPEN,
+    FREE_BLOCKS,
     ROOM,
     PARSE_PATH,
     THREAD,

@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include "acm_cut_files.h"
 #include "faults.h"
 #include "service_fixture.h"
 
@@ -10,6 +11,7 @@ namespace ServiceTest {
 
 using AHostilePath = AService;
 using ASharedPath = AService;
+using ACutCopy = AService;
 using AShortage = AService;
 
 constexpr char SETTINGS[] = R"({"a":"1"})";
@@ -145,14 +147,18 @@ TEST_F(AShortage, DuringASaveIsMadeUpForByTheNext) {
     EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"3\"\n}");
 }
 
+// A document that fills 64 KiB but for the blanks that a save adds: it needs more blocks than the files have.
 TEST_F(AShortage, OfRoomLeavesEveryFileWhole) {
-    Writes("def", R"({"a": "def"})");
+    const std::string wide(65525, 'x');
+    const std::string factory = R"({"a":")" + wide + R"("})";
+    Writes("def", factory);
     HasItem(SETTINGS);
     EXPECT_EQ(m_client.SetsRaw("a", "2"), 200);
     const std::string saved = Text("cfg");
     {
         const Failing failing(Call::ROOM, 1000);
-        EXPECT_EQ(m_client.SetsRaw("a", "3"), 200);
+        EXPECT_EQ(m_client.SetsRaw("a", wide), 200);
+        EXPECT_EQ(m_client.Restores(), 200);
         EXPECT_EQ(m_client.Asks(APP_CFG_URI_CRYPTO_PARAM, APP_CFG_METHOD_SET, BytesOf(m_client.m_handle))
                       .header.status,
                   400);
@@ -160,14 +166,54 @@ TEST_F(AShortage, OfRoomLeavesEveryFileWhole) {
     EXPECT_EQ(m_log.Errors(),
               (Lines{"3 no room to write [cfg], which is left as it is.",
                      "3 no room to write [bak], which is left as it is.",
+                     "3 File access error: No space left on device: cfg",
                      "3 no room to write [def], which is left as it is.", "3 Cannot write file: def"}));
     EXPECT_EQ(Text("cfg"), saved);
     EXPECT_EQ(Text("bak"), saved);
-    EXPECT_EQ(Text("def"), R"({"a": "def"})");
-    EXPECT_EQ(m_client.Deletes(), 200);
-    EXPECT_EQ(m_client.Creates(Item()), 200);
-    EXPECT_EQ(m_client.SetsRaw("a", "4"), 200);
-    EXPECT_EQ(Text("bak"), "{\n  \"a\": \"4\"\n}");
+    EXPECT_EQ(Text("def"), factory);
+    const Failing reservedAll(Call::FREE_BLOCKS, 1000);
+    EXPECT_EQ(m_client.SetsRaw("a", wide), 200);
+    EXPECT_EQ(Text("cfg").size(), factory.size() + 5);
+    EXPECT_EQ(Text("bak"), Text("cfg"));
+}
+
+// The mark stays with the copy, and the file has shown that it takes writes.
+TEST_F(ACutCopy, ThatIsGoneForGoodKeepsTheFileFromNoSave) {
+    std::filesystem::create_directory(Path("far"));
+    Writes("cfg", SETTINGS);
+    ASSERT_EQ(m_client.Creates(Item("cfg", "far/bak")), 200);
+    NoteCut(Path("far/bak"), true);
+    std::filesystem::remove_all(Path("far"));
+    EXPECT_EQ(m_client.SetsRaw("a", "2"), 200);
+    EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"2\"\n}");
+    EXPECT_EQ(m_log.Errors(), (Lines{"3 open [far/bak] fail.", "3 open [far/bak] fail."}));
+    const Failing failing(Call::OPEN, 1); // of the file that is to show it
+    EXPECT_EQ(m_client.SetsRaw("a", "3"), 200);
+    EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"2\"\n}");
+    NoteCut(Path("far/bak"), false);
+}
+
+// A restore that cannot open the backup has not touched it.
+TEST_F(ACutCopy, IsNoneThatCouldNotBeOpened) {
+    Writes("def", R"({"a":"def"})");
+    HasItem(SETTINGS);
+    {
+        const Failing failing(Call::OPEN, 3);
+        EXPECT_EQ(m_client.Restores(), 200);
+    }
+    EXPECT_EQ(m_log.Errors(), Lines{"3 File access error: Too many open files: bak"});
+    EXPECT_FALSE(IsCut(Path("bak")));
+}
+
+TEST_F(ACutCopy, IsAGoodDefaultAgainOnceItIsReplaced) {
+    Writes("def", "{");
+    HasItem(SETTINGS);
+    NoteCut(Path("def"), true);
+    EXPECT_EQ(m_client.Restores(), 200);
+    EXPECT_EQ(Text("cfg"), SETTINGS);
+    Writes("def", R"({"a":"def"})");
+    EXPECT_EQ(m_client.Restores(), 200);
+    EXPECT_EQ(m_client.Value("a"), "def");
 }
 
 // The copy that recovers a missing file is cut; what the link names goes again, the link stays.

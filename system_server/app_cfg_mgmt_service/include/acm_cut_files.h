@@ -8,14 +8,19 @@
 
 namespace SystemServer {
 
-// Remembered over the end of an item, until the file is written whole. From any thread; the lock inside is
-// held for nothing else.
+// Remembered over the end of an item, until the file is written whole or another program has replaced or
+// changed it. From any thread; the lock inside is held for nothing else.
 void NoteCut(const std::string& path, bool isCut);
 bool IsCut(const std::string& path);
 
 // False when the file is sure not to take so many bytes in place of its own. True also for what cannot be
-// told: a missing file, one that is no regular file, a file system that reserves no room.
+// told: a missing file, one that is no regular file, a file system that reserves no room, a quota on a disk
+// with room.
 bool HasRoomFor(size_t bytes, const std::string& path);
+
+// Whether the file, whose text must not be lost, can be written at all: tried with the very bytes that it
+// holds, so that a failure or a crash changes nothing. False for a file that cannot be opened.
+bool TakesWrites(const std::string& path);
 
 } // namespace SystemServer
 

@@ -24,7 +24,7 @@ public:
 
 private:
     bool HasRoomForItem() const;
-    void EraseOldItem();
+    bool EraseOldItem();
     void ExpandPaths();
     bool ArePathsValid() const;
     void LogPaths() const;

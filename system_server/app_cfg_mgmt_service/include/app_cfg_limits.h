@@ -52,8 +52,8 @@ constexpr uint64_t MAX_ARRAY_PADDING = 65535;
 constexpr size_t MAX_ITEMS = 1024;
 constexpr size_t MAX_ITEMS_PER_CONNECTION = 256;
 
-// Files whose last write failed that are remembered: two for each item.
-constexpr size_t MAX_CUT_FILES = 2 * MAX_ITEMS;
+// Files whose last write failed that are remembered, the newest ones: three for each item.
+constexpr size_t MAX_CUT_FILES = 3 * MAX_ITEMS;
 
 } // namespace SystemServer
 

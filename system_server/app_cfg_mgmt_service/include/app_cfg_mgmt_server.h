@@ -95,6 +95,9 @@ public:
     CreateAppCfgMgrByFile(ConfigStorageType storageType, const std::string& cfgPath,
                           const std::string& sourcePath, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr);
 
+    // After an end that failed: the item goes on, and with it what is not saved.
+    static void RestartStrategies(AppCfgMgmtItem& item);
+
     static const std::string SERVICE_USERNAME;
     static const std::string DEFAULT_SETTING_PATH;
     static const std::string DEFAULT_BACKUP_PATH;

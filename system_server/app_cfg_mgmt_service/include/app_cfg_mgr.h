@@ -50,7 +50,8 @@ public:
 
     virtual bool IsConfigWritable() = 0;
 
-    // Write the document to the configuration file and to the backup copy. A failed write is only logged.
+    // Write the document to the configuration file and to the backup copy. A failed write is only logged; a
+    // text that could not be made, for want of memory or by the cipher, throws.
     virtual void Save() = 0;
     virtual void Backup() = 0;
 
@@ -74,15 +75,15 @@ public:
     // From now on nothing is written: the item was never registered, and its files are to stay as they are.
     void Abandon() { m_abandoned = true; }
 
-    // Whether a write that fails throws Poco::WriteFileException beside its log line. A file that cannot be
-    // opened is only logged all the same: a default may be read-only.
+    // Whether a write that fails throws Poco::WriteFileException beside its log line, and for a file that may
+    // not be written Poco::FileReadOnlyException.
     void DemandWrites(bool demanded) { m_writesDemanded = demanded; }
 
     // Writes the file and the backup anew if an earlier write left them cut; false when one of them still is.
     bool MendCopies();
 
     // Waits until a change that was already announced has been raised, once more if a handler of the last one
-    // failed.
+    // failed. Throws when that fails again.
     void RaisePendingChange();
 
     const std::string& GetCfgPath() const { return m_cfgPath; }
@@ -127,11 +128,13 @@ private:
     bool RaiseConfigChanged() noexcept;
     bool SetItem(const std::string& item, class AcmWorkBudget& budget);
 
-    // NO_FILE: it could not be opened, or is a device.
-    enum class Written { WHOLE, NO_FILE, FAILED };
+    // A device is never cut: what was written to it counts as whole.
+    enum class Written { WHOLE, READ_ONLY, FAILED };
     static Written Write(const std::string& data, const std::string& path);
     static Written WriteIfRoom(const std::string& data, const std::string& path);
+    bool IsSafeToWrite(const std::string& data, const std::string& path) const;
     void Overwrite(const std::string& data, const std::string& path);
+    void RequireWritten(Written result, const std::string& path) const;
 
     std::atomic<bool> m_abandoned{false};
     std::atomic<bool> m_writesDemanded{false};

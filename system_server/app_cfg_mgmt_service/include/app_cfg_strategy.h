@@ -1,6 +1,7 @@
 #ifndef APP_CFG_STRATEGY_H
 #define APP_CFG_STRATEGY_H
 
+#include <atomic>
 #include <cstdint>
 
 #include "app_cfg_mgr.h"
@@ -25,9 +26,12 @@ public:
     // Does nothing for a strategy that is not running.
     virtual void Stop() = 0;
 
-    // Stops for good. A strategy that could not be started again acts here and now.
+    // Stops, and acts here and now if an action is still owed. Throws when that fails; it stays owed.
     void End();
-    void SetStalled(bool stalled) { m_stalled = stalled; }
+
+    // An action is owed after one that threw, and while a strategy should run and does not.
+    void Owe() { m_isOwed = true; }
+    bool IsOwed() const { return m_isOwed; }
 
     // Saves or backs up, by type. What the manager throws passes.
     void Execute();
@@ -37,7 +41,7 @@ protected:
 
 private:
     const AppCfgStrategyType m_type;
-    bool m_stalled = false; // it should run and does not; used on the event thread
+    std::atomic<bool> m_isOwed{false};
 };
 
 } // namespace SystemServer

@@ -1,10 +1,11 @@
 #include "acm_cut_files.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <fcntl.h>
+#include <map>
 #include <mutex>
-#include <set>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -16,12 +17,27 @@ namespace SystemServer {
 
 namespace {
 
-std::mutex g_mutex;
-std::set<std::string> g_cutFiles; // guarded by g_mutex
+// A file as its failed write left it. What is there later and differs is another's work.
+struct CutFile {
+    bool isKnown; // otherwise it could not be looked at
+    struct stat status;
+    uint64_t number; // counts up
+};
 
-bool IsRegular(const std::string& path) {
-    struct stat status = {};
-    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+std::mutex g_mutex;
+std::map<std::string, CutFile> g_cutFiles; // guarded by g_mutex
+uint64_t g_lastNumber = 0;                 // guarded by g_mutex
+
+bool IsSame(const struct stat& one, const struct stat& other) {
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino && one.st_size == other.st_size &&
+           one.st_mtim.tv_sec == other.st_mtim.tv_sec && one.st_mtim.tv_nsec == other.st_mtim.tv_nsec;
+}
+
+void ForgetOldest() {
+    const auto isOlder = [](const auto& one, const auto& other) {
+        return one.second.number < other.second.number;
+    };
+    g_cutFiles.erase(std::min_element(g_cutFiles.begin(), g_cutFiles.end(), isOlder));
 }
 
 // Asked first, since it is one call and the answer of nearly every day. Blocks kept for the privileged do not
@@ -31,40 +47,99 @@ bool IsMuchFree(size_t bytes, const std::string& path) {
     return statvfs(path.c_str(), &status) != 0 || uint64_t{status.f_bavail} * status.f_frsize >= bytes;
 }
 
+// Blocks behind the file's own, which still hold its text then. What a refusal had already taken is given
+// back, by cutting the file to the length that it has.
+bool Reserve(int fd, const struct stat& status, size_t bytes) {
+    constexpr uint64_t BLOCK = 512; // that of st_blocks, whatever the file system's
+    if (static_cast<uint64_t>(status.st_blocks) * BLOCK >= bytes) {
+        return true;
+    }
+    if (fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(bytes)) == 0) {
+        return true;
+    }
+    if (errno != ENOSPC && errno != EDQUOT) {
+        return true;
+    }
+    [[maybe_unused]] const int fault = ftruncate(fd, status.st_size);
+    return false;
+}
+
+// One pass over the file from its begin: as much as was there is there afterwards, byte for byte.
+bool WriteOverItself(int fd) {
+    char block[16384];
+    off_t at = 0;
+    for (;;) {
+        const ssize_t got = pread(fd, block, sizeof block, at);
+        if (got <= 0) {
+            return got == 0 && fsync(fd) == 0;
+        }
+        if (pwrite(fd, block, static_cast<size_t>(got), at) != got) {
+            return false;
+        }
+        at += got;
+    }
+}
+
 } // namespace
 
 void NoteCut(const std::string& path, bool isCut) {
-    if (isCut && !IsRegular(path)) {
-        return;
+    CutFile file{};
+    if (isCut) {
+        file.isKnown = stat(path.c_str(), &file.status) == 0;
+        if (file.isKnown && !S_ISREG(file.status.st_mode)) {
+            return;
+        }
     }
     const std::lock_guard<std::mutex> lock(g_mutex);
     if (!isCut) {
         g_cutFiles.erase(path);
         return;
     }
-    g_cutFiles.insert(path);
+    file.number = ++g_lastNumber;
+    g_cutFiles[path] = file;
     if (g_cutFiles.size() > MAX_CUT_FILES) {
-        g_cutFiles.erase(g_cutFiles.begin());
+        ForgetOldest();
     }
 }
 
 bool IsCut(const std::string& path) {
     const std::lock_guard<std::mutex> lock(g_mutex);
-    return g_cutFiles.count(path) > 0;
+    const auto found = g_cutFiles.find(path);
+    if (found == g_cutFiles.end()) {
+        return false;
+    }
+    struct stat status = {};
+    if (found->second.isKnown && stat(path.c_str(), &status) == 0 && !IsSame(status, found->second.status)) {
+        g_cutFiles.erase(found);
+        return false;
+    }
+    return true;
 }
 
-// Reserves blocks behind the file's own, which then still hold its text. The write that follows gives them
-// back by cutting the file before it begins.
 bool HasRoomFor(size_t bytes, const std::string& path) {
     if (bytes == 0 || IsMuchFree(bytes, path)) {
         return true;
     }
+    const bool wasCut = IsCut(path);
     const AcmDescriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-    if (file.Get() == -1 || !IsRegular(path)) {
+    struct stat status = {};
+    if (file.Get() == -1 || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return true;
     }
-    return fallocate(file.Get(), FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(bytes)) == 0 ||
-           (errno != ENOSPC && errno != EDQUOT);
+    const bool hasRoom = Reserve(file.Get(), status, bytes);
+    if (wasCut) {
+        NoteCut(path, true); // its time may have changed
+    }
+    return hasRoom;
+}
+
+bool TakesWrites(const std::string& path) {
+    const AcmDescriptor file(open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    struct stat status = {};
+    if (file.Get() == -1 || fstat(file.Get(), &status) != 0) {
+        return false;
+    }
+    return !S_ISREG(status.st_mode) || WriteOverItself(file.Get());
 }
 
 } // namespace SystemServer

@@ -112,10 +112,16 @@ void Overwrite(int fd, const struct stat& status, const std::string& content, co
     if (S_ISREG(status.st_mode) && ftruncate(fd, 0) != 0) {
         ThrowFileError(path, errno);
     }
-    WriteAll(fd, content, path);
-    if (S_ISREG(status.st_mode) && fsync(fd) != 0) {
-        ThrowFileError(path, errno);
+    try {
+        WriteAll(fd, content, path);
+        if (S_ISREG(status.st_mode) && fsync(fd) != 0) {
+            ThrowFileError(path, errno);
+        }
+    } catch (...) {
+        NoteCut(path, true);
+        throw;
     }
+    NoteCut(path, false);
 }
 
 void CopyContent(const std::string& content, const struct stat& fromStatus, const std::string& destination) {
@@ -128,6 +134,9 @@ void CopyContent(const std::string& content, const struct stat& fromStatus, cons
     }
     if (!IsWriteTarget(toStatus)) {
         throw Poco::FileException("neither a regular file nor a device", destination);
+    }
+    if (!HasRoomFor(content.size(), destination)) {
+        ThrowFileError(destination, ENOSPC);
     }
     Overwrite(to.Get(), toStatus, content, destination);
 }
@@ -179,12 +188,10 @@ void CopyRegularFile(const std::string& source, const std::string& destination) 
     const bool isNew = !Look(destination, before);
     try {
         CopyContent(content, fromStatus, destination);
-        NoteCut(destination, false);
     } catch (...) {
         if (isNew) {
             Remove(destination);
-        } else {
-            NoteCut(destination, true);
+            NoteCut(destination, false);
         }
         throw;
     }

@@ -32,13 +32,15 @@ void AppCfgDelayStrategy::Start() {
     if (m_thread) {
         return;
     }
+    m_manager.m_configChangedEvent += ChangeDelegate(this);
     m_lastActionBegun = false;
     m_running = true;
     try {
         m_thread = std::make_shared<std::thread>(&AppCfgDelayStrategy::SaveThread, this);
-        m_manager.m_configChangedEvent += ChangeDelegate(this);
     } catch (...) {
-        EndWorker();
+        m_running = false;
+        m_manager.m_configChangedEvent -= ChangeDelegate(this);
+        m_curRemainSaveDelay = 0;
         throw;
     }
 }
@@ -58,9 +60,6 @@ void AppCfgDelayStrategy::Stop() {
 void AppCfgDelayStrategy::EndWorker() {
     m_running = false;
     m_curRemainSaveDelay = 0;
-    if (!m_thread) {
-        return;
-    }
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_cv.notify_one();

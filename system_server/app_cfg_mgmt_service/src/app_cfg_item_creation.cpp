@@ -24,6 +24,15 @@ bool IsUnixPath(const std::string& path) {
     return Poco::Path().tryParse(path, Poco::Path::PATH_UNIX);
 }
 
+void EndItem(const AppCfgMgmtServer::AppCfgMgmtItem& item) {
+    item.appCfgMgr->RaisePendingChange();
+    for (const auto& strategy : {item.backupStrategy, item.saveStrategy}) {
+        if (strategy) {
+            strategy->End();
+        }
+    }
+}
+
 } // namespace
 
 AppCfgItemCreation::AppCfgItemCreation(const AppCfgCreateReq& request, kestrel_connection& conn) :
@@ -44,10 +53,9 @@ AppCfgItemCreation::~AppCfgItemCreation() {
 }
 
 uint16_t AppCfgItemCreation::Run() {
-    if (!HasRoomForItem()) {
+    if (!HasRoomForItem() || !EraseOldItem()) {
         return APP_CFG_STATUS_BAD_REQUEST;
     }
-    EraseOldItem();
     ExpandPaths();
     if (!ArePathsValid()) {
         return APP_CFG_STATUS_BAD_REQUEST;
@@ -85,21 +93,20 @@ bool AppCfgItemCreation::HasRoomForItem() const {
     return false;
 }
 
-void AppCfgItemCreation::EraseOldItem() {
+// False when the last save failed, and the old item lives on.
+bool AppCfgItemCreation::EraseOldItem() {
     auto& items = AppCfgMgmtServer::m_appCfgMgmtItemMap;
     const auto old = items.find(m_key);
     if (old == items.end()) {
-        return;
+        return true;
     }
     ACM_LOG(ACM_ERROR, "connect fd[%d] : appCfgKey[%s] already exist.", m_conn.fd, m_key.c_str());
-    old->second.appCfgMgr->RaisePendingChange();
-    if (old->second.backupStrategy) {
-        old->second.backupStrategy->End();
-    }
-    if (old->second.saveStrategy) {
-        old->second.saveStrategy->End();
+    if (!Fence(LOG_FILE, __LINE__, [&] { EndItem(old->second); })) {
+        AppCfgMgmtServer::RestartStrategies(old->second);
+        return false;
     }
     items.erase(old);
+    return true;
 }
 
 void AppCfgItemCreation::ExpandPaths() {

@@ -35,6 +35,7 @@ void Restart(std::shared_ptr<AppCfgStrategy>& strategy, AppCfgMgr& manager,
     if (!strategy) {
         return;
     }
+    const bool isOwed = strategy->IsOwed();
     bool runs = Fence(LOG_FILE, __LINE__, [&] { strategy->Start(); });
     if (!runs) {
         runs = Fence(LOG_FILE, __LINE__, [&] {
@@ -43,7 +44,11 @@ void Restart(std::shared_ptr<AppCfgStrategy>& strategy, AppCfgMgr& manager,
             strategy = std::move(instant);
         });
     }
-    strategy->SetStalled(!runs);
+    if (!runs) {
+        strategy->Owe();
+    } else if (isOwed) {
+        Fence(LOG_FILE, __LINE__, [&] { strategy->Execute(); });
+    }
 }
 
 void StopStrategy(const std::shared_ptr<AppCfgStrategy>& strategy) {
@@ -72,16 +77,7 @@ void StopForDelete(const AppCfgMgmtServer::AppCfgMgmtItem& item) {
     }
 }
 
-// Whether they were stopped or not.
-void RestartStrategies(AppCfgMgmtServer::AppCfgMgmtItem& item) {
-    Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.saveStrategy); });
-    Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.backupStrategy); });
-    Restart(item.saveStrategy, *item.appCfgMgr, AppCfgStrategy::SAVE);
-    Restart(item.backupStrategy, *item.appCfgMgr, AppCfgStrategy::BACKUP);
-}
-
-// Ends an item's strategies on behalf of a connection that is gone: a fault in one must not keep the other,
-// or the next item, from its last save.
+// A fault in one strategy must not keep the other, or the next item, from its last save.
 void EndStrategies(AppCfgMgmtServer::AppCfgMgmtItem& item) {
     Fence(LOG_FILE, __LINE__, [&] { item.appCfgMgr->RaisePendingChange(); });
     Fence(LOG_FILE, __LINE__, [&] { EndStrategy(item.saveStrategy); });
@@ -102,7 +98,12 @@ void ReencryptDefault(AppCfgMgr& manager, const std::shared_ptr<AppCfgCryptoMgr>
     const std::shared_ptr<AppCfgMgr> clone = manager.DeepClone(defaultPath);
     clone->SetCryptoMgr(cryptoMgr);
     clone->DemandWrites(true);
-    clone->Save();
+    try {
+        clone->Save();
+    } catch (const Poco::FileReadOnlyException&) {
+        // A default that nobody may change, which its line says, is no reason against new keys for the
+        // others.
+    }
     ACM_LOG(ACM_INFO, "default file update done.");
 }
 
@@ -356,10 +357,17 @@ void AppCfgMgmtServer::CreateAppCfgItem(tern_message* msg, kestrel_connection* c
     });
 }
 
+void AppCfgMgmtServer::RestartStrategies(AppCfgMgmtItem& item) {
+    Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.saveStrategy); });
+    Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.backupStrategy); });
+    Restart(item.saveStrategy, *item.appCfgMgr, AppCfgStrategy::SAVE);
+    Restart(item.backupStrategy, *item.appCfgMgr, AppCfgStrategy::BACKUP);
+}
+
 void AppCfgMgmtServer::DeleteAppCfgItem(tern_message* msg, kestrel_connection* conn) {
     ServeItem<AppCfgHndl>(msg, conn, sizeof(AppCfgHndl), [](const auto&, auto item, auto& reply) {
         if (!Fence(LOG_FILE, __LINE__, [&] { StopForDelete(item->second); })) {
-            RestartStrategies(item->second); // the item goes on, and with it what was not saved
+            RestartStrategies(item->second);
             return;
         }
         ACM_LOG(ACM_INFO, "delete app cfg mgmt item... ");
@@ -380,9 +388,7 @@ void AppCfgMgmtServer::RestoreDefaultCfg(tern_message* msg, kestrel_connection* 
                     found->first.c_str());
             return;
         }
-        item.appCfgMgr->RaisePendingChange();
-        Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.saveStrategy); });
-        Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.backupStrategy); });
+        EndStrategies(item);
         // A restoring that fails is the operator's to see, not the client's: the item goes on as it is.
         Fence(LOG_FILE, __LINE__, [&] { item.appCfgMgr->Restore(); });
         Restart(item.saveStrategy, *item.appCfgMgr, AppCfgStrategy::SAVE);

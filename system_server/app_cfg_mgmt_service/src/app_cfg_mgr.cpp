@@ -4,6 +4,7 @@
 #include <Poco/StringTokenizer.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <fcntl.h>
 #include <sstream>
 #include <sys/stat.h>
@@ -30,6 +31,21 @@ void RequireDocument(const Poco::AutoPtr<Poco::Util::AbstractConfiguration>& con
     if (config.isNull()) {
         throw Poco::NullPointerException("no document");
     }
+}
+
+// O_NONBLOCK means nothing to a regular file; a FIFO in its place would wait for a reader without it.
+int OpenEmpty(const std::string& path) {
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    int fd = -1;
+    do {
+        fd = open(path.c_str(), FLAGS, S_IRUSR | S_IWUSR);
+    } while (fd == -1 && errno == EINTR);
+    return fd;
+}
+
+bool IsDevice(int fd) {
+    struct stat status = {};
+    return fstat(fd, &status) == 0 && !S_ISREG(status.st_mode);
 }
 
 } // namespace
@@ -152,12 +168,13 @@ void AppCfgMgr::SaveCfgToPath(const std::string& path) {
     Save(stream);
     if (!stream.good()) {
         ACM_LOG(ACM_ERROR, "serialise [%s] fail. [%s] is left as it is.", m_cfgPath.c_str(), path.c_str());
-        return;
+        throw Poco::OutOfMemoryException(path); // nothing else makes such a stream bad
     }
     const std::string text = stream.str();
     if (text.size() > MAX_DOCUMENT_BYTES) {
         ACM_LOG(ACM_ERROR, "[%s] is too large to be loaded again. [%s] is left as it is.", m_cfgPath.c_str(),
                 path.c_str());
+        RequireWritten(Written::FAILED, path);
         return;
     }
     const std::lock_guard<std::mutex> lock(m_fileMutex);
@@ -181,18 +198,30 @@ bool AppCfgMgr::MendCopies() {
     return !IsCut(m_cfgPath) && !IsCut(backupPath);
 }
 
-// One copy is always whole: while the other is cut, that one is written again first.
-void AppCfgMgr::Overwrite(const std::string& data, const std::string& path) {
+// While the other copy is cut, this one is all there is: the other is written again first, or, where that
+// fails, this one's disk shows with the text that it holds that it takes writes.
+bool AppCfgMgr::IsSafeToWrite(const std::string& data, const std::string& path) const {
     const std::string& other = path == m_cfgPath ? m_backupPath : m_cfgPath;
-    Written result = Written::FAILED;
-    if (IsCut(path) || !IsCut(other) || WriteIfRoom(data, other) == Written::WHOLE) {
-        result = WriteIfRoom(data, path);
-    } else {
-        ACM_LOG(ACM_ERROR, "[%s] is left as it is: no other copy is whole.", path.c_str());
+    return IsCut(path) || !IsCut(other) || WriteIfRoom(data, other) == Written::WHOLE || TakesWrites(path);
+}
+
+void AppCfgMgr::Overwrite(const std::string& data, const std::string& path) {
+    if (IsSafeToWrite(data, path)) {
+        RequireWritten(WriteIfRoom(data, path), path);
+        return;
     }
-    if (result == Written::FAILED && m_writesDemanded) {
-        throw Poco::WriteFileException(path);
+    ACM_LOG(ACM_ERROR, "[%s] is left as it is: no other copy is whole.", path.c_str());
+    RequireWritten(Written::FAILED, path);
+}
+
+void AppCfgMgr::RequireWritten(Written result, const std::string& path) const {
+    if (!m_writesDemanded || result == Written::WHOLE) {
+        return;
     }
+    if (result == Written::READ_ONLY) {
+        throw Poco::FileReadOnlyException(path);
+    }
+    throw Poco::WriteFileException(path);
 }
 
 // A full disk would leave nothing but a cut file.
@@ -209,12 +238,11 @@ void AppCfgMgr::SyncSaveToPath(const std::string& data, const std::string& path)
 }
 
 AppCfgMgr::Written AppCfgMgr::Write(const std::string& data, const std::string& path) {
-    // O_NONBLOCK means nothing to a regular file; a FIFO in its place would wait for a reader without it.
-    const AcmDescriptor file(open(
-        path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, S_IRUSR | S_IWUSR));
+    const AcmDescriptor file(OpenEmpty(path));
     if (file.Get() == -1) {
+        const bool isReadOnly = errno == EROFS || errno == EACCES || errno == EPERM;
         ACM_LOG(ACM_ERROR, "open [%s] fail.", path.c_str());
-        return Written::NO_FILE;
+        return isReadOnly ? Written::READ_ONLY : Written::FAILED;
     }
     bool isWhole = false;
     const ssize_t written = write(file.Get(), data.data(), data.size());
@@ -227,7 +255,7 @@ AppCfgMgr::Written AppCfgMgr::Write(const std::string& data, const std::string& 
         isWhole = true;
     }
     NoteCut(path, !isWhole);
-    return isWhole ? Written::WHOLE : IsCut(path) ? Written::FAILED : Written::NO_FILE;
+    return isWhole || IsDevice(file.Get()) ? Written::WHOLE : Written::FAILED;
 }
 
 void AppCfgMgr::Replace(const std::string& src, const std::string& dst) {
@@ -243,12 +271,17 @@ void AppCfgMgr::Replace(const std::string& src, const std::string& dst) {
 }
 
 void AppCfgMgr::RaisePendingChange() {
+    const auto isRaised = [this] { return !m_notifyPending; };
     std::unique_lock<std::mutex> lock(m_notifyMutex);
+    m_notifyIdle.wait(lock, isRaised);
     if (m_notifyFailed) {
         m_notifyPending = true;
         m_notifyCond.notify_one();
+        m_notifyIdle.wait(lock, isRaised);
     }
-    m_notifyIdle.wait(lock, [this] { return !m_notifyPending; });
+    if (m_notifyFailed) {
+        throw Poco::RuntimeException("a change could not be passed on", m_cfgPath);
+    }
 }
 
 void AppCfgMgr::RunNotifyThread() {
