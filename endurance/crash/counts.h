@@ -31,6 +31,7 @@ struct Counts {
     Tally fromBackup{};
     Tally fromDefault{};
     Tally losses{};
+    int unforeseen = 0; // losses of items whose backup was whole before the crash
 
     void operator+=(const Counts& other) {
         kills += other.kills;
@@ -41,6 +42,7 @@ struct Counts {
         fromBackup += other.fromBackup;
         fromDefault += other.fromDefault;
         losses += other.losses;
+        unforeseen += other.unforeseen;
     }
 };
 

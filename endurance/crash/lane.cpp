@@ -90,16 +90,18 @@ void Lane::Round(uint32_t number) {
 
     Crash(random);
     InspectFiles(m_first);
-    if (HasCutFile() && Chance(random, RECOVERY_KILLS)) {
+    if (!ItemsWhere(&TrackedItem::HasCutFile).empty() && Chance(random, RECOVERY_KILLS)) {
         CrashInRecovery(random);
     }
     Start(m_first);
     if (m_settings.twice) {
+        m_exposed = ItemsWhere(&TrackedItem::HasCutBackup);
         m_preferCut = true;
         ChangeUntilKilled(random);
         m_preferCut = false;
         InspectFiles(m_second);
         Start(m_second);
+        m_exposed.clear();
     }
     MendAll();
 }
@@ -210,12 +212,7 @@ void Lane::EndMidway(Random& random) {
 
 // The kill finds the copying of a backup over a file that is cut.
 void Lane::CrashInRecovery(Random& random) {
-    std::vector<const TrackedItem*> cut;
-    for (const TrackedItem& item : m_items) {
-        if (item.HasCutFile()) {
-            cut.push_back(&item);
-        }
-    }
+    const std::vector<const TrackedItem*> cut = ItemsWhere(&TrackedItem::HasCutFile);
     StartHost();
     Killer killer(m_host, ItemDirectory(), {Draw(random, 1, 2), DrawLag(random), milliseconds(100)});
     try {
@@ -227,7 +224,7 @@ void Lane::CrashInRecovery(Random& random) {
     Reap(false);
     InspectFiles(m_recovering);
     for (const TrackedItem* item : cut) {
-        m_recovering.fromBackup.of[item->GetStrategy()] += item->HasCutFile() ? 0 : 1;
+        m_recovering.fromBackup.of[item->GetStrategy()] += item->HasChangedFile() ? 1 : 0;
     }
 }
 
@@ -265,6 +262,8 @@ void Lane::Start(Counts& counts) {
     for (TrackedItem& item : m_items) {
         if (!item.HoldsSaved(*m_connection)) {
             ++counts.losses.of[item.GetStrategy()];
+            const bool isExposed = std::find(m_exposed.begin(), m_exposed.end(), &item) != m_exposed.end();
+            counts.unforeseen += isExposed ? 0 : 1;
             TellLoss(item);
             item.AcceptLoss();
         }
@@ -332,9 +331,14 @@ void Lane::Mend(TrackedItem& item) {
     item.Create(*m_connection);
 }
 
-bool Lane::HasCutFile() const {
-    return std::any_of(m_items.begin(), m_items.end(),
-                       [](const TrackedItem& item) { return item.HasCutFile(); });
+std::vector<const TrackedItem*> Lane::ItemsWhere(bool (TrackedItem::*holds)() const) const {
+    std::vector<const TrackedItem*> items;
+    for (const TrackedItem& item : m_items) {
+        if ((item.*holds)()) {
+            items.push_back(&item);
+        }
+    }
+    return items;
 }
 
 TrackedItem& Lane::PickItem(Random& random) {

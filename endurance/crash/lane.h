@@ -70,7 +70,7 @@ private:
     void Connect();
     void CreateAll();
     TrackedItem& PickItem(Random& random);
-    bool HasCutFile() const;
+    std::vector<const TrackedItem*> ItemsWhere(bool (TrackedItem::*holds)() const) const;
     std::string ItemDirectory() const { return m_settings.directory + "/items"; }
 
     const Settings m_settings;
@@ -81,8 +81,9 @@ private:
     Counts m_recovering;
     Counts m_second;
     uint32_t m_round = 0;
-    bool m_killed = false;    // the last life did not end in good order
-    bool m_preferCut = false; // changes go to the items whose backups are cut
+    std::vector<const TrackedItem*> m_exposed; // their backups were cut by the crash before this one
+    bool m_killed = false;                     // the last life did not end in good order
+    bool m_preferCut = false;                  // changes go to the items whose backups are cut
 };
 
 } // namespace Endurance

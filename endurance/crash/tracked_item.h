@@ -56,6 +56,7 @@ public:
     // As the last look found them.
     bool HasCutFile() const { return !m_files.file; }
     bool HasCutBackup() const { return !m_files.backup; }
+    bool HasChangedFile() const { return m_files.file && *m_files.file != DEFAULT_NUMBER; }
 
 private:
     appcfg::Item Open(appcfg::Connection& connection) const;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -133,6 +134,7 @@ void HonestClient::End() {
     case 0:
         Expect(200, Request::DELETE_ITEM, "", [&] { m_item->Delete(); });
         Expect(404, Request::GET, "of a deleted item", [&] { m_item->Get(REFERRED_KEY); });
+        MaybeRemoveFile();
         break;
     case 1:
         m_connection.reset();
@@ -145,6 +147,16 @@ void HonestClient::End() {
         break;
     }
     m_item.reset();
+}
+
+// The next creation then finds in the backup what the file would have held.
+void HonestClient::MaybeRemoveFile() {
+    const bool isBackedUp = m_hasCopies && m_format != ConfigStorageType::INI &&
+                            m_description.saveStrategy != ConfigSaveStrategy::NONE;
+    if (isBackedUp && Pick(2) == 0) {
+        std::filesystem::remove(m_description.path);
+        m_tally.Count("files removed");
+    }
 }
 
 void HonestClient::Step() {

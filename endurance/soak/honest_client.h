@@ -33,6 +33,7 @@ private:
     void Live();
     void Begin();
     void End();
+    void MaybeRemoveFile();
     void Step();
 
     void Get(size_t count);
