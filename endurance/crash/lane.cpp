@@ -262,12 +262,17 @@ void Lane::Start(Counts& counts) {
     for (TrackedItem& item : m_items) {
         if (!item.HoldsSaved(*m_connection)) {
             ++counts.losses.of[item.GetStrategy()];
-            const bool isExposed = std::find(m_exposed.begin(), m_exposed.end(), &item) != m_exposed.end();
-            counts.unforeseen += isExposed ? 0 : 1;
+            counts.unforeseen += IsExposed(item) ? 0 : 1;
             TellLoss(item);
             item.AcceptLoss();
         }
     }
+}
+
+// The crash before this one cut the backup, and this one the file.
+bool Lane::IsExposed(const TrackedItem& item) const {
+    return item.HasCutFile() && item.HasCutBackup() &&
+           std::find(m_exposed.begin(), m_exposed.end(), &item) != m_exposed.end();
 }
 
 // With a log of its own.

@@ -62,6 +62,7 @@ private:
     // Starts the service, creates every item and checks it.
     void Start(Counts& counts);
     void CountRecoveries(Counts& counts) const;
+    bool IsExposed(const TrackedItem& item) const;
     void TellLoss(const TrackedItem& item);
     void MendAll();
     void Mend(TrackedItem& item);

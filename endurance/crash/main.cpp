@@ -26,7 +26,7 @@ using Endurance::Tally;
 constexpr unsigned LANES_PER_CORE = 4;
 constexpr unsigned MOST_LANES = 16;
 
-// So many kills meet some saves, or the harness has missed its mark: of 2,000 about 550 do.
+// So many kills meet some saves, or the harness has missed its mark: about a third do.
 constexpr int KILLS_THAT_MEET_SAVES = 50;
 
 constexpr int EXIT_INTERRUPTED = 130;

@@ -149,10 +149,11 @@ void HonestClient::End() {
     m_item.reset();
 }
 
-// The next creation then finds in the backup what the file would have held.
+// The next creation then finds in the backup what the file would have held. An instant backup does so
+// once the item has changed: before, it may hold what an earlier life did not save.
 void HonestClient::MaybeRemoveFile() {
     const bool isBackedUp = m_hasCopies && m_format != ConfigStorageType::INI &&
-                            m_description.saveStrategy != ConfigSaveStrategy::NONE;
+                            m_description.saveStrategy != ConfigSaveStrategy::NONE && m_model.HasChanged();
     if (isBackedUp && Pick(2) == 0) {
         std::filesystem::remove(m_description.path);
         m_tally.Count("files removed");

@@ -115,6 +115,7 @@ ItemModel::ItemModel(ConfigStorageType format, bool hasCopies, Values defaults) 
 void ItemModel::Begin(ConfigSaveStrategy strategy) {
     m_strategy = strategy;
     m_values = m_saved;
+    m_hasChanged = false;
 }
 
 // The last save of a strategy that waits writes what is there; an instant one has nothing left to do.
@@ -125,6 +126,7 @@ void ItemModel::End() {
 }
 
 void ItemModel::Announce() {
+    m_hasChanged = true;
     if (m_strategy == ConfigSaveStrategy::INSTANT) {
         SaveNow();
     }
@@ -134,8 +136,14 @@ void ItemModel::Restore() {
     End();
     if (m_hasCopies) {
         m_saved = m_defaults;
+        m_hasChanged = true;
     }
     m_values = m_saved;
+}
+
+void ItemModel::Rewrite() {
+    m_hasChanged = true;
+    SaveNow();
 }
 
 void ItemModel::SaveNow() {

@@ -44,7 +44,10 @@ public:
 
     void Restore();
     // A key change writes the file, whatever the strategy.
-    void Rewrite() { SaveNow(); }
+    void Rewrite();
+
+    // Whether anything happened since the beginning that an instant backup follows.
+    bool HasChanged() const { return m_hasChanged; }
 
     const Values& All() const { return m_values; }
     // What a get answers: references are expanded.
@@ -60,6 +63,7 @@ private:
     SystemServer::ConfigSaveStrategy m_strategy = SystemServer::ConfigSaveStrategy::NONE;
     Values m_values;
     Values m_saved;
+    bool m_hasChanged = false;
 };
 
 } // namespace Endurance

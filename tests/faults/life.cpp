@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "item_encryption.h"
 
@@ -290,11 +291,12 @@ void Life::Rekeys() {
         m_isKeyKnown = NothingFailedSince(failures);
         return;
     }
-    m_key = m_format.newKey;
+    const std::string oldKey = std::exchange(m_key, m_format.newKey);
     m_saved = m_acknowledged;
     for (const char* name : {"cfg", "bak"}) {
-        if (m_isWritable && !IsKept(ValueIn(name, m_key))) {
-            Loss(std::string(name) + " after a key change: " + ValueIn(name, m_key));
+        const bool isOld = m_isWritable && m_key != oldKey && ValueIn(name, oldKey) != "(none)";
+        if (isOld) { // or empty, if a strategy is writing it just now
+            Loss(std::string(name) + " is in the old key: " + ValueIn(name, oldKey));
         }
     }
 }

@@ -16,6 +16,26 @@ using AShortage = AService;
 
 constexpr char SETTINGS[] = R"({"a":"1"})";
 
+// While it lives, no file can be written beyond so many bytes.
+class LongestFile {
+public:
+    explicit LongestFile(rlim_t bytes) : m_handler(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &m_former);
+        const rlimit tight{bytes, m_former.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &tight);
+    }
+    ~LongestFile() {
+        setrlimit(RLIMIT_FSIZE, &m_former);
+        std::signal(SIGXFSZ, m_handler);
+    }
+    LongestFile(const LongestFile&) = delete;
+    LongestFile& operator=(const LongestFile&) = delete;
+
+private:
+    void (*const m_handler)(int);
+    rlimit m_former{};
+};
+
 struct PathCase {
     std::string path;
     uint16_t asFile; // the answer when the configuration path is this
@@ -147,17 +167,14 @@ TEST_F(AShortage, DuringASaveIsMadeUpForByTheNext) {
     EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"3\"\n}");
 }
 
-// A document that fills 64 KiB but for the blanks that a save adds: it needs more blocks than the files have.
 TEST_F(AShortage, OfRoomLeavesEveryFileWhole) {
-    const std::string wide(65525, 'x');
-    const std::string factory = R"({"a":")" + wide + R"("})";
-    Writes("def", factory);
+    Writes("def", R"({"a": "def"})");
     HasItem(SETTINGS);
     EXPECT_EQ(m_client.SetsRaw("a", "2"), 200);
     const std::string saved = Text("cfg");
     {
         const Failing failing(Call::ROOM, 1000);
-        EXPECT_EQ(m_client.SetsRaw("a", wide), 200);
+        EXPECT_EQ(m_client.SetsRaw("a", "3"), 200);
         EXPECT_EQ(m_client.Restores(), 200);
         EXPECT_EQ(m_client.Asks(APP_CFG_URI_CRYPTO_PARAM, APP_CFG_METHOD_SET, BytesOf(m_client.m_handle))
                       .header.status,
@@ -170,11 +187,20 @@ TEST_F(AShortage, OfRoomLeavesEveryFileWhole) {
                      "3 no room to write [def], which is left as it is.", "3 Cannot write file: def"}));
     EXPECT_EQ(Text("cfg"), saved);
     EXPECT_EQ(Text("bak"), saved);
-    EXPECT_EQ(Text("def"), factory);
+    EXPECT_EQ(Text("def"), R"({"a": "def"})");
     const Failing reservedAll(Call::FREE_BLOCKS, 1000);
-    EXPECT_EQ(m_client.SetsRaw("a", wide), 200);
-    EXPECT_EQ(Text("cfg").size(), factory.size() + 5);
+    EXPECT_EQ(m_client.SetsRaw("a", "4"), 200);
+    EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"4\"\n}");
     EXPECT_EQ(Text("bak"), Text("cfg"));
+}
+
+TEST_F(AShortage, OfLengthForFilesLeavesThemWhole) {
+    HasItem(SETTINGS);
+    const LongestFile tight(100);
+    EXPECT_EQ(m_client.SetsRaw("a", std::string(1000, 'x')), 200);
+    EXPECT_EQ(Text("cfg"), SETTINGS);
+    EXPECT_EQ(m_client.SetsRaw("a", "2"), 200);
+    EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"2\"\n}");
 }
 
 // The mark stays with the copy, and the file has shown that it takes writes.
@@ -187,9 +213,23 @@ TEST_F(ACutCopy, ThatIsGoneForGoodKeepsTheFileFromNoSave) {
     EXPECT_EQ(m_client.SetsRaw("a", "2"), 200);
     EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"2\"\n}");
     EXPECT_EQ(m_log.Errors(), (Lines{"3 open [far/bak] fail.", "3 open [far/bak] fail."}));
-    const Failing failing(Call::OPEN, 1); // of the file that is to show it
-    EXPECT_EQ(m_client.SetsRaw("a", "3"), 200);
-    EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"2\"\n}");
+    {
+        const Failing failing(Call::OPEN, 1); // of the file that is to show it
+        EXPECT_EQ(m_client.SetsRaw("a", "3"), 200);
+        EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"2\"\n}");
+    }
+    {
+        const Failing failing(Call::ROOM, 1000);
+        EXPECT_EQ(m_client.SetsRaw("a", "longer"), 200);
+        EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"2\"\n}");
+        EXPECT_EQ(m_client.SetsRaw("a", ""), 200);
+        EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"\"\n}");
+    }
+    EXPECT_EQ(m_client.SetsRaw("a", "longer"), 200);
+    EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"longer\"\n}");
+    std::filesystem::remove(Path("cfg"));
+    EXPECT_EQ(m_client.SetsRaw("a", "4"), 200);
+    EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"4\"\n}");
     NoteCut(Path("far/bak"), false);
 }
 
@@ -216,18 +256,14 @@ TEST_F(ACutCopy, IsAGoodDefaultAgainOnceItIsReplaced) {
     EXPECT_EQ(m_client.Value("a"), "def");
 }
 
-// The copy that recovers a missing file is cut; what the link names goes again, the link stays.
+// The copy that recovers a missing file is not made; what the link names goes again, the link stays.
 TEST_F(AShortage, OfRoomForARecoveryLeavesNoPart) {
     Writes("bak", SETTINGS);
     std::filesystem::create_symlink(Path("target"), Path("cfg"));
-    rlimit former{};
-    getrlimit(RLIMIT_FSIZE, &former);
-    const rlimit tight{5, former.rlim_max};
-    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-    setrlimit(RLIMIT_FSIZE, &tight);
-    EXPECT_EQ(m_client.Creates(Item()), 400);
-    setrlimit(RLIMIT_FSIZE, &former);
-    std::signal(SIGXFSZ, handler);
+    {
+        const LongestFile tight(5);
+        EXPECT_EQ(m_client.Creates(Item()), 400);
+    }
     EXPECT_EQ(Text("target"), "(missing)");
     EXPECT_TRUE(std::filesystem::is_symlink(Path("cfg")));
     EXPECT_EQ(m_client.Creates(Item()), 200);

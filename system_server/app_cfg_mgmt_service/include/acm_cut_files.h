@@ -18,9 +18,10 @@ bool IsCut(const std::string& path);
 // with room.
 bool HasRoomFor(size_t bytes, const std::string& path);
 
-// Whether the file, whose text must not be lost, can be written at all: tried with the very bytes that it
-// holds, so that a failure or a crash changes nothing. False for a file that cannot be opened.
-bool TakesWrites(const std::string& path);
+// Whether the file, whose text must not be lost, takes so many bytes written over its own: there is room for
+// them, and the very bytes that it holds, with which a failure or a crash changes nothing, can be written.
+// False for what cannot be told.
+bool IsSureToTake(size_t bytes, const std::string& path);
 
 } // namespace SystemServer
 

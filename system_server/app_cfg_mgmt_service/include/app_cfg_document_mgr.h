@@ -39,7 +39,7 @@ public:
                 return -1;
             }
         }
-        m_configChangedEvent(this, m_cfgPath);
+        RaiseHere();
         return 0;
     }
 

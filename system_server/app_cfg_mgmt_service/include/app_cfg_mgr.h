@@ -101,6 +101,10 @@ protected:
     void SaveCfgToPath(const std::string& path);
     void NotifyConfigChanged();
 
+    // Raises the change event on the calling thread. What a handler throws passes; the change is raised once
+    // more before the item ends.
+    void RaiseHere();
+
     // A copy of the encryption manager that works on another file; empty for plain files.
     std::shared_ptr<AppCfgCryptoMgr> CloneCryptoMgr(const std::string& path) const;
 
@@ -130,9 +134,9 @@ private:
 
     // A device is never cut: what was written to it counts as whole.
     enum class Written { WHOLE, READ_ONLY, FAILED };
-    static Written Write(const std::string& data, const std::string& path);
+    static Written Write(const std::string& data, const std::string& path, int truncation);
     static Written WriteIfRoom(const std::string& data, const std::string& path);
-    bool IsSafeToWrite(const std::string& data, const std::string& path) const;
+    static Written WriteLastCopy(const std::string& data, const std::string& path);
     void Overwrite(const std::string& data, const std::string& path);
     void RequireWritten(Written result, const std::string& path) const;
 

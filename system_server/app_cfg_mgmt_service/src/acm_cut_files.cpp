@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <map>
 #include <mutex>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -40,6 +41,22 @@ void ForgetOldest() {
     g_cutFiles.erase(std::min_element(g_cutFiles.begin(), g_cutFiles.end(), isOlder));
 }
 
+bool Find(const std::string& path, CutFile& file) {
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    const auto found = g_cutFiles.find(path);
+    if (found == g_cutFiles.end()) {
+        return false;
+    }
+    file = found->second;
+    return true;
+}
+
+// A write beyond the bound would end the process by a signal, if nobody ignores it.
+bool IsAllowed(size_t bytes) {
+    rlimit longest = {};
+    return getrlimit(RLIMIT_FSIZE, &longest) != 0 || bytes <= longest.rlim_cur;
+}
+
 // Asked first, since it is one call and the answer of nearly every day. Blocks kept for the privileged do not
 // count: whether they are ours to use is for the reservation to find out.
 bool IsMuchFree(size_t bytes, const std::string& path) {
@@ -47,21 +64,15 @@ bool IsMuchFree(size_t bytes, const std::string& path) {
     return statvfs(path.c_str(), &status) != 0 || uint64_t{status.f_bavail} * status.f_frsize >= bytes;
 }
 
-// Blocks behind the file's own, which still hold its text then. What a refusal had already taken is given
-// back, by cutting the file to the length that it has.
-bool Reserve(int fd, const struct stat& status, size_t bytes) {
-    constexpr uint64_t BLOCK = 512; // that of st_blocks, whatever the file system's
-    if (static_cast<uint64_t>(status.st_blocks) * BLOCK >= bytes) {
-        return true;
-    }
+// Blocks behind the file's own, which still hold its text then. 0, or the error; what a refusal had already
+// taken is given back, by cutting the file to the length that it has.
+int Reserve(int fd, const struct stat& status, size_t bytes) {
     if (fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(bytes)) == 0) {
-        return true;
+        return 0;
     }
-    if (errno != ENOSPC && errno != EDQUOT) {
-        return true;
-    }
+    const int error = errno;
     [[maybe_unused]] const int fault = ftruncate(fd, status.st_size);
-    return false;
+    return error;
 }
 
 // One pass over the file from its begin: as much as was there is there afterwards, byte for byte.
@@ -103,20 +114,32 @@ void NoteCut(const std::string& path, bool isCut) {
 }
 
 bool IsCut(const std::string& path) {
-    const std::lock_guard<std::mutex> lock(g_mutex);
-    const auto found = g_cutFiles.find(path);
-    if (found == g_cutFiles.end()) {
+    CutFile file{};
+    if (!Find(path, file)) {
         return false;
     }
     struct stat status = {};
-    if (found->second.isKnown && stat(path.c_str(), &status) == 0 && !IsSame(status, found->second.status)) {
+    if (stat(path.c_str(), &status) != 0 || (file.isKnown && IsSame(status, file.status))) {
+        return true;
+    }
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    const auto found = g_cutFiles.find(path);
+    if (found == g_cutFiles.end() || found->second.number != file.number) {
+        return found != g_cutFiles.end(); // written meanwhile
+    }
+    if (file.isKnown) {
         g_cutFiles.erase(found);
         return false;
     }
+    found->second.isKnown = true;
+    found->second.status = status;
     return true;
 }
 
 bool HasRoomFor(size_t bytes, const std::string& path) {
+    if (!IsAllowed(bytes)) {
+        return false;
+    }
     if (bytes == 0 || IsMuchFree(bytes, path)) {
         return true;
     }
@@ -126,20 +149,28 @@ bool HasRoomFor(size_t bytes, const std::string& path) {
     if (file.Get() == -1 || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return true;
     }
-    const bool hasRoom = Reserve(file.Get(), status, bytes);
+    const int error = Reserve(file.Get(), status, bytes);
     if (wasCut) {
         NoteCut(path, true); // its time may have changed
     }
-    return hasRoom;
+    return error != ENOSPC && error != EDQUOT;
 }
 
-bool TakesWrites(const std::string& path) {
+bool IsSureToTake(size_t bytes, const std::string& path) {
     const AcmDescriptor file(open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    if (file.Get() == -1) {
+        return errno == ENOENT; // nothing is there to be lost
+    }
     struct stat status = {};
-    if (file.Get() == -1 || fstat(file.Get(), &status) != 0) {
+    if (fstat(file.Get(), &status) != 0) {
         return false;
     }
-    return !S_ISREG(status.st_mode) || WriteOverItself(file.Get());
+    if (!S_ISREG(status.st_mode)) {
+        return true;
+    }
+    const bool hasRoom =
+        bytes <= static_cast<uint64_t>(status.st_size) || Reserve(file.Get(), status, bytes) == 0;
+    return hasRoom && IsAllowed(bytes) && WriteOverItself(file.Get());
 }
 
 } // namespace SystemServer

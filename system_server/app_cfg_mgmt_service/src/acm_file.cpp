@@ -143,11 +143,9 @@ void CopyContent(const std::string& content, const struct stat& fromStatus, cons
 
 // A part of a copy must not stand for the file: cut INI text loads like any other. What a link names goes,
 // and the link stays.
-void Remove(const std::string& path) {
+bool Remove(const std::string& path) {
     char target[PATH_MAX];
-    if (realpath(path.c_str(), target) != nullptr) {
-        unlink(target);
-    }
+    return realpath(path.c_str(), target) != nullptr && unlink(target) == 0;
 }
 
 } // namespace
@@ -189,8 +187,7 @@ void CopyRegularFile(const std::string& source, const std::string& destination) 
     try {
         CopyContent(content, fromStatus, destination);
     } catch (...) {
-        if (isNew) {
-            Remove(destination);
+        if (isNew && Remove(destination)) {
             NoteCut(destination, false);
         }
         throw;

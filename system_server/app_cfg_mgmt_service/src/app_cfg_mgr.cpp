@@ -34,11 +34,11 @@ void RequireDocument(const Poco::AutoPtr<Poco::Util::AbstractConfiguration>& con
 }
 
 // O_NONBLOCK means nothing to a regular file; a FIFO in its place would wait for a reader without it.
-int OpenEmpty(const std::string& path) {
-    constexpr int FLAGS = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+int OpenForWriting(const std::string& path, int truncation) {
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
     int fd = -1;
     do {
-        fd = open(path.c_str(), FLAGS, S_IRUSR | S_IWUSR);
+        fd = open(path.c_str(), FLAGS | truncation, S_IRUSR | S_IWUSR);
     } while (fd == -1 && errno == EINTR);
     return fd;
 }
@@ -143,7 +143,7 @@ void AppCfgMgr::Restore() {
     if (defaultPath.empty()) {
         return;
     }
-    if (IsCut(defaultPath)) {
+    if (FileExists(defaultPath) && IsCut(defaultPath)) {
         throw Poco::ReadFileException("cut by an earlier write", defaultPath);
     }
     Replace(defaultPath, m_cfgPath);
@@ -198,20 +198,11 @@ bool AppCfgMgr::MendCopies() {
     return !IsCut(m_cfgPath) && !IsCut(backupPath);
 }
 
-// While the other copy is cut, this one is all there is: the other is written again first, or, where that
-// fails, this one's disk shows with the text that it holds that it takes writes.
-bool AppCfgMgr::IsSafeToWrite(const std::string& data, const std::string& path) const {
-    const std::string& other = path == m_cfgPath ? m_backupPath : m_cfgPath;
-    return IsCut(path) || !IsCut(other) || WriteIfRoom(data, other) == Written::WHOLE || TakesWrites(path);
-}
-
+// While the other copy is cut, that one is written again first, or this one is the last.
 void AppCfgMgr::Overwrite(const std::string& data, const std::string& path) {
-    if (IsSafeToWrite(data, path)) {
-        RequireWritten(WriteIfRoom(data, path), path);
-        return;
-    }
-    ACM_LOG(ACM_ERROR, "[%s] is left as it is: no other copy is whole.", path.c_str());
-    RequireWritten(Written::FAILED, path);
+    const std::string& other = path == m_cfgPath ? m_backupPath : m_cfgPath;
+    const bool isLast = !IsCut(path) && IsCut(other) && WriteIfRoom(data, other) != Written::WHOLE;
+    RequireWritten(isLast ? WriteLastCopy(data, path) : WriteIfRoom(data, path), path);
 }
 
 void AppCfgMgr::RequireWritten(Written result, const std::string& path) const {
@@ -227,18 +218,27 @@ void AppCfgMgr::RequireWritten(Written result, const std::string& path) const {
 // A full disk would leave nothing but a cut file.
 AppCfgMgr::Written AppCfgMgr::WriteIfRoom(const std::string& data, const std::string& path) {
     if (HasRoomFor(data.size(), path)) {
-        return Write(data, path);
+        return Write(data, path, O_TRUNC);
     }
     ACM_LOG(ACM_ERROR, "no room to write [%s], which is left as it is.", path.c_str());
     return Written::FAILED;
 }
 
-void AppCfgMgr::SyncSaveToPath(const std::string& data, const std::string& path) {
-    Write(data, path);
+// Without giving its blocks back first, which could then be another's.
+AppCfgMgr::Written AppCfgMgr::WriteLastCopy(const std::string& data, const std::string& path) {
+    if (IsSureToTake(data.size(), path)) {
+        return Write(data, path, 0);
+    }
+    ACM_LOG(ACM_ERROR, "[%s] is left as it is: no other copy is whole.", path.c_str());
+    return Written::FAILED;
 }
 
-AppCfgMgr::Written AppCfgMgr::Write(const std::string& data, const std::string& path) {
-    const AcmDescriptor file(OpenEmpty(path));
+void AppCfgMgr::SyncSaveToPath(const std::string& data, const std::string& path) {
+    Write(data, path, O_TRUNC);
+}
+
+AppCfgMgr::Written AppCfgMgr::Write(const std::string& data, const std::string& path, int truncation) {
+    const AcmDescriptor file(OpenForWriting(path, truncation));
     if (file.Get() == -1) {
         const bool isReadOnly = errno == EROFS || errno == EACCES || errno == EPERM;
         ACM_LOG(ACM_ERROR, "open [%s] fail.", path.c_str());
@@ -249,6 +249,8 @@ AppCfgMgr::Written AppCfgMgr::Write(const std::string& data, const std::string& 
     if (written < 0 || static_cast<size_t>(written) != data.size()) {
         ACM_LOG(ACM_ERROR, "write [%s] fail.required wr len[%zu] actual wr len[%zd].", path.c_str(),
                 data.size(), written);
+    } else if (truncation == 0 && ftruncate(file.Get(), static_cast<off_t>(data.size())) == -1) {
+        ACM_LOG(ACM_ERROR, "truncate [%s] fail.", path.c_str());
     } else if (fsync(file.Get()) == -1) {
         ACM_LOG(ACM_ERROR, "fsync [%s] fail.", path.c_str());
     } else {
@@ -299,6 +301,16 @@ void AppCfgMgr::NotifyConfigChanged() {
             m_notifyPending = false;
             m_notifyIdle.notify_all();
         }
+    }
+}
+
+void AppCfgMgr::RaiseHere() {
+    try {
+        m_configChangedEvent(this, m_cfgPath);
+    } catch (...) {
+        const std::lock_guard<std::mutex> lock(m_notifyMutex);
+        m_notifyFailed = true;
+        throw;
     }
 }
 
