@@ -294,9 +294,11 @@ void Life::Rekeys() {
     const std::string oldKey = std::exchange(m_key, m_format.newKey);
     m_saved = m_acknowledged;
     for (const char* name : {"cfg", "bak"}) {
-        const bool isOld = m_isWritable && m_key != oldKey && ValueIn(name, oldKey) != "(none)";
-        if (isOld) { // or empty, if a strategy is writing it just now
-            Loss(std::string(name) + " is in the old key: " + ValueIn(name, oldKey));
+        // A waiting strategy may be writing it just now.
+        const bool isOld = m_isInstant ? !IsKept(ValueIn(name, m_key))
+                                       : m_key != oldKey && ValueIn(name, oldKey) != "(none)";
+        if (m_isWritable && isOld) {
+            Loss(std::string(name) + " is not in the new key: " + ValueIn(name, m_key));
         }
     }
 }

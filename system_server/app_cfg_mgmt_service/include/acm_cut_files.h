@@ -20,7 +20,7 @@ bool HasRoomFor(size_t bytes, const std::string& path);
 
 // Whether the file, whose text must not be lost, takes so many bytes written over its own: there is room for
 // them, and the very bytes that it holds, with which a failure or a crash changes nothing, can be written.
-// False for what cannot be told.
+// False for what cannot be told. A file system that reserves nothing is asked what it has.
 bool IsSureToTake(size_t bytes, const std::string& path);
 
 } // namespace SystemServer

@@ -134,7 +134,7 @@ private:
 
     // A device is never cut: what was written to it counts as whole.
     enum class Written { WHOLE, READ_ONLY, FAILED };
-    static Written Write(const std::string& data, const std::string& path, int truncation);
+    static Written Write(const std::string& data, const std::string& path);
     static Written WriteIfRoom(const std::string& data, const std::string& path);
     static Written WriteLastCopy(const std::string& data, const std::string& path);
     void Overwrite(const std::string& data, const std::string& path);

@@ -52,7 +52,7 @@ bool Find(const std::string& path, CutFile& file) {
 }
 
 // A write beyond the bound would end the process by a signal, if nobody ignores it.
-bool IsAllowed(size_t bytes) {
+bool IsAllowed(uint64_t bytes) {
     rlimit longest = {};
     return getrlimit(RLIMIT_FSIZE, &longest) != 0 || bytes <= longest.rlim_cur;
 }
@@ -61,7 +61,12 @@ bool IsAllowed(size_t bytes) {
 // count: whether they are ours to use is for the reservation to find out.
 bool IsMuchFree(size_t bytes, const std::string& path) {
     struct statvfs status = {};
-    return statvfs(path.c_str(), &status) != 0 || uint64_t{status.f_bavail} * status.f_frsize >= bytes;
+    return statvfs(path.c_str(), &status) != 0 || status.f_blocks == 0 || // of no size that it tells
+           uint64_t{status.f_bavail} * status.f_frsize >= bytes;
+}
+
+bool IsFull(int error) {
+    return error == ENOSPC || error == EDQUOT;
 }
 
 // Blocks behind the file's own, which still hold its text then. 0, or the error; what a refusal had already
@@ -96,10 +101,11 @@ bool WriteOverItself(int fd) {
 void NoteCut(const std::string& path, bool isCut) {
     CutFile file{};
     if (isCut) {
-        file.isKnown = stat(path.c_str(), &file.status) == 0;
-        if (file.isKnown && !S_ISREG(file.status.st_mode)) {
+        const bool isThere = stat(path.c_str(), &file.status) == 0;
+        if (isThere && !S_ISREG(file.status.st_mode)) {
             return;
         }
+        file.isKnown = isThere || errno == ENOENT; // what comes to be there is another's work, too
     }
     const std::lock_guard<std::mutex> lock(g_mutex);
     if (!isCut) {
@@ -137,23 +143,26 @@ bool IsCut(const std::string& path) {
 }
 
 bool HasRoomFor(size_t bytes, const std::string& path) {
+    struct stat status = {};
     if (!IsAllowed(bytes)) {
-        return false;
+        return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
     }
     if (bytes == 0 || IsMuchFree(bytes, path)) {
         return true;
     }
     const bool wasCut = IsCut(path);
     const AcmDescriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-    struct stat status = {};
-    if (file.Get() == -1 || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (file.Get() == -1) {
+        return !IsFull(errno); // to open a file of an overlay's lower layer copies it
+    }
+    if (fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return true;
     }
     const int error = Reserve(file.Get(), status, bytes);
     if (wasCut) {
         NoteCut(path, true); // its time may have changed
     }
-    return error != ENOSPC && error != EDQUOT;
+    return !IsFull(error);
 }
 
 bool IsSureToTake(size_t bytes, const std::string& path) {
@@ -168,9 +177,12 @@ bool IsSureToTake(size_t bytes, const std::string& path) {
     if (!S_ISREG(status.st_mode)) {
         return true;
     }
-    const bool hasRoom =
-        bytes <= static_cast<uint64_t>(status.st_size) || Reserve(file.Get(), status, bytes) == 0;
-    return hasRoom && IsAllowed(bytes) && WriteOverItself(file.Get());
+    const auto length = static_cast<uint64_t>(status.st_size);
+    if (!IsAllowed(std::max<uint64_t>(bytes, length))) {
+        return false;
+    }
+    const int error = bytes <= length ? 0 : Reserve(file.Get(), status, bytes);
+    return (error == 0 || (error == EOPNOTSUPP && IsMuchFree(bytes, path))) && WriteOverItself(file.Get());
 }
 
 } // namespace SystemServer

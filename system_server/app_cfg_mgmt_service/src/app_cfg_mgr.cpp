@@ -34,11 +34,11 @@ void RequireDocument(const Poco::AutoPtr<Poco::Util::AbstractConfiguration>& con
 }
 
 // O_NONBLOCK means nothing to a regular file; a FIFO in its place would wait for a reader without it.
-int OpenForWriting(const std::string& path, int truncation) {
-    constexpr int FLAGS = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+int OpenEmpty(const std::string& path) {
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
     int fd = -1;
     do {
-        fd = open(path.c_str(), FLAGS | truncation, S_IRUSR | S_IWUSR);
+        fd = open(path.c_str(), FLAGS, S_IRUSR | S_IWUSR);
     } while (fd == -1 && errno == EINTR);
     return fd;
 }
@@ -188,14 +188,19 @@ void AppCfgMgr::SaveCfgToPath(const std::string& path) {
 }
 
 bool AppCfgMgr::MendCopies() {
+    // Under the lock of the writers: a file that changes while one of them is at it is not another's work.
+    const auto isCut = [this](const std::string& path) {
+        const std::lock_guard<std::mutex> lock(m_fileMutex);
+        return IsCut(path);
+    };
     const std::string backupPath = GetBackupPath();
-    if (IsCut(m_cfgPath)) {
+    if (isCut(m_cfgPath)) {
         Save();
     }
-    if (IsCut(backupPath)) {
+    if (isCut(backupPath)) {
         Backup();
     }
-    return !IsCut(m_cfgPath) && !IsCut(backupPath);
+    return !isCut(m_cfgPath) && !isCut(backupPath);
 }
 
 // While the other copy is cut, that one is written again first, or this one is the last.
@@ -218,27 +223,26 @@ void AppCfgMgr::RequireWritten(Written result, const std::string& path) const {
 // A full disk would leave nothing but a cut file.
 AppCfgMgr::Written AppCfgMgr::WriteIfRoom(const std::string& data, const std::string& path) {
     if (HasRoomFor(data.size(), path)) {
-        return Write(data, path, O_TRUNC);
+        return Write(data, path);
     }
     ACM_LOG(ACM_ERROR, "no room to write [%s], which is left as it is.", path.c_str());
     return Written::FAILED;
 }
 
-// Without giving its blocks back first, which could then be another's.
 AppCfgMgr::Written AppCfgMgr::WriteLastCopy(const std::string& data, const std::string& path) {
     if (IsSureToTake(data.size(), path)) {
-        return Write(data, path, 0);
+        return Write(data, path);
     }
     ACM_LOG(ACM_ERROR, "[%s] is left as it is: no other copy is whole.", path.c_str());
     return Written::FAILED;
 }
 
 void AppCfgMgr::SyncSaveToPath(const std::string& data, const std::string& path) {
-    Write(data, path, O_TRUNC);
+    Write(data, path);
 }
 
-AppCfgMgr::Written AppCfgMgr::Write(const std::string& data, const std::string& path, int truncation) {
-    const AcmDescriptor file(OpenForWriting(path, truncation));
+AppCfgMgr::Written AppCfgMgr::Write(const std::string& data, const std::string& path) {
+    const AcmDescriptor file(OpenEmpty(path));
     if (file.Get() == -1) {
         const bool isReadOnly = errno == EROFS || errno == EACCES || errno == EPERM;
         ACM_LOG(ACM_ERROR, "open [%s] fail.", path.c_str());
@@ -249,8 +253,6 @@ AppCfgMgr::Written AppCfgMgr::Write(const std::string& data, const std::string& 
     if (written < 0 || static_cast<size_t>(written) != data.size()) {
         ACM_LOG(ACM_ERROR, "write [%s] fail.required wr len[%zu] actual wr len[%zd].", path.c_str(),
                 data.size(), written);
-    } else if (truncation == 0 && ftruncate(file.Get(), static_cast<off_t>(data.size())) == -1) {
-        ACM_LOG(ACM_ERROR, "truncate [%s] fail.", path.c_str());
     } else if (fsync(file.Get()) == -1) {
         ACM_LOG(ACM_ERROR, "fsync [%s] fail.", path.c_str());
     } else {
