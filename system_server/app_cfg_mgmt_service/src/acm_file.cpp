@@ -14,6 +14,7 @@
 
 #include "acm_cut_files.h"
 #include "acm_descriptor.h"
+#include "acm_room.h"
 #include "app_cfg_limits.h"
 
 namespace SystemServer {

@@ -13,6 +13,7 @@
 #include "acm_cut_files.h"
 #include "acm_descriptor.h"
 #include "acm_file.h"
+#include "acm_room.h"
 #include "acm_value_lookup.h"
 #include "app_cfg_fault.h"
 #include "app_cfg_limits.h"
