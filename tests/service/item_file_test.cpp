@@ -201,6 +201,11 @@ TEST_F(AShortage, OfLengthForFilesLeavesThemWhole) {
     EXPECT_EQ(Text("cfg"), SETTINGS);
     EXPECT_EQ(m_client.SetsRaw("a", "2"), 200);
     EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"2\"\n}");
+    const LongestFile tighter(5);
+    AppCfgCreateReq item = Item("cfg", "", "");
+    Put(item.backupPath, "/dev/null"); // has no length
+    EXPECT_EQ(m_client.Creates(item), 200);
+    EXPECT_EQ(m_client.Deletes(), 200);
 }
 
 // The mark stays with the copy, and the file has shown that it takes writes.
@@ -227,6 +232,11 @@ TEST_F(ACutCopy, ThatIsGoneForGoodKeepsTheFileFromNoSave) {
     }
     EXPECT_EQ(m_client.SetsRaw("a", "longer"), 200);
     EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"longer\"\n}");
+    {
+        const LongestFile tight(16); // as long as the new text, and not as the old
+        EXPECT_EQ(m_client.SetsRaw("a", "2"), 200);
+        EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"longer\"\n}");
+    }
     std::filesystem::remove(Path("cfg"));
     EXPECT_EQ(m_client.SetsRaw("a", "4"), 200);
     EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"4\"\n}");
