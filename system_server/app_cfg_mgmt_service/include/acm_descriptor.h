@@ -1,6 +1,10 @@
 #ifndef ACM_DESCRIPTOR_H
 #define ACM_DESCRIPTOR_H
 
+#include <cerrno>
+#include <fcntl.h>
+#include <string>
+#include <sys/types.h>
 #include <unistd.h>
 
 namespace SystemServer {
@@ -22,6 +26,16 @@ public:
 private:
     const int m_fd;
 };
+
+// A descriptor, or -1 with errno. Without O_NONBLOCK, opening a FIFO would wait for its other end; a regular
+// file takes no notice of it.
+inline int OpenPromptly(const std::string& path, int flags, mode_t mode = 0) {
+    int fd = -1;
+    do {
+        fd = open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode);
+    } while (fd < 0 && errno == EINTR);
+    return fd;
+}
 
 } // namespace SystemServer
 

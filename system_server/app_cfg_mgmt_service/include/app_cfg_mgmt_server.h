@@ -95,7 +95,7 @@ public:
     CreateAppCfgMgrByFile(ConfigStorageType storageType, const std::string& cfgPath,
                           const std::string& sourcePath, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr);
 
-    // After an end that failed: the item goes on, and with it what is not saved.
+    // After an end that was none, or that failed: the item goes on, and with it what is not saved.
     static void RestartStrategies(AppCfgMgmtItem& item);
 
     static const std::string SERVICE_USERNAME;

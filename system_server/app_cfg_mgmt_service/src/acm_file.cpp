@@ -88,12 +88,8 @@ void WriteAll(int fd, const std::string& content, const std::string& path) {
     }
 }
 
-// Without O_NONBLOCK, opening a FIFO would wait for its other end; a regular file takes no notice of it.
-int OpenPromptly(const std::string& path, int flags, mode_t mode = 0) {
-    int fd = -1;
-    do {
-        fd = open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode);
-    } while (fd < 0 && errno == EINTR);
+int OpenOrThrow(const std::string& path, int flags, mode_t mode = 0) {
+    const int fd = OpenPromptly(path, flags, mode);
     if (fd < 0) {
         ThrowFileError(path, errno);
     }
@@ -128,7 +124,7 @@ void Overwrite(int fd, const struct stat& status, const std::string& content, co
 void CopyContent(const std::string& content, const struct stat& fromStatus, const std::string& destination) {
     // Truncated only once it is known not to be the source itself.
     const AcmDescriptor to(
-        OpenPromptly(destination, O_WRONLY | O_CREAT, fromStatus.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO)));
+        OpenOrThrow(destination, O_WRONLY | O_CREAT, fromStatus.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO)));
     const struct stat toStatus = StatusOf(to.Get(), destination);
     if (toStatus.st_dev == fromStatus.st_dev && toStatus.st_ino == fromStatus.st_ino) {
         return;
@@ -153,7 +149,7 @@ bool Remove(const std::string& path) {
 
 std::string ReadRegularFile(const std::string& path) {
     RequireRegularFile(path); // not even opened otherwise
-    const AcmDescriptor file(OpenPromptly(path, O_RDONLY));
+    const AcmDescriptor file(OpenOrThrow(path, O_RDONLY));
     RequireRegular(StatusOf(file.Get(), path), path);
     return ReadAll(file.Get(), path);
 }
@@ -179,7 +175,7 @@ void RequireWriteTarget(const std::string& path) {
 
 void CopyRegularFile(const std::string& source, const std::string& destination) {
     RequireRegularFile(source); // not even opened otherwise
-    const AcmDescriptor from(OpenPromptly(source, O_RDONLY));
+    const AcmDescriptor from(OpenOrThrow(source, O_RDONLY));
     const struct stat fromStatus = StatusOf(from.Get(), source);
     RequireRegular(fromStatus, source);
     const std::string content = ReadAll(from.Get(), source);

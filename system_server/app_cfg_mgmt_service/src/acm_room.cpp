@@ -74,7 +74,7 @@ bool HasRoomFor(size_t bytes, const std::string& path) {
         return true;
     }
     const bool wasCut = IsCut(path);
-    const AcmDescriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    const AcmDescriptor file(OpenPromptly(path, O_WRONLY));
     if (file.Get() == -1) {
         return !IsFull(errno); // to open a file of an overlay's lower layer copies it
     }
@@ -89,7 +89,7 @@ bool HasRoomFor(size_t bytes, const std::string& path) {
 }
 
 bool IsSureToTake(size_t bytes, const std::string& path) {
-    const AcmDescriptor file(open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    const AcmDescriptor file(OpenPromptly(path, O_RDWR));
     if (file.Get() == -1) {
         return errno == ENOENT; // nothing is there to be lost
     }

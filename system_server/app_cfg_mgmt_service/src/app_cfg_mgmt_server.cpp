@@ -391,8 +391,7 @@ void AppCfgMgmtServer::RestoreDefaultCfg(tern_message* msg, kestrel_connection* 
         EndStrategies(item);
         // A restoring that fails is the operator's to see, not the client's: the item goes on as it is.
         Fence(LOG_FILE, __LINE__, [&] { item.appCfgMgr->Restore(); });
-        Restart(item.saveStrategy, *item.appCfgMgr, AppCfgStrategy::SAVE);
-        Restart(item.backupStrategy, *item.appCfgMgr, AppCfgStrategy::BACKUP);
+        RestartStrategies(item);
         reply.status = APP_CFG_STATUS_OK;
     });
 }

@@ -34,16 +34,6 @@ void RequireDocument(const Poco::AutoPtr<Poco::Util::AbstractConfiguration>& con
     }
 }
 
-// O_NONBLOCK means nothing to a regular file; a FIFO in its place would wait for a reader without it.
-int OpenEmpty(const std::string& path) {
-    constexpr int FLAGS = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-    int fd = -1;
-    do {
-        fd = open(path.c_str(), FLAGS, S_IRUSR | S_IWUSR);
-    } while (fd == -1 && errno == EINTR);
-    return fd;
-}
-
 bool IsDevice(int fd) {
     struct stat status = {};
     return fstat(fd, &status) == 0 && !S_ISREG(status.st_mode);
@@ -243,7 +233,7 @@ void AppCfgMgr::SyncSaveToPath(const std::string& data, const std::string& path)
 }
 
 AppCfgMgr::Written AppCfgMgr::Write(const std::string& data, const std::string& path) {
-    const AcmDescriptor file(OpenEmpty(path));
+    const AcmDescriptor file(OpenPromptly(path, O_WRONLY | O_CREAT | O_TRUNC, S_IRUSR | S_IWUSR));
     if (file.Get() == -1) {
         const bool isReadOnly = errno == EROFS || errno == EACCES || errno == EPERM;
         ACM_LOG(ACM_ERROR, "open [%s] fail.", path.c_str());
