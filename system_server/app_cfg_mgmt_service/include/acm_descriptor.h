@@ -37,6 +37,11 @@ inline int OpenPromptly(const std::string& path, int flags, mode_t mode = 0) {
     return fd;
 }
 
+// Whether an fsync that failed so has failed for want of anything to sync with: nothing is known to be lost.
+inline bool CannotSync(int error) {
+    return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
+}
+
 } // namespace SystemServer
 
 #endif

@@ -3,25 +3,25 @@
 #ifndef ACM_FILE_H
 #define ACM_FILE_H
 
-#include <Poco/Exception.h>
-
 #include <exception>
 #include <string>
 
 namespace SystemServer {
 
-// A file or a document beyond the service's limits, which may be a good one all the same: unlike what cannot
-// be parsed it is never replaced by a copy.
-POCO_DECLARE_EXCEPTION_CODE(, AcmTooLargeException, Poco::FileException, 0)
-
 // The whole content of a regular file. Throws the file library's exceptions, Poco::FileException for a path
-// that is no regular file and AcmTooLargeException for a file above MAX_FILE_BYTES.
+// that is no regular file and AcmLimitException for a file above MAX_FILE_BYTES.
 std::string ReadRegularFile(const std::string& path);
 
-// As the library's own test. On a 32-bit machine that one takes a file for missing whose time is after 2038,
-// as a wrong clock leaves it, and the file would be replaced by a copy. Throws when the path cannot be looked
-// at.
+// False for a path that leads nowhere: a loop of links, a name that is too long, a directory that may not be
+// searched.
+bool IsReachable(const std::string& path);
+
+// As the library's own test: false also for a path that is not reachable. On a 32-bit machine that one takes
+// a file for missing whose time is after 2038, as a wrong clock leaves it, and the file would be replaced by
+// a copy. Throws when the path cannot be looked at for another reason.
 bool FileExists(const std::string& path);
+
+bool IsRegularFile(const std::string& path);
 
 // Throws Poco::FileException when the path names an existing thing that is no regular file.
 void RequireRegularFile(const std::string& path);

@@ -17,7 +17,7 @@ namespace SystemServer {
 class AcmJsonConfiguration : public Poco::Util::JSONConfiguration {
 public:
     // Throws a Poco::Exception for a file that cannot be read, is no JSON, or whose root is no object, and
-    // AcmTooLargeException for one that would be written beyond MAX_DOCUMENT_BYTES.
+    // AcmLimitException for one that would be written beyond MAX_DOCUMENT_BYTES.
     explicit AcmJsonConfiguration(const std::string& path);
 
     // Replace the document. They hide the base's, which takes an array for a root and then holds no

@@ -18,6 +18,10 @@ uint64_t MeasureText(const std::function<void(std::ostream&)>& write);
 // What a text takes at most once it is escaped for JSON or XML.
 uint64_t EscapedBytes(const std::string& text);
 
+// What a tag takes at most in XML, and each attribute in it.
+uint64_t XmlTagBytes(const std::string& name);
+uint64_t XmlAttributeBytes(const std::string& name, const std::string& value);
+
 // An upper bound of one document's text that is kept as it changes, so that it is measured only when the
 // bound leaves no room. Owned by its document and guarded as that is.
 class AcmTextBound {

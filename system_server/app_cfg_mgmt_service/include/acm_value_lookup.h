@@ -17,7 +17,7 @@ class AcmWorkBudget {
 public:
     // Both throw Poco::RangeException when the request has used up MAX_REQUEST_WORK or its time.
     void Spend(uint64_t bytes);
-    // For looking a key up: indexes count, since the elements before them are walked.
+    // For looking a key up: its steps are bounded, and each step walks forward through the document.
     void SpendLookup(const std::string& key);
 
 private:

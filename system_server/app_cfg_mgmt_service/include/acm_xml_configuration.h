@@ -11,7 +11,6 @@
 #include "Poco/Util/XMLConfiguration.h"
 
 #include "acm_text_bound.h"
-#include "acm_xml_reader.h"
 
 namespace SystemServer {
 
@@ -20,14 +19,13 @@ namespace SystemServer {
 class AcmXmlConfiguration : public Poco::Util::XMLConfiguration {
 public:
     // Throw Poco exceptions: the file library's for a path that cannot be read, Poco::XML::XMLException for
-    // content that is malformed or beyond the limits of XML documents.
+    // content that is malformed, AcmLimitException for what is beyond the limits of XML documents.
     explicit AcmXmlConfiguration(const std::string& path);
     explicit AcmXmlConfiguration(std::istream& stream);
     ~AcmXmlConfiguration() override;
 
-    // Replace the document, read as the base's loaders do: prefixes are plain text, and text that is white
-    // space alone is left out. They hide the base's, which would part the two trees. After an exception the
-    // old document stands.
+    // Replace the document. They hide the base's, which would part the two trees. After an exception the old
+    // document stands.
     void load(const std::string& path);
     void load(std::istream& stream);
 
@@ -66,17 +64,18 @@ public:
     static bool IsStorable(const std::string& value);
 
 private:
-    void Read(const std::string& text, const std::string& source, const AcmXmlReadOptions& options);
-    bool HasRoomFor(const std::string& raw, const Poco::XML::Document& fragment, size_t depth);
-    void Adopt(const AcmXmlReading& reading);
-    AcmXmlReading ReadFragment(const std::string& raw) const;
+    void Read(const std::string& text);
+    void Adopt(const Poco::AutoPtr<Poco::XML::Document>& document);
+    bool HasRoomFor(const std::string& raw, const Poco::XML::Document& fragment,
+                    const Poco::XML::Node& parent);
+    bool HasRoomFor(uint64_t growth);
+    bool FitsItsTag(const std::string& key, const std::string& value);
     Poco::XML::Node* FindRawNode(const std::string& key);
     void MakeRoomForNames(const Poco::XML::Element* fragment);
     void Graft(Poco::XML::Node* parent, const Poco::XML::Element* fragment);
 
     Poco::AutoPtr<Poco::XML::Document> m_document;
     AcmTextBound m_textBound;
-    bool m_declaresNamespaces = false; // also what was grafted and is gone again
 };
 
 } // namespace SystemServer

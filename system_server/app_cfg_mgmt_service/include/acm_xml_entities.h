@@ -1,40 +1,43 @@
-// The internal entities that a DOCTYPE declares, and what their references can grow to.
+// The internal entities that a DOCTYPE declares, and what their references add to the document.
 #ifndef ACM_XML_ENTITIES_H
 #define ACM_XML_ENTITIES_H
 
-#include <cstddef>
 #include <cstdint>
-#include <map>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 
 namespace SystemServer {
 
-// Bounds the expansion of entities from their declarations, before the parser meets a reference to one.
-// Owned by the guard of one parse; no locks.
+// Bounds the expansion of entities from their declarations, before the parser meets a reference to one: an
+// entity adds its length once for each "&name;" of the document. Owned by the guard of one parse; no locks.
 class AcmXmlEntities {
 public:
-    // The number of "&" in the document's text: no more references than that can be expanded.
-    explicit AcmXmlEntities(uint64_t ampersands) : m_ampersands(ampersands) {}
+    // The document's text in its own encoding; must outlive this object.
+    explicit AcmXmlEntities(const std::string& text) : m_text(text) {}
 
-    // Throws Poco::XML::XMLException when the document could now grow beyond the limits.
+    // Throws AcmLimitException when the document could now grow beyond MAX_XML_EXPANSION_BYTES, or when the
+    // entity's text refers to another entity: nested ones grow exponentially.
     void Declare(const std::string& name, const std::string& text);
 
+    // Throws AcmLimitException for a reference to an entity that was not declared. Where declarations may
+    // stand in files that are not read, the parser leaves such references out, and what they stand for would
+    // be lost with the first save. One in a comment or a CDATA section counts as well.
+    void RequireDeclared();
+
+    // Whether the text may refer to one, which may declare others.
+    bool HasParameterEntities() const;
+
 private:
-    struct Entity {
-        uint64_t length = 0;
-        std::map<std::string, uint64_t> references; // name -> how often
-    };
-    struct Extent {
-        uint64_t length = 0;
-        size_t height = 0;
-    };
-    using Measured = std::map<std::string, Extent>;
+    void CountReferences();
+    uint64_t ReferencesTo(const std::string& name) const;
 
-    void CheckAll() const;
-    Extent Measure(const std::string& name, size_t level, Measured& measured) const;
-
-    uint64_t m_ampersands;
-    std::map<std::string, Entity> m_entities;
+    const std::string& m_text;
+    std::unordered_map<std::string, uint64_t>
+        m_references; // name -> how often; counted with the first entity
+    std::unordered_set<std::string> m_declared;
+    uint64_t m_ampersands = 0;
+    uint64_t m_added = 0;
 };
 
 } // namespace SystemServer

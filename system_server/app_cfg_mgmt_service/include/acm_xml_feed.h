@@ -7,30 +7,33 @@
 #include <streambuf>
 #include <string>
 
+#include "acm_xml_prolog.h"
+
 namespace SystemServer {
 
 class AcmXmlGuard;
 
 // Serves a text piece by piece and ends early once the guard has stopped, so that the parser gives up soon.
-// Inside a DOCTYPE a piece ends with each declaration: the guard judges an entity before the parser can
-// read a reference to it. Lives for one parse; no locks.
+// In front of the root element a piece is one declaration at most: the guard judges an entity before the
+// parser can read a reference to it. Lives for one parse; no locks.
 class AcmXmlFeed : public std::streambuf {
 public:
-    AcmXmlFeed(const std::string& text, AcmXmlGuard& guard) : m_text(text), m_guard(guard) {}
+    AcmXmlFeed(const std::string& text, AcmXmlGuard& guard);
 
 protected:
     int_type underflow() override;
 
 private:
-    void CountRescan();
-    size_t PieceLength() const;
+    void BoundMarkup();
 
     const std::string& m_text;
     AcmXmlGuard& m_guard;
+    AcmXmlProlog m_prolog;
+    size_t m_size; // without blanks behind the root
     size_t m_position = 0;
+    size_t m_markupEnd = 0; // of the prolog's markup that is being served
     uint64_t m_events = 0;
-    size_t m_tokenStart = 0; // where the parser stood when an event came last
-    uint64_t m_rescanned = 0;
+    size_t m_lastEvent = 0; // where the parser stood when an event came last
 };
 
 } // namespace SystemServer

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <exception>
-#include <map>
 #include <string>
 
 #include "Poco/SAX/DeclHandler.h"
@@ -12,6 +11,7 @@
 #include "Poco/SAX/XMLFilterImpl.h"
 
 #include "acm_xml_entities.h"
+#include "acm_xml_reader.h"
 
 namespace SystemServer {
 
@@ -24,17 +24,12 @@ class AcmXmlGuard : public Poco::XML::XMLFilterImpl,
 public:
     using XMLString = Poco::XML::XMLString;
 
-    AcmXmlGuard(Poco::XML::XMLReader& parser, const std::string& text, bool allowDoctype);
+    // The text is what is parsed; it must outlive the guard.
+    AcmXmlGuard(Poco::XML::XMLReader& parser, const std::string& text, AcmXmlDoctype doctype);
 
     // Events so far, also those that went no further: while the number stands still, the parser is in the
     // middle of something.
     uint64_t Events() const { return m_events; }
-    bool InDoctype() const { return m_inDoctype; }
-    bool InRoot() const { return m_inRoot; }
-    bool DeclaresNamespaces() const { return m_declaresNamespaces; }
-    // The library's writer takes any prefix of a namespace, not always the same for both tags of an element,
-    // and makes up "ns1" and so on without a look at the prefixes that there are.
-    bool PrefixesClash() const { return m_prefixesClash; }
     bool Stopped() const { return m_fault != nullptr; }
 
     // Makes the guard silent, as a fault of an event does.
@@ -50,8 +45,6 @@ public:
     void endElement(const XMLString& uri, const XMLString& localName, const XMLString& qname) override;
     void characters(const Poco::XML::XMLChar text[], int start, int length) override;
     void processingInstruction(const XMLString& target, const XMLString& data) override;
-    void startPrefixMapping(const XMLString& prefix, const XMLString& uri) override;
-    void endPrefixMapping(const XMLString& prefix) override;
     void skippedEntity(const XMLString& name) override;
 
     void notationDecl(const XMLString& name, const XMLString* publicId, const XMLString* systemId) override;
@@ -80,22 +73,21 @@ private:
     template <typename Call>
     void Pass(Call call) noexcept;
     void Spend(uint64_t bytes);
-    void EnterPrefix(const XMLString& prefix, const XMLString& uri);
-    void CheckAttributes(const Poco::XML::Attributes& attributes);
+    void CheckDeclaration(const XMLString& name, const XMLString* publicId, const XMLString* systemId);
+    void CheckTag(const XMLString& name, const Poco::XML::Attributes& attributes);
 
     Poco::XML::LexicalHandler* m_lexical = nullptr;
     AcmXmlEntities m_entities;
     const uint64_t m_maxBytes;
-    const bool m_allowDoctype;
+    const AcmXmlDoctype m_doctype;
     std::exception_ptr m_fault;
     uint64_t m_events = 0;
     uint64_t m_bytes = 0;
     size_t m_depth = 0;
     bool m_inDoctype = false;
-    bool m_inRoot = false;
-    std::map<XMLString, XMLString> m_prefixes; // the first of each namespace, anywhere in the text
-    bool m_declaresNamespaces = false;
-    bool m_prefixesClash = false;
+    bool m_isOpen = false;     // declarations may stand in files that are not read
+    size_t m_declarations = 0; // that are written back
+    bool m_inCdata = false;
 };
 
 } // namespace SystemServer

@@ -10,21 +10,13 @@
 
 namespace SystemServer {
 
-struct AcmXmlReadOptions {
-    bool namespaces = true;     // resolve prefixes; a prefix without declaration is an error
-    bool dropBlankText = false; // leave out text that is white space alone
-    bool allowDoctype = true;
-};
+enum class AcmXmlDoctype { ALLOWED, REFUSED };
 
-struct AcmXmlReading {
-    Poco::AutoPtr<Poco::XML::Document> document; // mutation events suspended
-    bool declaresNamespaces = false;
-};
-
-// Parses the text into a document with room for its names. The source's name shows in messages only. Where
-// the library's writer would mix up prefixes, they are checked but kept as plain text. Throws
-// Poco::XML::XMLException for what is malformed or beyond a limit.
-AcmXmlReading ReadXml(const std::string& text, const std::string& source, const AcmXmlReadOptions& options);
+// Parses the text into a document with room for its names and with mutation events suspended. A prefix is a
+// part of its name, declared or not, and "xmlns" an attribute like others: what is written has the names that
+// were read. Text that is white space alone is kept. Throws Poco::XML::XMLException for what is malformed and
+// AcmLimitException for what the service cannot keep.
+Poco::AutoPtr<Poco::XML::Document> ReadXml(const std::string& text, AcmXmlDoctype doctype);
 
 // The size of a name pool that has room for so many names and some more, at most MAX_XML_NAMES.
 unsigned long XmlNamePoolSize(size_t names);

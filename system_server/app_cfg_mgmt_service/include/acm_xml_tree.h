@@ -3,18 +3,28 @@
 #define ACM_XML_TREE_H
 
 #include <cstddef>
+#include <cstdint>
 
+#include "Poco/DOM/Attr.h"
 #include "Poco/DOM/AutoPtr.h"
 #include "Poco/DOM/Document.h"
 #include "Poco/DOM/Element.h"
 
 namespace SystemServer {
 
+// The attributes are a linked list; their map's own index would walk it from its start each time. Null behind
+// the last.
+Poco::XML::Attr* FirstXmlAttribute(const Poco::XML::Element* element);
+Poco::XML::Attr* NextXmlAttribute(const Poco::XML::Attr* attribute);
+
 // Levels from the document element down to the node, both counted.
 size_t XmlDepth(const Poco::XML::Node* node);
 
 // Levels of elements at and below the element.
 size_t XmlHeight(const Poco::XML::Element* element);
+
+// What the element's own tag takes at most when it is written.
+uint64_t XmlTagBytes(const Poco::XML::Element* element);
 
 // Distinct names of the elements and attributes at and below the element.
 size_t CountXmlNames(const Poco::XML::Element* element);

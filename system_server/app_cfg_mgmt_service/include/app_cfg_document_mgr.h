@@ -38,8 +38,9 @@ public:
                 Faults::RawRefused();
                 return -1;
             }
+            ++m_changes;
         }
-        RaiseHere();
+        m_configChangedEvent(this, m_cfgPath);
         return 0;
     }
 
@@ -67,14 +68,14 @@ public:
         if (document.isNull()) {
             return;
         }
-        const std::lock_guard<std::mutex> files(m_fileMutex);
-        const std::lock_guard<std::mutex> guard(m_documentMutex);
-        if (m_cryptoMgr) {
-            const std::shared_ptr<std::istream> stream = m_cryptoMgr->GetDecryptStream();
-            document->load(*stream);
-        } else {
-            document->load(m_cfgPath);
-        }
+        Reload([&] {
+            if (m_cryptoMgr) {
+                const std::shared_ptr<std::istream> stream = m_cryptoMgr->GetDecryptStream();
+                document->load(*stream);
+            } else {
+                document->load(m_cfgPath);
+            }
+        });
     }
 
     void Save(std::ostream& out) override {

@@ -2,13 +2,34 @@
 #ifndef APP_CFG_FAULT_H
 #define APP_CFG_FAULT_H
 
+#include <string>
 #include <utility>
 
 namespace SystemServer {
 
-// Logs the exception being handled, a Poco::Exception by its display text, as a level-3 line of file:line.
-// Only inside a catch block.
-void LogCurrentFault(const char* file, int line) noexcept;
+// While it lives, the fences of this thread name the client and the item that it works for in their lines.
+class AppCfgFaultContext {
+public:
+    // The key must outlive this object; it is empty until it is known.
+    AppCfgFaultContext(int connFd, const std::string& key);
+    AppCfgFaultContext(const AppCfgFaultContext&) = delete;
+    AppCfgFaultContext& operator=(const AppCfgFaultContext&) = delete;
+    ~AppCfgFaultContext();
+
+private:
+    friend void LogFencedFault(const char* file, int line) noexcept;
+
+    const int m_connFd;
+    const std::string& m_key;
+    const AppCfgFaultContext* const m_outer;
+};
+
+// Logs the exception being handled, a Poco::Exception by its display text, as a level-3 line of file:line,
+// with the context before it. Only inside a catch block.
+void LogCurrentFault(const char* file, int line, const char* context = "") noexcept;
+
+// The same, with the context that this thread is in.
+void LogFencedFault(const char* file, int line) noexcept;
 
 // Runs the action; false when it threw, which is then logged.
 template <typename Action>
@@ -17,7 +38,7 @@ bool Fence(const char* file, int line, Action&& action) noexcept {
         std::forward<Action>(action)();
         return true;
     } catch (...) {
-        LogCurrentFault(file, line);
+        LogFencedFault(file, line);
         return false;
     }
 }

@@ -30,11 +30,14 @@ private:
     void LogPaths() const;
     void RequireUsableFiles() const;
     bool RecoverMissingFile();
+    bool HasUsableBackupPath() const;
+    void TellDefaultTaken() const;
     bool CreateCryptoMgr();
     bool LoadConfiguration();
     bool LoadFrom(const char* sourceName, const std::string& sourcePath);
     void StartStrategies();
     void SetCopyPaths();
+    void ExamineBackup();
     void Register();
 
     const AppCfgCreateReq& m_request;

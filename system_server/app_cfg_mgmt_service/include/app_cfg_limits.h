@@ -39,9 +39,15 @@ constexpr int64_t MAX_REQUEST_MILLISECONDS = 2000;
 // and a query could name 4,096 steps; no document is deeper than half of this.
 constexpr size_t MAX_KEY_STEPS = 512;
 
-// Levels that a keyed raw set of a JSON document may reach. The parser takes 128: a document that nests
-// deeper could be saved, but not loaded again.
+// Objects and arrays inside each other that the library's JSON parser takes.
+constexpr uint64_t MAX_JSON_DEPTH = 128;
+
+// Levels that a keyed raw set of a JSON document may reach: a document that nests deeper than the parser
+// takes could be saved, but not loaded again.
 constexpr uint64_t MAX_JSON_KEY_LEVELS = 100;
+
+// Blanks for each level of a JSON document that is written.
+constexpr unsigned JSON_INDENTATION = 2;
 
 // Elements that one keyed raw set may leave empty before the indexes that it names: the library fills
 // them with nulls, 72 bytes each.
@@ -51,9 +57,6 @@ constexpr uint64_t MAX_ARRAY_PADDING = 65535;
 // all of them is a quarter of what a 32-bit process can address. One client leaves room for others.
 constexpr size_t MAX_ITEMS = 1024;
 constexpr size_t MAX_ITEMS_PER_CONNECTION = 256;
-
-// Files whose last write failed that are remembered, the newest ones: three for each item.
-constexpr size_t MAX_CUT_FILES = 3 * MAX_ITEMS;
 
 } // namespace SystemServer
 

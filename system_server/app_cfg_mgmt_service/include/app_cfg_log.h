@@ -1,5 +1,4 @@
-// How the service's sources write log lines. A source that logs defines LOG_FILE, its path below the
-// source root without extension.
+// How the service's sources write log lines. The build defines LOG_FILE for each source.
 #ifndef APP_CFG_LOG_H
 #define APP_CFG_LOG_H
 

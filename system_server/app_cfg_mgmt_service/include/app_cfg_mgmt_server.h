@@ -10,19 +10,13 @@
 #include <string>
 
 #include "app_cfg_mgr.h"
+#include "app_cfg_reply.h"
 #include "app_cfg_strategy.h"
 #include "app_cfg_wire.h"
 #include "kestrel/kestrel.h"
 #include "tern/tern.h"
 
 namespace SystemServer {
-
-// What a handler answers. The content comes from the request's pool and lives as long as its message.
-struct ReplyMsgInfo {
-    uint16_t status;
-    void* content;
-    uint32_t contentLen;
-};
 
 // The service's front end: start-up, dispatch of requests, the registry of items and the handlers.
 // Static only. Threads: everything runs on the framework's event thread, one message at a time; the
@@ -37,6 +31,19 @@ public:
         std::shared_ptr<AppCfgMgr> appCfgMgr;
         std::shared_ptr<AppCfgStrategy> saveStrategy;
         std::shared_ptr<AppCfgStrategy> backupStrategy;
+
+        // Stop and start the strategies. Faults are logged.
+        void Stop() const;
+        void Start();
+        // After the strategies have stopped: writes what the files still lack, for every strategy but none.
+        // Throws when a text cannot be made; a write that fails is logged.
+        void CatchUp() const;
+        // Stops and catches up. Faults are logged.
+        void End() const;
+        // After an end that failed: the item stays, and what is not saved is announced once more.
+        void GoOn();
+        // An item that was never registered: nothing is written any more.
+        void Abandon() const;
     };
     using ItemMap = std::map<std::string, AppCfgMgmtItem>;
 
@@ -94,9 +101,6 @@ public:
     static std::shared_ptr<AppCfgMgr>
     CreateAppCfgMgrByFile(ConfigStorageType storageType, const std::string& cfgPath,
                           const std::string& sourcePath, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr);
-
-    // After an end that was none, or that failed: the item goes on, and with it what is not saved.
-    static void RestartStrategies(AppCfgMgmtItem& item);
 
     static const std::string SERVICE_USERNAME;
     static const std::string DEFAULT_SETTING_PATH;

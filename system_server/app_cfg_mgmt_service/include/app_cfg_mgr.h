@@ -8,6 +8,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <ostream>
@@ -15,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "acm_file_store.h"
 #include "app_cfg_crypto_mgr.h"
 
 namespace SystemServer {
@@ -75,16 +77,23 @@ public:
     // From now on nothing is written: the item was never registered, and its files are to stay as they are.
     void Abandon() { m_abandoned = true; }
 
-    // Whether a write that fails throws Poco::WriteFileException beside its log line, and for a file that may
-    // not be written Poco::FileReadOnlyException.
-    void DemandWrites(bool demanded) { m_writesDemanded = demanded; }
+    // Whether the file or the backup lacks the newest values, or is torn. Never for an item that is not
+    // written.
+    bool IsBehind(AcmFileStore::Copy copy);
+    bool IsTorn(AcmFileStore::Copy copy) const;
+    void NoteTorn(AcmFileStore::Copy copy);
+    // Why the copy could not be opened when it was last written, or 0.
+    int OpenError(AcmFileStore::Copy copy) const;
 
-    // Writes the file and the backup anew if an earlier write left them cut; false when one of them still is.
-    bool MendCopies();
+    // At the end of an item, after its strategies: saves and backs up what is still behind. Throws as they
+    // do.
+    void CatchUp(bool isSaved, bool isBackedUp);
 
-    // Waits until a change that was already announced has been raised, once more if a handler of the last one
-    // failed. Throws when that fails again.
-    void RaisePendingChange();
+    // Wakes the notification thread.
+    void AnnounceChange();
+
+    // A key change could not rewrite the default: it is not restored until it can be loaded again.
+    void NoteDefaultTorn() { m_isDefaultTorn = true; }
 
     const std::string& GetCfgPath() const { return m_cfgPath; }
     std::string GetBackupPath() const;
@@ -101,59 +110,52 @@ protected:
     void SaveCfgToPath(const std::string& path);
     void NotifyConfigChanged();
 
-    // Raises the change event on the calling thread. What a handler throws passes; the change is raised once
-    // more before the item ends.
-    void RaiseHere();
+    // Replaces the document by what is in the file now. Load is called with both mutexes held.
+    void Reload(const std::function<void()>& load);
 
     // A copy of the encryption manager that works on another file; empty for plain files.
     std::shared_ptr<AppCfgCryptoMgr> CloneCryptoMgr(const std::string& path) const;
 
     // Whether the value can be stored at the key, which exists: the format can write it and read it back, and
     // the document has room for it. The document guard is held.
-    virtual bool Admits(const std::string& key, const std::string& value) = 0;
+    virtual bool Admits(const std::string& key, const std::string& value);
 
     // Set by the subclass's constructor; the tree behind it is guarded by m_documentMutex.
     Poco::AutoPtr<Poco::Util::AbstractConfiguration> m_config;
     const std::string m_cfgPath;
 
     // Serialises the writing of files with the reloading of the document, and guards what Save and Backup
-    // read beside the document: the next three members.
+    // read beside the document: the next four members.
     mutable std::mutex m_fileMutex;
     std::string m_backupPath;
     std::string m_defaultPath;
     std::shared_ptr<AppCfgCryptoMgr> m_cryptoMgr;
+    AcmFileStore m_files{m_cfgPath, m_backupPath};
 
     // The document guard: held for every read, write, serialisation and reload of the tree, which is not
     // safe even for two readers.
     mutable std::mutex m_documentMutex;
+    uint32_t m_changes = 0; // of the document so far; guarded by m_documentMutex
 
 private:
     void RunNotifyThread();
-    bool RaiseConfigChanged() noexcept;
     bool SetItem(const std::string& item, class AcmWorkBudget& budget);
-
-    // A device is never cut: what was written to it counts as whole.
-    enum class Written { WHOLE, READ_ONLY, FAILED };
-    static Written Write(const std::string& data, const std::string& path);
-    static Written WriteIfRoom(const std::string& data, const std::string& path);
-    static Written WriteLastCopy(const std::string& data, const std::string& path);
-    void Overwrite(const std::string& data, const std::string& path);
-    void RequireWritten(Written result, const std::string& path) const;
+    void ReplaceCopy(const std::string& source, AcmFileStore::Copy copy);
+    uint32_t ChangeNumber() const;
+    void NoteChange();
 
     std::atomic<bool> m_abandoned{false};
-    std::atomic<bool> m_writesDemanded{false};
+    bool m_isDefaultTorn = false; // event thread only
 
     std::mutex m_saveMutex;   // serialises Save()
     std::mutex m_backupMutex; // serialises Backup()
 
-    // Guards the notification thread's wait and the three flags below. Kept while the event is raised, so
-    // that a set that ends meanwhile waits for the handlers and is heard after them.
+    // Guards the notification thread's wait. Kept while the event is raised, so that a set that ends
+    // meanwhile waits for the handlers and is heard after them.
     std::mutex m_notifyMutex;
-    bool m_notifyWaiting = false;
-    bool m_notifyPending = false;
-    bool m_notifyFailed = false;              // a handler threw: raised once more before the strategies stop
-    std::condition_variable_any m_notifyCond; // wakes the notification thread
-    std::condition_variable_any m_notifyIdle; // tells that it waits again
+    bool m_notifyWaiting = false;              // the thread has come to its first wait
+    std::condition_variable_any m_notifyCond;  // wakes the notification thread
+    std::condition_variable_any m_notifyReady; // tells of its first wait
     std::atomic<bool> m_notifyStop{false};
     std::atomic<bool> m_notifyQuit{false};
     std::shared_ptr<std::thread> m_notifyThread;

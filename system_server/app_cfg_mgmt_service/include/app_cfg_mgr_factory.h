@@ -14,7 +14,7 @@ class AppCfgMgrFactory {
 public:
     // Empty for an unsupported type, and, with a log line, for a file that cannot be loaded. A shortage of
     // memory, threads or descriptors says nothing about the file and is thrown on, and so is
-    // AcmTooLargeException.
+    // AcmLimitException, with the path in its message.
     static std::shared_ptr<AppCfgMgr> CreateAppCfgMgr(ConfigStorageType type, const std::string& path,
                                                       const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr);
 };

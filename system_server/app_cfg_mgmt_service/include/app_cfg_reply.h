@@ -5,9 +5,18 @@
 #include <string>
 #include <vector>
 
-#include "app_cfg_mgmt_server.h"
+#include "app_cfg_wire.h"
+#include "kestrel/kestrel.h"
+#include "tern/tern.h"
 
 namespace SystemServer {
+
+// What a handler answers. The content comes from the request's pool and lives as long as its message.
+struct ReplyMsgInfo {
+    uint16_t status;
+    void* content;
+    uint32_t contentLen;
+};
 
 // Fills the reply with the values and status 200; leaves it as it is, with a log line, when it cannot.
 void BuildDataReply(tern_message* msg, const kestrel_connection* conn, const std::vector<std::string>& values,

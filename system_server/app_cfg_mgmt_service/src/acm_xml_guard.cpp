@@ -1,3 +1,6 @@
+// The limits of XML documents are checked while the parser reports what it reads. A tag, comment or
+// declaration is measured as the writer will put it, so that each document that was loaded can be saved and
+// loaded again; what the writer could not put so that it is read as the same is refused here too.
 #include "acm_xml_guard.h"
 
 #include <algorithm>
@@ -5,38 +8,41 @@
 #include "Poco/SAX/Attributes.h"
 #include "Poco/XML/XMLException.h"
 
+#include "acm_limit.h"
+#include "acm_text_bound.h"
 #include "acm_xml_limits.h"
 
 namespace SystemServer {
 
-using Poco::XML::XMLException;
-
 namespace {
 
-// Bytes of UTF-8 that the parser makes of one byte in another encoding, at most.
-constexpr uint64_t MAX_WIDENING = 3;
+using XMLString = Poco::XML::XMLString;
 
-uint64_t CountAmpersands(const std::string& text) {
-    return static_cast<uint64_t>(std::count(text.begin(), text.end(), '&'));
+void CheckMarkup(uint64_t bytes) {
+    if (bytes > MAX_XML_MARKUP_BYTES) {
+        throw AcmLimitException("a tag, comment or declaration is too long");
+    }
 }
 
 // The library's writer puts each identifier between double quotes, whatever it holds.
-void CheckIdentifier(const std::string& id) {
-    if (id.find('"') != std::string::npos)
-        throw XMLException("an identifier with a double quote cannot be written back", id);
+void CheckIdentifier(const XMLString& id) {
+    if (id.find('"') != XMLString::npos) {
+        throw AcmLimitException("an identifier with a double quote cannot be written back", id);
+    }
 }
 
 } // namespace
 
-AcmXmlGuard::AcmXmlGuard(XMLReader& parser, const std::string& text, bool allowDoctype) :
-    XMLFilterImpl(&parser), m_entities(CountAmpersands(text)),
-    m_maxBytes(text.size() * MAX_WIDENING + MAX_XML_EXPANSION_BYTES), m_allowDoctype(allowDoctype) {}
+AcmXmlGuard::AcmXmlGuard(XMLReader& parser, const std::string& text, AcmXmlDoctype doctype) :
+    XMLFilterImpl(&parser), m_entities(text),
+    m_maxBytes(text.size() * MAX_XML_WIDENING + MAX_XML_EXPANSION_BYTES), m_doctype(doctype) {}
 
 template <typename Call>
 void AcmXmlGuard::Pass(Call call) noexcept {
     ++m_events;
-    if (Stopped())
+    if (Stopped()) {
         return;
+    }
     try {
         call();
     } catch (...) {
@@ -45,26 +51,37 @@ void AcmXmlGuard::Pass(Call call) noexcept {
 }
 
 void AcmXmlGuard::Stop(const char* reason) noexcept {
-    Pass([&] { throw XMLException(reason); });
+    Pass([&] { throw AcmLimitException(reason); });
 }
 
 void AcmXmlGuard::RethrowFault() const {
-    if (m_fault)
+    if (m_fault) {
         std::rethrow_exception(m_fault);
+    }
 }
 
 // Only what a DOCTYPE declares can make more of a text than its own bytes.
 void AcmXmlGuard::Spend(uint64_t bytes) {
     m_bytes += bytes;
-    if (m_bytes > m_maxBytes)
-        throw XMLException("the document type adds too much to the document");
+    if (m_bytes > m_maxBytes) {
+        throw AcmLimitException("the document type adds too much to the document");
+    }
 }
 
-void AcmXmlGuard::EnterPrefix(const XMLString& prefix, const XMLString& uri) {
-    m_declaresNamespaces = true;
-    const bool likeMadeUp = prefix.compare(0, 2, "ns") == 0;
-    const XMLString& first = m_prefixes.emplace(uri, prefix).first->second;
-    m_prefixesClash = m_prefixesClash || likeMadeUp || first != prefix;
+// The library's writer puts the public identifier behind the system identifier, where no parser takes it.
+void AcmXmlGuard::CheckDeclaration(const XMLString& name, const XMLString* publicId,
+                                   const XMLString* systemId) {
+    if (++m_declarations > MAX_XML_DECLARATIONS) {
+        throw AcmLimitException("too many notations and unparsed entities");
+    }
+    if (publicId && systemId && !publicId->empty() && !systemId->empty()) {
+        throw AcmLimitException("a declaration with two identifiers cannot be written back", *publicId);
+    }
+    CheckMarkup(name.size() + (publicId ? publicId->size() : 0) + (systemId ? systemId->size() : 0) +
+                sizeof "<!NOTATION  SYSTEM \"\" NDATA >");
+    if (systemId) {
+        CheckIdentifier(*systemId);
+    }
 }
 
 void AcmXmlGuard::setupParse() {
@@ -78,31 +95,37 @@ void AcmXmlGuard::setProperty(const XMLString& id, const XMLString& value) {
 }
 
 void AcmXmlGuard::setProperty(const XMLString& id, void* value) {
-    if (id == XMLReader::PROPERTY_LEXICAL_HANDLER)
+    if (id == XMLReader::PROPERTY_LEXICAL_HANDLER) {
         m_lexical = static_cast<LexicalHandler*>(value);
-    else
+    } else {
         XMLFilterImpl::setProperty(id, value);
+    }
 }
 
-void AcmXmlGuard::CheckAttributes(const Poco::XML::Attributes& attributes) {
+void AcmXmlGuard::CheckTag(const XMLString& name, const Poco::XML::Attributes& attributes) {
     const int count = attributes.getLength();
-    if (static_cast<size_t>(count) > MAX_XML_ATTRIBUTES)
-        throw XMLException("too many attributes in one element");
-    for (int i = 0; i < count; ++i) {
-        const XMLString& name = attributes.getQName(i);
-        m_declaresNamespaces = m_declaresNamespaces || name.compare(0, 5, "xmlns") == 0;
-        Spend(name.size() + attributes.getValue(i).size());
+    if (static_cast<size_t>(count) > MAX_XML_ATTRIBUTES) {
+        throw AcmLimitException("too many attributes in one element", name);
     }
+    Spend(name.size());
+    uint64_t written = XmlTagBytes(name);
+    for (int i = 0; i < count; ++i) {
+        Spend(attributes.getQName(i).size() + attributes.getValue(i).size());
+        written += XmlAttributeBytes(attributes.getQName(i), attributes.getValue(i));
+    }
+    CheckMarkup(written);
 }
 
 void AcmXmlGuard::startElement(const XMLString& uri, const XMLString& localName, const XMLString& qname,
                                const Poco::XML::Attributes& attributes) {
-    m_inRoot = true;
     Pass([&] {
-        if (++m_depth > MAX_XML_DEPTH)
-            throw XMLException("elements nest too deep", qname);
-        Spend(qname.size());
-        CheckAttributes(attributes);
+        if (m_isOpen && m_depth == 0) {
+            m_entities.RequireDeclared();
+        }
+        if (++m_depth > MAX_XML_DEPTH) {
+            throw AcmLimitException("elements nest too deep", qname);
+        }
+        CheckTag(qname, attributes);
         XMLFilterImpl::startElement(uri, localName, qname, attributes);
     });
 }
@@ -117,33 +140,33 @@ void AcmXmlGuard::endElement(const XMLString& uri, const XMLString& localName, c
 void AcmXmlGuard::characters(const Poco::XML::XMLChar text[], int start, int length) {
     Pass([&] {
         Spend(static_cast<uint64_t>(length));
+        // Nothing is escaped here, and it would be read as a line feed. Only an entity can bring it.
+        if (m_inCdata && std::find(text + start, text + start + length, '\r') != text + start + length) {
+            throw AcmLimitException("a carriage return in a CDATA section cannot be written back");
+        }
         XMLFilterImpl::characters(text, start, length);
     });
 }
 
 void AcmXmlGuard::processingInstruction(const XMLString& target, const XMLString& data) {
-    Pass([&] { XMLFilterImpl::processingInstruction(target, data); });
-}
-
-void AcmXmlGuard::startPrefixMapping(const XMLString& prefix, const XMLString& uri) {
     Pass([&] {
-        EnterPrefix(prefix, uri);
-        XMLFilterImpl::startPrefixMapping(prefix, uri);
+        CheckMarkup(target.size() + data.size() + sizeof "<? ?>");
+        XMLFilterImpl::processingInstruction(target, data);
     });
 }
 
-void AcmXmlGuard::endPrefixMapping(const XMLString& prefix) {
-    Pass([&] { XMLFilterImpl::endPrefixMapping(prefix); });
-}
-
+// In front of the root element these are parameter entities, which are not read.
 void AcmXmlGuard::skippedEntity(const XMLString& name) {
-    Pass([&] { XMLFilterImpl::skippedEntity(name); });
+    Pass([&] {
+        if (m_depth > 0) {
+            throw AcmLimitException("an entity that is declared in another file", name);
+        }
+    });
 }
 
 void AcmXmlGuard::notationDecl(const XMLString& name, const XMLString* publicId, const XMLString* systemId) {
     Pass([&] {
-        if (systemId)
-            CheckIdentifier(*systemId);
+        CheckDeclaration(name, publicId, systemId);
         XMLFilterImpl::notationDecl(name, publicId, systemId);
     });
 }
@@ -151,7 +174,7 @@ void AcmXmlGuard::notationDecl(const XMLString& name, const XMLString* publicId,
 void AcmXmlGuard::unparsedEntityDecl(const XMLString& name, const XMLString* publicId,
                                      const XMLString& systemId, const XMLString& notation) {
     Pass([&] {
-        CheckIdentifier(systemId);
+        CheckDeclaration(name + notation, publicId, &systemId);
         XMLFilterImpl::unparsedEntityDecl(name, publicId, systemId, notation);
     });
 }
@@ -159,8 +182,11 @@ void AcmXmlGuard::unparsedEntityDecl(const XMLString& name, const XMLString* pub
 void AcmXmlGuard::startDTD(const XMLString& name, const XMLString& publicId, const XMLString& systemId) {
     m_inDoctype = true;
     Pass([&] {
-        if (!m_allowDoctype)
-            throw XMLException("a fragment may not have a DOCTYPE");
+        if (m_doctype == AcmXmlDoctype::REFUSED) {
+            throw Poco::XML::XMLException("a fragment may not have a DOCTYPE");
+        }
+        m_isOpen = !systemId.empty() || m_entities.HasParameterEntities();
+        CheckMarkup(name.size() + publicId.size() + systemId.size() + sizeof "<!DOCTYPE  PUBLIC \"\" \"\" [");
         CheckIdentifier(systemId);
         m_lexical->startDTD(name, publicId, systemId);
     });
@@ -180,15 +206,18 @@ void AcmXmlGuard::endEntity(const XMLString& name) {
 }
 
 void AcmXmlGuard::startCDATA() {
+    m_inCdata = true;
     Pass([&] { m_lexical->startCDATA(); });
 }
 
 void AcmXmlGuard::endCDATA() {
+    m_inCdata = false;
     Pass([&] { m_lexical->endCDATA(); });
 }
 
 void AcmXmlGuard::comment(const Poco::XML::XMLChar text[], int start, int length) {
     Pass([&] {
+        CheckMarkup(static_cast<uint64_t>(length) + sizeof "<!---->");
         Spend(static_cast<uint64_t>(length));
         m_lexical->comment(text, start, length);
     });

@@ -7,16 +7,19 @@
 #include "Poco/DOM/DOMBuilder.h"
 #include "Poco/Exception.h"
 #include "Poco/SAX/InputSource.h"
+#include "Poco/SAX/SAXException.h"
 #include "Poco/SAX/SAXParser.h"
-#include "Poco/SAX/WhitespaceFilter.h"
 #include "Poco/XML/NamePool.h"
 
+#include "acm_limit.h"
 #include "acm_xml_feed.h"
 #include "acm_xml_guard.h"
 #include "acm_xml_limits.h"
 
 namespace SystemServer {
 
+using Poco::AutoPtr;
+using Poco::XML::Document;
 using Poco::XML::NamePool;
 using Poco::XML::SAXParser;
 
@@ -30,51 +33,41 @@ constexpr unsigned long POOL_SIZES[] = {61,   127,   251,   509,   1021,   2039,
 constexpr size_t BYTES_PER_NAME = 32;
 constexpr size_t MAX_FIRST_GUESS = 250;
 
-struct Attempt {
-    AcmXmlReading reading;
-    bool prefixesClash = false;
-};
+// What the parser lacks makes no broken document. Other files are never read.
+void RefuseUnsupported(const std::string& fault, const std::string& text) {
+    if (fault.find("external entity") != std::string::npos) {
+        throw AcmLimitException("an entity that is declared in another file");
+    }
+    if (fault.find("nknown encoding") != std::string::npos) {
+        throw AcmLimitException("an encoding that is not supported");
+    }
+    if (text.rfind("<?xml version=\"1.1\"", 0) == 0 || text.rfind("<?xml version='1.1'", 0) == 0) {
+        throw AcmLimitException("XML 1.1 is not supported");
+    }
+}
 
-Attempt Build(const std::string& text, const std::string& source, const AcmXmlReadOptions& options,
-              unsigned long poolSize) {
+AutoPtr<Document> Build(const std::string& text, AcmXmlDoctype doctype, unsigned long poolSize) {
     SAXParser parser;
-    parser.setFeature(SAXParser::FEATURE_NAMESPACES, options.namespaces);
-    parser.setFeature(SAXParser::FEATURE_NAMESPACE_PREFIXES, true);
+    parser.setFeature(SAXParser::FEATURE_NAMESPACES, false);
     parser.setFeature(SAXParser::FEATURE_PARTIAL_READS, true);
-    AcmXmlGuard guard(parser, text, options.allowDoctype);
-    Poco::XML::WhitespaceFilter filter(&guard);
-    Poco::AutoPtr<NamePool> pool(new NamePool(poolSize));
-    Poco::XML::XMLReader& reader = options.dropBlankText ? static_cast<Poco::XML::XMLReader&>(filter) : guard;
-    Poco::XML::DOMBuilder builder(reader, pool.get());
+    AcmXmlGuard guard(parser, text, doctype);
+    AutoPtr<NamePool> pool(new NamePool(poolSize));
+    Poco::XML::DOMBuilder builder(guard, pool.get());
 
     AcmXmlFeed feed(text, guard);
     std::istream stream(&feed);
     Poco::XML::InputSource input(stream);
-    input.setSystemId(source);
-    Attempt attempt;
+    AutoPtr<Document> document;
     try {
-        attempt.reading.document = builder.parse(&input);
-    } catch (...) {
+        document = builder.parse(&input);
+    } catch (const Poco::XML::SAXParseException& fault) {
         guard.RethrowFault();
+        RefuseUnsupported(fault.message(), text);
         throw;
     }
     guard.RethrowFault();
-    attempt.reading.document->suspendEvents();
-    attempt.reading.declaresNamespaces = guard.DeclaresNamespaces();
-    attempt.prefixesClash = guard.PrefixesClash();
-    return attempt;
-}
-
-Attempt BuildWithRoom(const std::string& text, const std::string& source, const AcmXmlReadOptions& options) {
-    unsigned long poolSize = XmlNamePoolSize(std::min(text.size() / BYTES_PER_NAME, MAX_FIRST_GUESS));
-    for (;; poolSize = XmlNamePoolSize(poolSize)) {
-        try {
-            return Build(text, source, options, poolSize);
-        } catch (const Poco::PoolOverflowException&) {
-            if (poolSize == MAX_XML_NAMES)
-                throw;
-        }
-    }
+    document->suspendEvents();
+    return document;
 }
 
 } // namespace
@@ -84,14 +77,17 @@ unsigned long XmlNamePoolSize(size_t names) {
     return size == std::end(POOL_SIZES) ? MAX_XML_NAMES : *size;
 }
 
-AcmXmlReading ReadXml(const std::string& text, const std::string& source, const AcmXmlReadOptions& options) {
-    Attempt attempt = BuildWithRoom(text, source, options);
-    if (attempt.prefixesClash) {
-        AcmXmlReadOptions plain = options;
-        plain.namespaces = false;
-        attempt = BuildWithRoom(text, source, plain);
+AutoPtr<Document> ReadXml(const std::string& text, AcmXmlDoctype doctype) {
+    unsigned long poolSize = XmlNamePoolSize(std::min(text.size() / BYTES_PER_NAME, MAX_FIRST_GUESS));
+    for (;; poolSize = XmlNamePoolSize(poolSize)) {
+        try {
+            return Build(text, doctype, poolSize);
+        } catch (const Poco::PoolOverflowException&) {
+            if (poolSize == MAX_XML_NAMES) {
+                throw AcmLimitException("too many names");
+            }
+        }
     }
-    return attempt.reading;
 }
 
 } // namespace SystemServer

@@ -12,6 +12,8 @@
 #include "Poco/DOM/NodeAppender.h"
 #include "Poco/XML/NamePool.h"
 
+#include "acm_text_bound.h"
+
 namespace SystemServer {
 
 using Poco::AutoPtr;
@@ -26,16 +28,6 @@ namespace {
 
 bool IsElement(const Node* node) {
     return node->nodeType() == Node::ELEMENT_NODE;
-}
-
-// The attributes are a linked list; the map's own index would walk it from its start each time.
-Attr* FirstAttribute(const Element* element) {
-    const AutoPtr<NamedNodeMap> attributes(element->attributes());
-    return static_cast<Attr*>(attributes->item(0));
-}
-
-Attr* NextAttribute(const Attr* attribute) {
-    return static_cast<Attr*>(attribute->nextSibling());
 }
 
 // Calls visit(node, level) for the element and all below it in document order; the element is level 1.
@@ -64,18 +56,16 @@ void WalkNames(const Element* element, Visit visit) {
         if (!IsElement(node))
             return;
         visit(node);
-        const Attr* attribute = FirstAttribute(static_cast<const Element*>(node));
-        for (; attribute; attribute = NextAttribute(attribute))
+        const Attr* attribute = FirstXmlAttribute(static_cast<const Element*>(node));
+        for (; attribute; attribute = NextXmlAttribute(attribute))
             visit(attribute);
     });
 }
 
 AutoPtr<Element> CopyTag(const Element* element, Document& document) {
-    const bool plain = element->localName().empty();
-    AutoPtr<Element> copy(plain ? document.createElement(element->tagName())
-                                : document.createElementNS(element->namespaceURI(), element->tagName()));
+    AutoPtr<Element> copy(document.createElement(element->tagName()));
     Attr* last = nullptr;
-    for (Attr* attribute = FirstAttribute(element); attribute; attribute = NextAttribute(attribute)) {
+    for (Attr* attribute = FirstXmlAttribute(element); attribute; attribute = NextXmlAttribute(attribute)) {
         AutoPtr<Node> twin(document.importNode(attribute, false));
         last = copy->addAttributeNodeNP(last, static_cast<Attr*>(twin.get()));
     }
@@ -107,6 +97,15 @@ AutoPtr<Document> NewDocument(const DocumentType* doctype, unsigned long poolSiz
 
 } // namespace
 
+Attr* FirstXmlAttribute(const Element* element) {
+    const AutoPtr<NamedNodeMap> attributes(element->attributes());
+    return static_cast<Attr*>(attributes->item(0));
+}
+
+Attr* NextXmlAttribute(const Attr* attribute) {
+    return static_cast<Attr*>(attribute->nextSibling());
+}
+
 size_t XmlDepth(const Node* node) {
     size_t depth = 0;
     for (; node && node->nodeType() != Node::DOCUMENT_NODE; node = node->parentNode())
@@ -121,6 +120,14 @@ size_t XmlHeight(const Element* element) {
             height = std::max(height, level);
     });
     return height;
+}
+
+uint64_t XmlTagBytes(const Element* element) {
+    uint64_t bytes = XmlTagBytes(element->tagName());
+    for (const Attr* attribute = FirstXmlAttribute(element); attribute;
+         attribute = NextXmlAttribute(attribute))
+        bytes += XmlAttributeBytes(attribute->name(), attribute->value());
+    return bytes;
 }
 
 size_t CountXmlNames(const Element* element) {

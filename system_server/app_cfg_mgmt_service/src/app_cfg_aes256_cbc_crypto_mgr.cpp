@@ -29,8 +29,6 @@ std::string ReadCipherText(const std::string& path) {
     RequireRegularFile(path);
     try {
         return ReadRegularFile(path);
-    } catch (const AcmTooLargeException&) {
-        throw;
     } catch (const Poco::FileException& fault) {
         if (IsShortage(fault)) {
             throw;

@@ -7,8 +7,6 @@ namespace SystemServer {
 
 namespace {
 
-constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_crypto_mgr_factory";
-
 std::string Bytes(const uint8_t* data, size_t size) {
     return std::string(data, data + size);
 }

@@ -9,8 +9,6 @@ namespace SystemServer {
 
 namespace {
 
-constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_delay_strategy";
-
 Poco::Delegate<AppCfgDelayStrategy, const std::string> ChangeDelegate(AppCfgDelayStrategy* strategy) {
     return Poco::delegate(strategy, &AppCfgDelayStrategy::OnConfigChangedEvent);
 }

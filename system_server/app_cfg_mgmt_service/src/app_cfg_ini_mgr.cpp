@@ -14,8 +14,6 @@ namespace SystemServer {
 
 namespace {
 
-constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_ini_mgr";
-
 constexpr char NAME_VALUE_SEPARATOR = '=';
 
 // The library's loader never ends on a bad stream, so that it is given text that was read before.

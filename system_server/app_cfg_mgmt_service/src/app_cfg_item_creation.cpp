@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "acm_file.h"
+#include "acm_limit.h"
 #include "app_cfg_backup_strategy_factory.h"
 #include "app_cfg_crypto_mgr_factory.h"
 #include "app_cfg_fault.h"
@@ -18,19 +19,18 @@ namespace SystemServer {
 
 namespace {
 
-constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_item_creation";
-
 bool IsUnixPath(const std::string& path) {
     return Poco::Path().tryParse(path, Poco::Path::PATH_UNIX);
 }
 
-void EndItem(const AppCfgMgmtServer::AppCfgMgmtItem& item) {
-    item.appCfgMgr->RaisePendingChange();
+// The backup first, as the item is replaced and not deleted.
+void EndOldItem(const AppCfgMgmtServer::AppCfgMgmtItem& item) {
     for (const auto& strategy : {item.backupStrategy, item.saveStrategy}) {
         if (strategy) {
-            strategy->End();
+            strategy->Stop();
         }
     }
+    item.CatchUp();
 }
 
 } // namespace
@@ -39,17 +39,9 @@ AppCfgItemCreation::AppCfgItemCreation(const AppCfgCreateReq& request, kestrel_c
     m_request(request), m_conn(conn),
     m_key(AppCfgMgmtServer::GetAppCfgKey(&request.hndl)), m_item{conn.fd, nullptr, nullptr, nullptr} {}
 
-// A registered item has left m_item empty. The last action of a strategy that is stopped here must not touch
-// the files of an item that never was.
+// A registered item has left m_item empty.
 AppCfgItemCreation::~AppCfgItemCreation() {
-    if (m_item.appCfgMgr) {
-        m_item.appCfgMgr->Abandon();
-    }
-    for (const auto& strategy : {m_item.backupStrategy, m_item.saveStrategy}) {
-        if (strategy) {
-            Fence(LOG_FILE, __LINE__, [&] { strategy->Stop(); });
-        }
-    }
+    m_item.Abandon();
 }
 
 uint16_t AppCfgItemCreation::Run() {
@@ -101,8 +93,8 @@ bool AppCfgItemCreation::EraseOldItem() {
         return true;
     }
     ACM_LOG(ACM_ERROR, "connect fd[%d] : appCfgKey[%s] already exist.", m_conn.fd, m_key.c_str());
-    if (!Fence(LOG_FILE, __LINE__, [&] { EndItem(old->second); })) {
-        AppCfgMgmtServer::RestartStrategies(old->second);
+    if (!Fence(LOG_FILE, __LINE__, [&] { EndOldItem(old->second); })) {
+        old->second.GoOn();
         return false;
     }
     items.erase(old);
@@ -137,18 +129,23 @@ void AppCfgItemCreation::LogPaths() const {
     ACM_LOG(ACM_INFO, "---------------------------------------");
 }
 
-// Before any file is opened or copied: a FIFO would hang the service, a device never ends.
+// Before any file is opened or copied: a FIFO would hang the service, a device never ends. A copy's path that
+// leads nowhere names no copy, and is no reason to refuse the file itself.
 void AppCfgItemCreation::RequireUsableFiles() const {
     RequireRegularFile(m_cfgPath);
-    RequireWriteTarget(m_backupPath);
-    RequireRegularFile(m_defaultPath);
+    if (IsReachable(m_backupPath)) {
+        RequireWriteTarget(m_backupPath);
+    }
+    if (IsReachable(m_defaultPath)) {
+        RequireRegularFile(m_defaultPath);
+    }
 }
 
 bool AppCfgItemCreation::RecoverMissingFile() {
     const int fd = m_conn.fd;
     const char* const cfg = m_cfgPath.c_str();
     if (FileExists(m_cfgPath)) {
-        if (!m_backupPath.empty() && !FileExists(m_backupPath)) {
+        if (HasUsableBackupPath() && !FileExists(m_backupPath)) {
             CopyRegularFile(m_cfgPath, m_backupPath);
         }
         return true;
@@ -169,15 +166,26 @@ bool AppCfgItemCreation::RecoverMissingFile() {
         ACM_LOG(ACM_INFO, "connect fd[%d] : try to restore config file[%s] from default[%s]...\n", fd, cfg,
                 defaults);
         CopyRegularFile(m_defaultPath, m_cfgPath);
-        if (!m_backupPath.empty()) {
+        if (HasUsableBackupPath()) {
             CopyRegularFile(m_defaultPath, m_backupPath);
         }
         ACM_LOG(ACM_INFO, "connect fd[%d] : restore config file[%s] from default[%s] done.\n", fd, cfg,
                 defaults);
+        TellDefaultTaken();
         return true;
     }
     ACM_LOG(ACM_ERROR, "connect fd[%d] : config file[%s] not exists & recover fail.\n", fd, cfg);
     return false;
+}
+
+bool AppCfgItemCreation::HasUsableBackupPath() const {
+    return !m_backupPath.empty() && IsReachable(m_backupPath);
+}
+
+// Values that were set before are gone then, which the level of an operator's log must show.
+void AppCfgItemCreation::TellDefaultTaken() const {
+    ACM_LOG(ACM_ERROR, "connect fd[%d] : appCfgKey[%s] config file[%s] was taken from default[%s].",
+            m_conn.fd, m_key.c_str(), m_cfgPath.c_str(), m_defaultPath.c_str());
 }
 
 bool AppCfgItemCreation::CreateCryptoMgr() {
@@ -198,11 +206,14 @@ bool AppCfgItemCreation::CreateCryptoMgr() {
 bool AppCfgItemCreation::LoadConfiguration() {
     ACM_LOG(ACM_INFO, "create app cfg mgr start...");
     m_item.appCfgMgr = AppCfgMgrFactory::CreateAppCfgMgr(m_request.storageType, m_cfgPath, m_cryptoMgr);
-    if (!m_item.appCfgMgr && !LoadFrom("backup", m_backupPath) && !LoadFrom("default", m_defaultPath)) {
-        ACM_LOG(ACM_ERROR,
-                "connect fd[%d] : invalid config file format or unsupported config storage type[%d].",
-                m_conn.fd, static_cast<int>(m_request.storageType));
-        return false;
+    if (!m_item.appCfgMgr && !LoadFrom("backup", m_backupPath)) {
+        if (!LoadFrom("default", m_defaultPath)) {
+            ACM_LOG(ACM_ERROR,
+                    "connect fd[%d] : invalid config file format or unsupported config storage type[%d].",
+                    m_conn.fd, static_cast<int>(m_request.storageType));
+            return false;
+        }
+        TellDefaultTaken();
     }
     ACM_LOG(ACM_INFO, "create app cfg mgr done.");
     return true;
@@ -244,11 +255,37 @@ void AppCfgItemCreation::SetCopyPaths() {
         ACM_LOG(ACM_INFO, "set backup path [%s]...", m_backupPath.c_str());
         m_item.appCfgMgr->SetBackupPath(m_backupPath);
         ACM_LOG(ACM_INFO, "set backup path done.");
+        ExamineBackup();
     }
     if (!m_defaultPath.empty()) {
         ACM_LOG(ACM_INFO, "set default path [%s]...", m_defaultPath.c_str());
         m_item.appCfgMgr->SetDefaultPath(m_defaultPath);
         ACM_LOG(ACM_INFO, "set default path done.");
+    }
+}
+
+// A crash in the write of a backup has left it torn. The next save writes it first: a crash in the write of
+// the file would otherwise leave no copy.
+void AppCfgItemCreation::ExamineBackup() {
+    bool isSame = true;
+    const bool isRead = Fence(LOG_FILE, __LINE__, [&] {
+        isSame = !IsRegularFile(m_backupPath) || ReadRegularFile(m_backupPath) == ReadRegularFile(m_cfgPath);
+    });
+    if (!isRead || isSame) {
+        return;
+    }
+    try {
+        m_item.appCfgMgr->DeepClone(m_backupPath);
+    } catch (const AcmLimitException&) {
+        // Good all the same.
+    } catch (const std::exception& fault) {
+        if (IsShortage(fault) || dynamic_cast<const Poco::FileException*>(&fault) != nullptr) {
+            LogFencedFault(LOG_FILE, __LINE__);
+            return;
+        }
+        ACM_LOG(ACM_INFO, "connect fd[%d] : backup[%s] cannot be loaded and is written first.", m_conn.fd,
+                m_backupPath.c_str());
+        m_item.appCfgMgr->NoteTorn(AcmFileStore::BACKUP);
     }
 }
 

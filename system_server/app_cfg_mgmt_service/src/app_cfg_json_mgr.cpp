@@ -4,12 +4,6 @@
 
 namespace SystemServer {
 
-namespace {
-
-constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_json_mgr";
-
-} // namespace
-
 void AppCfgJsonMgrFaults::DocumentMissing() {
     ACM_LOG(ACM_ERROR, "dynamic_cast AcmJsonConfiguration fail.");
 }

@@ -2,13 +2,11 @@
 
 #include <algorithm>
 #include <cstring>
-#include <utility>
 #include <vector>
 
-#include "app_cfg_crypto_mgr_factory.h"
 #include "app_cfg_fault.h"
-#include "app_cfg_instant_strategy.h"
 #include "app_cfg_item_creation.h"
+#include "app_cfg_key_change.h"
 #include "app_cfg_log.h"
 #include "app_cfg_record.h"
 #include "app_cfg_reply.h"
@@ -16,8 +14,6 @@
 namespace SystemServer {
 
 namespace {
-
-constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_mgmt_server";
 
 constexpr uint8_t REPLY_FLAG = 0x80;
 constexpr uint8_t METHOD_MASK = 0x7F;
@@ -28,122 +24,18 @@ constexpr unsigned long SET_SEND_BUFFER = 0x400C0200;
 constexpr unsigned long SET_RECEIVE_BUFFER = 0x400C0201;
 constexpr uint32_t CONNECTION_BUFFER_SIZE = 0x20000;
 
-// A worker that finds no thread leaves the item with a strategy that needs none: it acts on every change
-// until the item is created again. Without the memory for that one, the old one acts when the item ends.
-void Restart(std::shared_ptr<AppCfgStrategy>& strategy, AppCfgMgr& manager,
-             AppCfgStrategy::AppCfgStrategyType type) {
-    if (!strategy) {
-        return;
-    }
-    const bool isOwed = strategy->IsOwed();
-    bool runs = Fence(LOG_FILE, __LINE__, [&] { strategy->Start(); });
-    if (!runs) {
-        runs = Fence(LOG_FILE, __LINE__, [&] {
-            auto instant = std::make_shared<AppCfgInstantStrategy>(manager, type);
-            instant->Start();
-            strategy = std::move(instant);
-        });
-    }
-    if (!runs) {
-        strategy->Owe();
-    } else if (isOwed) {
-        Fence(LOG_FILE, __LINE__, [&] { strategy->Execute(); });
-    }
-}
-
-void StopStrategy(const std::shared_ptr<AppCfgStrategy>& strategy) {
-    if (strategy) {
-        strategy->Stop();
-    }
-}
-
-void EndStrategy(const std::shared_ptr<AppCfgStrategy>& strategy) {
-    if (strategy) {
-        strategy->End();
-    }
-}
-
 void StopForDelete(const AppCfgMgmtServer::AppCfgMgmtItem& item) {
-    item.appCfgMgr->RaisePendingChange();
     if (item.saveStrategy) {
         ACM_LOG(ACM_INFO, "stop save strategy ...");
-        item.saveStrategy->End();
+        item.saveStrategy->Stop();
         ACM_LOG(ACM_INFO, "stop save strategy done.");
     }
     if (item.backupStrategy) {
         ACM_LOG(ACM_INFO, "stop backup strategy ...");
-        item.backupStrategy->End();
+        item.backupStrategy->Stop();
         ACM_LOG(ACM_INFO, "stop backup strategy done.");
     }
-}
-
-// A fault in one strategy must not keep the other, or the next item, from its last save.
-void EndStrategies(AppCfgMgmtServer::AppCfgMgmtItem& item) {
-    Fence(LOG_FILE, __LINE__, [&] { item.appCfgMgr->RaisePendingChange(); });
-    Fence(LOG_FILE, __LINE__, [&] { EndStrategy(item.saveStrategy); });
-    Fence(LOG_FILE, __LINE__, [&] { EndStrategy(item.backupStrategy); });
-}
-
-// The default file keeps its own values: a manager of its own loads it with the old encryption.
-void ReencryptDefault(AppCfgMgr& manager, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
-    const std::string defaultPath = manager.GetDefaultPath();
-    if (defaultPath.empty()) {
-        return;
-    }
-    ACM_LOG(ACM_INFO, "default file exist.need to update default file.");
-    ACM_LOG(ACM_INFO, "update default file start...");
-    if (!manager.MendCopies()) {
-        throw Poco::WriteFileException("cut, and the default may be all there is", manager.GetCfgPath());
-    }
-    const std::shared_ptr<AppCfgMgr> clone = manager.DeepClone(defaultPath);
-    clone->SetCryptoMgr(cryptoMgr);
-    clone->DemandWrites(true);
-    try {
-        clone->Save();
-    } catch (const Poco::FileReadOnlyException&) {
-        // A default that nobody may change, which its line says, is no reason against new keys for the
-        // others.
-    }
-    ACM_LOG(ACM_INFO, "default file update done.");
-}
-
-// While it lives, the manager's failed writes are faults: a reply of success would be the word that the files
-// are in the new encryption.
-class DemandedWrites {
-public:
-    explicit DemandedWrites(AppCfgMgr& manager) : m_manager(manager) { m_manager.DemandWrites(true); }
-    ~DemandedWrites() { m_manager.DemandWrites(false); }
-    DemandedWrites(const DemandedWrites&) = delete;
-    DemandedWrites& operator=(const DemandedWrites&) = delete;
-
-private:
-    AppCfgMgr& m_manager;
-};
-
-// Rewrites the default, the configuration file and the backup, in this order, in the new encryption.
-uint16_t ChangeEncryption(AppCfgMgr& manager, const AppCfgCryptoUpdateReq& request, int fd) {
-    ACM_LOG(ACM_INFO, "create new crypto mgr start...");
-    std::shared_ptr<AppCfgCryptoMgr> cryptoMgr;
-    if (request.cryptoType != ConfigCryptoType::NONE) {
-        cryptoMgr = AppCfgCryptoMgrFactory::CreateAppCfgCryptoMgr(request.cryptoType, manager.GetCfgPath(),
-                                                                  request.cryptoParam);
-        if (!cryptoMgr) {
-            ACM_LOG(ACM_ERROR, "connect fd[%d] : invalid crypto type[%d] or param.", fd,
-                    static_cast<int>(request.cryptoType));
-            return APP_CFG_STATUS_FORBIDDEN;
-        }
-    }
-    ACM_LOG(ACM_INFO, "create new crypto mgr done.");
-    ReencryptDefault(manager, cryptoMgr);
-    manager.SetCryptoMgr(cryptoMgr);
-    const DemandedWrites demanded(manager);
-    ACM_LOG(ACM_INFO, "cfg file update start...");
-    manager.Save();
-    ACM_LOG(ACM_INFO, "cfg file update done.");
-    ACM_LOG(ACM_INFO, "backup file update start...");
-    manager.Backup();
-    ACM_LOG(ACM_INFO, "backup file update done.");
-    return APP_CFG_STATUS_OK;
+    item.CatchUp();
 }
 
 } // namespace
@@ -255,12 +147,15 @@ std::string AppCfgMgmtServer::GetAppCfgKey(const AppCfgHndl* hndl) {
 }
 
 // What all handlers share: the registry's lock for the whole run, one reply on every path. A fault in the
-// body is logged and answered with the status held until then. Returns the status that was sent.
+// body is logged and answered with the status held until then; the body tells the item's key once it knows
+// it. Returns the status that was sent.
 template <typename Body>
 uint16_t AppCfgMgmtServer::Serve(tern_message* msg, kestrel_connection* conn, Body&& body) {
     ReplyMsgInfo reply = {APP_CFG_STATUS_BAD_REQUEST, nullptr, 0};
+    std::string key;
+    const AppCfgFaultContext context(conn->fd, key);
     const std::lock_guard<std::mutex> lock(m_itemMapMutex);
-    Fence(LOG_FILE, __LINE__, [&] { body(reply); });
+    Fence(LOG_FILE, __LINE__, [&] { body(reply, key); });
     ReplyMsg(msg, conn, &reply);
     return reply.status;
 }
@@ -269,13 +164,13 @@ uint16_t AppCfgMgmtServer::Serve(tern_message* msg, kestrel_connection* conn, Bo
 template <typename Record, typename Body>
 uint16_t AppCfgMgmtServer::ServeItem(tern_message* msg, kestrel_connection* conn, uint32_t requiredLen,
                                      Body&& body, uint16_t shortStatus) {
-    return Serve(msg, conn, [&](ReplyMsgInfo& reply) {
+    return Serve(msg, conn, [&](ReplyMsgInfo& reply, std::string& key) {
         Record* record = nullptr;
         if (GetParamFromContent(msg, conn, &record, requiredLen) != 0) {
             reply.status = shortStatus;
             return;
         }
-        const std::string key = GetAppCfgKey(&HandleOf(*record));
+        key = GetAppCfgKey(&HandleOf(*record));
         const auto item = m_appCfgMgmtItemMap.find(key);
         if (item == m_appCfgMgmtItemMap.end()) {
             ACM_LOG(ACM_ERROR, "[connect fd[%d] : appCfgKey[%s] not found.", conn->fd, key.c_str());
@@ -349,25 +244,19 @@ void AppCfgMgmtServer::SetAppCfgRawData(tern_message* msg, kestrel_connection* c
 
 void AppCfgMgmtServer::CreateAppCfgItem(tern_message* msg, kestrel_connection* conn) {
     ACM_LOG(ACM_INFO, "create app cfg item start...");
-    Serve(msg, conn, [&](ReplyMsgInfo& reply) {
+    Serve(msg, conn, [&](ReplyMsgInfo& reply, std::string& key) {
         AppCfgCreateReq* record = nullptr;
         if (GetParamFromContent(msg, conn, &record, sizeof(AppCfgCreateReq)) == 0) {
+            key = GetAppCfgKey(&record->hndl);
             reply.status = AppCfgItemCreation(*record, *conn).Run();
         }
     });
 }
 
-void AppCfgMgmtServer::RestartStrategies(AppCfgMgmtItem& item) {
-    Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.saveStrategy); });
-    Fence(LOG_FILE, __LINE__, [&] { StopStrategy(item.backupStrategy); });
-    Restart(item.saveStrategy, *item.appCfgMgr, AppCfgStrategy::SAVE);
-    Restart(item.backupStrategy, *item.appCfgMgr, AppCfgStrategy::BACKUP);
-}
-
 void AppCfgMgmtServer::DeleteAppCfgItem(tern_message* msg, kestrel_connection* conn) {
     ServeItem<AppCfgHndl>(msg, conn, sizeof(AppCfgHndl), [](const auto&, auto item, auto& reply) {
         if (!Fence(LOG_FILE, __LINE__, [&] { StopForDelete(item->second); })) {
-            RestartStrategies(item->second);
+            item->second.GoOn();
             return;
         }
         ACM_LOG(ACM_INFO, "delete app cfg mgmt item... ");
@@ -388,10 +277,10 @@ void AppCfgMgmtServer::RestoreDefaultCfg(tern_message* msg, kestrel_connection* 
                     found->first.c_str());
             return;
         }
-        EndStrategies(item);
+        item.Stop();
         // A restoring that fails is the operator's to see, not the client's: the item goes on as it is.
         Fence(LOG_FILE, __LINE__, [&] { item.appCfgMgr->Restore(); });
-        RestartStrategies(item);
+        item.Start();
         reply.status = APP_CFG_STATUS_OK;
     });
 }
@@ -425,7 +314,8 @@ void AppCfgMgmtServer::RemoveItemsOf(int32_t connFd) {
         if (item->second.connFd != connFd) {
             continue;
         }
-        EndStrategies(item->second);
+        const AppCfgFaultContext context(connFd, item->first);
+        item->second.End();
         ACM_LOG(ACM_INFO, "delete connect fd[%d] app cfg mgmt item[%s]... ", connFd, item->first.c_str());
         m_appCfgMgmtItemMap.erase(item);
         ACM_LOG(ACM_INFO, "delete app cfg mgmt item done. ");
@@ -436,7 +326,7 @@ void AppCfgMgmtServer::RemoveItemsOf(int32_t connFd) {
 void AppCfgMgmtServer::RemoveAllItems() {
     const std::lock_guard<std::mutex> lock(m_itemMapMutex);
     for (auto& [key, item] : m_appCfgMgmtItemMap) {
-        EndStrategies(item);
+        item.End();
     }
     m_appCfgMgmtItemMap.clear();
 }
@@ -444,6 +334,6 @@ void AppCfgMgmtServer::RemoveAllItems() {
 } // namespace SystemServer
 
 extern "C" __attribute__((visibility("default"))) int CreateAppCfgMgmtService() {
-    SystemServer::Fence(SystemServer::LOG_FILE, __LINE__, [] { SystemServer::AppCfgMgmtServer::Run(); });
+    SystemServer::Fence(LOG_FILE, __LINE__, [] { SystemServer::AppCfgMgmtServer::Run(); });
     return 0;
 }

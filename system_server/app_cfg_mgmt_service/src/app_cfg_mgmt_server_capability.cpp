@@ -18,8 +18,6 @@ namespace SystemServer {
 
 namespace {
 
-constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_mgmt_server_capability";
-
 // CHOWN, DAC_OVERRIDE, DAC_READ_SEARCH, FSETID, NET_BIND_SERVICE, NET_BROADCAST, NET_ADMIN, NET_RAW,
 // IPC_OWNER, SYS_RAWIO, SYS_ADMIN, SYS_BOOT, SYS_RESOURCE, SYS_TIME, SYS_TTY_CONFIG, AUDIT_WRITE and
 // AUDIT_CONTROL. Wider than the file work needs; kept, since the device's other services rely on the set.

@@ -12,8 +12,6 @@ namespace SystemServer {
 
 namespace {
 
-constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_mgmt_server_paths";
-
 constexpr unsigned long GET_PEER_PID = 0x80040305;
 
 constexpr uint8_t REPLY_FLAG = 0x80;

@@ -4,16 +4,11 @@
 #include <Poco/StringTokenizer.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <fcntl.h>
 #include <sstream>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include "acm_cut_files.h"
-#include "acm_descriptor.h"
 #include "acm_file.h"
-#include "acm_room.h"
+#include "acm_file_store.h"
 #include "acm_value_lookup.h"
 #include "app_cfg_fault.h"
 #include "app_cfg_limits.h"
@@ -22,8 +17,6 @@
 namespace SystemServer {
 
 namespace {
-
-constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_mgr";
 
 constexpr char ITEM_SEPARATOR[] = ",";
 constexpr char KEY_VALUE_SEPARATOR = '|';
@@ -34,18 +27,13 @@ void RequireDocument(const Poco::AutoPtr<Poco::Util::AbstractConfiguration>& con
     }
 }
 
-bool IsDevice(int fd) {
-    struct stat status = {};
-    return fstat(fd, &status) == 0 && !S_ISREG(status.st_mode);
-}
-
 } // namespace
 
 AppCfgMgr::AppCfgMgr(const std::string& cfgPath, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) :
     m_cfgPath(cfgPath), m_cryptoMgr(cryptoMgr) {
     std::unique_lock<std::mutex> lock(m_notifyMutex);
     m_notifyThread = std::make_shared<std::thread>(&AppCfgMgr::RunNotifyThread, this);
-    m_notifyIdle.wait(lock, [this] { return m_notifyWaiting; });
+    m_notifyReady.wait(lock, [this] { return m_notifyWaiting; });
 }
 
 AppCfgMgr::~AppCfgMgr() {
@@ -82,10 +70,13 @@ int32_t AppCfgMgr::SetData(const std::string& query) {
             }
         }
     }
-    const std::lock_guard<std::mutex> lock(m_notifyMutex);
-    m_notifyPending = true;
-    m_notifyCond.notify_one();
+    AnnounceChange();
     return 0;
+}
+
+void AppCfgMgr::AnnounceChange() {
+    const std::lock_guard<std::mutex> lock(m_notifyMutex);
+    m_notifyCond.notify_one();
 }
 
 bool AppCfgMgr::SetItem(const std::string& item, AcmWorkBudget& budget) {
@@ -111,6 +102,7 @@ bool AppCfgMgr::SetItem(const std::string& item, AcmWorkBudget& budget) {
         return false;
     }
     m_config->setString(key, value);
+    ++m_changes;
     return true;
 }
 
@@ -134,18 +126,52 @@ void AppCfgMgr::Restore() {
     if (defaultPath.empty()) {
         return;
     }
-    if (FileExists(defaultPath) && IsCut(defaultPath)) {
-        throw Poco::ReadFileException("cut by an earlier write", defaultPath);
+    if (m_isDefaultTorn) {
+        DeepClone(defaultPath); // throws while it cannot be loaded
+        m_isDefaultTorn = false;
     }
-    Replace(defaultPath, m_cfgPath);
+    if (FileExists(defaultPath)) {
+        NoteChange();
+    }
+    ReplaceCopy(defaultPath, AcmFileStore::CFG);
     // Else a later recovery from the backup would bring the old values back.
     const std::string backupPath = GetBackupPath();
-    if (!backupPath.empty()) {
-        Replace(defaultPath, backupPath);
+    if (!backupPath.empty() && IsReachable(backupPath)) {
+        ReplaceCopy(defaultPath, AcmFileStore::BACKUP);
     }
 }
 
+void AppCfgMgr::ReplaceCopy(const std::string& source, AcmFileStore::Copy copy) {
+    try {
+        Replace(source, copy == AcmFileStore::CFG ? m_cfgPath : GetBackupPath());
+    } catch (...) {
+        NoteTorn(copy);
+        throw;
+    }
+    if (FileExists(source)) {
+        const uint32_t change = ChangeNumber();
+        const std::lock_guard<std::mutex> lock(m_fileMutex);
+        m_files.NoteWhole(copy, change);
+    }
+}
+
+void AppCfgMgr::Reload(const std::function<void()>& load) {
+    const std::lock_guard<std::mutex> files(m_fileMutex);
+    const std::lock_guard<std::mutex> document(m_documentMutex);
+    try {
+        load();
+    } catch (...) {
+        ++m_changes; // neither copy holds the text of the document that stays
+        throw;
+    }
+    m_files.NoteWhole(AcmFileStore::CFG, m_changes);
+}
+
 void AppCfgMgr::Save(std::ostream&) {}
+
+bool AppCfgMgr::Admits(const std::string&, const std::string&) {
+    return true;
+}
 
 bool AppCfgMgr::IsConfigWritable() {
     return false;
@@ -155,102 +181,70 @@ void AppCfgMgr::SaveCfgToPath(const std::string& path) {
     if (!IsConfigWritable() || path.empty() || m_abandoned) {
         return;
     }
+    const uint32_t change = ChangeNumber();
     std::ostringstream stream;
     Save(stream);
     if (!stream.good()) {
         ACM_LOG(ACM_ERROR, "serialise [%s] fail. [%s] is left as it is.", m_cfgPath.c_str(), path.c_str());
         throw Poco::OutOfMemoryException(path); // nothing else makes such a stream bad
     }
-    const std::string text = stream.str();
+    std::string text = stream.str();
     if (text.size() > MAX_DOCUMENT_BYTES) {
         ACM_LOG(ACM_ERROR, "[%s] is too large to be loaded again. [%s] is left as it is.", m_cfgPath.c_str(),
                 path.c_str());
-        RequireWritten(Written::FAILED, path);
         return;
     }
     const std::lock_guard<std::mutex> lock(m_fileMutex);
     if (m_cryptoMgr) {
         std::string cipher;
         m_cryptoMgr->Encrypt(text, cipher);
-        Overwrite(cipher, path);
-    } else {
-        Overwrite(text, path);
+        text.swap(cipher);
     }
-}
-
-bool AppCfgMgr::MendCopies() {
-    // Under the lock of the writers: a file that changes while one of them is at it is not another's work.
-    const auto isCut = [this](const std::string& path) {
-        const std::lock_guard<std::mutex> lock(m_fileMutex);
-        return IsCut(path);
-    };
-    const std::string backupPath = GetBackupPath();
-    if (isCut(m_cfgPath)) {
-        Save();
-    }
-    if (isCut(backupPath)) {
-        Backup();
-    }
-    return !isCut(m_cfgPath) && !isCut(backupPath);
-}
-
-// While the other copy is cut, that one is written again first, or this one is the last.
-void AppCfgMgr::Overwrite(const std::string& data, const std::string& path) {
-    const std::string& other = path == m_cfgPath ? m_backupPath : m_cfgPath;
-    const bool isLast = !IsCut(path) && IsCut(other) && WriteIfRoom(data, other) != Written::WHOLE;
-    RequireWritten(isLast ? WriteLastCopy(data, path) : WriteIfRoom(data, path), path);
-}
-
-void AppCfgMgr::RequireWritten(Written result, const std::string& path) const {
-    if (!m_writesDemanded || result == Written::WHOLE) {
-        return;
-    }
-    if (result == Written::READ_ONLY) {
-        throw Poco::FileReadOnlyException(path);
-    }
-    throw Poco::WriteFileException(path);
-}
-
-// A full disk would leave nothing but a cut file.
-AppCfgMgr::Written AppCfgMgr::WriteIfRoom(const std::string& data, const std::string& path) {
-    if (HasRoomFor(data.size(), path)) {
-        return Write(data, path);
-    }
-    ACM_LOG(ACM_ERROR, "no room to write [%s], which is left as it is.", path.c_str());
-    return Written::FAILED;
-}
-
-AppCfgMgr::Written AppCfgMgr::WriteLastCopy(const std::string& data, const std::string& path) {
-    if (IsSureToTake(data.size(), path)) {
-        return Write(data, path);
-    }
-    ACM_LOG(ACM_ERROR, "[%s] is left as it is: no other copy is whole.", path.c_str());
-    return Written::FAILED;
+    m_files.Write(path == m_cfgPath ? AcmFileStore::CFG : AcmFileStore::BACKUP, text, change);
 }
 
 void AppCfgMgr::SyncSaveToPath(const std::string& data, const std::string& path) {
-    Write(data, path);
+    LogWriting(WriteInPlace(data, path, S_IRUSR | S_IWUSR), data.size(), path);
 }
 
-AppCfgMgr::Written AppCfgMgr::Write(const std::string& data, const std::string& path) {
-    const AcmDescriptor file(OpenPromptly(path, O_WRONLY | O_CREAT | O_TRUNC, S_IRUSR | S_IWUSR));
-    if (file.Get() == -1) {
-        const bool isReadOnly = errno == EROFS || errno == EACCES || errno == EPERM;
-        ACM_LOG(ACM_ERROR, "open [%s] fail.", path.c_str());
-        return isReadOnly ? Written::READ_ONLY : Written::FAILED;
+bool AppCfgMgr::IsBehind(AcmFileStore::Copy copy) {
+    const uint32_t change = ChangeNumber();
+    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    return IsConfigWritable() && m_files.IsBehind(copy, change);
+}
+
+bool AppCfgMgr::IsTorn(AcmFileStore::Copy copy) const {
+    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    return m_files.IsTorn(copy);
+}
+
+int AppCfgMgr::OpenError(AcmFileStore::Copy copy) const {
+    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    return m_files.OpenError(copy);
+}
+
+void AppCfgMgr::NoteTorn(AcmFileStore::Copy copy) {
+    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    m_files.NoteTorn(copy);
+}
+
+void AppCfgMgr::CatchUp(bool isSaved, bool isBackedUp) {
+    if (isSaved && IsBehind(AcmFileStore::CFG)) {
+        Save();
     }
-    bool isWhole = false;
-    const ssize_t written = write(file.Get(), data.data(), data.size());
-    if (written < 0 || static_cast<size_t>(written) != data.size()) {
-        ACM_LOG(ACM_ERROR, "write [%s] fail.required wr len[%zu] actual wr len[%zd].", path.c_str(),
-                data.size(), written);
-    } else if (fsync(file.Get()) == -1) {
-        ACM_LOG(ACM_ERROR, "fsync [%s] fail.", path.c_str());
-    } else {
-        isWhole = true;
+    if (isBackedUp && IsBehind(AcmFileStore::BACKUP)) {
+        Backup();
     }
-    NoteCut(path, !isWhole);
-    return isWhole || IsDevice(file.Get()) ? Written::WHOLE : Written::FAILED;
+}
+
+uint32_t AppCfgMgr::ChangeNumber() const {
+    const std::lock_guard<std::mutex> document(m_documentMutex);
+    return m_changes;
+}
+
+void AppCfgMgr::NoteChange() {
+    const std::lock_guard<std::mutex> document(m_documentMutex);
+    ++m_changes;
 }
 
 void AppCfgMgr::Replace(const std::string& src, const std::string& dst) {
@@ -265,20 +259,6 @@ void AppCfgMgr::Replace(const std::string& src, const std::string& dst) {
     ACM_LOG(ACM_INFO, "copy default[%s] to cfg[%s] done.", src.c_str(), dst.c_str());
 }
 
-void AppCfgMgr::RaisePendingChange() {
-    const auto isRaised = [this] { return !m_notifyPending; };
-    std::unique_lock<std::mutex> lock(m_notifyMutex);
-    m_notifyIdle.wait(lock, isRaised);
-    if (m_notifyFailed) {
-        m_notifyPending = true;
-        m_notifyCond.notify_one();
-        m_notifyIdle.wait(lock, isRaised);
-    }
-    if (m_notifyFailed) {
-        throw Poco::RuntimeException("a change could not be passed on", m_cfgPath);
-    }
-}
-
 void AppCfgMgr::RunNotifyThread() {
     Fence(LOG_FILE, __LINE__, [this] { NotifyConfigChanged(); });
 }
@@ -287,28 +267,12 @@ void AppCfgMgr::NotifyConfigChanged() {
     while (!m_notifyStop) {
         std::unique_lock<std::mutex> lock(m_notifyMutex);
         m_notifyWaiting = true;
-        m_notifyIdle.notify_all();
+        m_notifyReady.notify_all();
         while (!m_notifyQuit) {
             m_notifyCond.wait(lock);
-            m_notifyFailed = !RaiseConfigChanged();
-            m_notifyPending = false;
-            m_notifyIdle.notify_all();
+            Fence(LOG_FILE, __LINE__, [this] { m_configChangedEvent(this, m_cfgPath); });
         }
     }
-}
-
-void AppCfgMgr::RaiseHere() {
-    try {
-        m_configChangedEvent(this, m_cfgPath);
-    } catch (...) {
-        const std::lock_guard<std::mutex> lock(m_notifyMutex);
-        m_notifyFailed = true;
-        throw;
-    }
-}
-
-bool AppCfgMgr::RaiseConfigChanged() noexcept {
-    return Fence(LOG_FILE, __LINE__, [this] { m_configChangedEvent(this, m_cfgPath); });
 }
 
 std::string AppCfgMgr::GetBackupPath() const {
@@ -337,8 +301,11 @@ std::shared_ptr<AppCfgCryptoMgr> AppCfgMgr::GetCryptoMgr() const {
 }
 
 void AppCfgMgr::SetCryptoMgr(const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
-    const std::lock_guard<std::mutex> lock(m_fileMutex);
-    m_cryptoMgr = cryptoMgr;
+    {
+        const std::lock_guard<std::mutex> lock(m_fileMutex);
+        m_cryptoMgr = cryptoMgr;
+    }
+    NoteChange(); // afterwards: what a strategy writes in between must not count as in the new encryption
 }
 
 std::shared_ptr<AppCfgCryptoMgr> AppCfgMgr::CloneCryptoMgr(const std::string& path) const {

@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "acm_file.h"
+#include "acm_limit.h"
 #include "app_cfg_fault.h"
 #include "app_cfg_ini_mgr.h"
 #include "app_cfg_json_mgr.h"
@@ -11,8 +12,6 @@
 namespace SystemServer {
 
 namespace {
-
-constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_mgr_factory";
 
 std::shared_ptr<AppCfgMgr> MakeManager(ConfigStorageType type, const std::string& path,
                                        const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
@@ -35,8 +34,11 @@ AppCfgMgrFactory::CreateAppCfgMgr(ConfigStorageType type, const std::string& pat
                                   const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
     try {
         return MakeManager(type, path, cryptoMgr);
-    } catch (const AcmTooLargeException&) {
-        throw;
+    } catch (const AcmLimitException& fault) {
+        if (fault.message().find(path) != std::string::npos) {
+            throw;
+        }
+        throw AcmLimitException(fault.message(), path);
     } catch (const std::exception& fault) {
         if (IsShortage(fault)) {
             throw;

@@ -10,8 +10,6 @@ namespace SystemServer {
 
 namespace {
 
-constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_reply";
-
 constexpr uint32_t WORD_SIZE = sizeof(uint32_t);
 constexpr uint32_t RAW_DATA_OFFSET = sizeof(AppCfgRawDataReq);
 

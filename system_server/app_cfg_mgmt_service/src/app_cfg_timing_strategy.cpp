@@ -4,12 +4,6 @@
 
 namespace SystemServer {
 
-namespace {
-
-constexpr char LOG_FILE[] = "system_server/app_cfg_mgmt_service/src/app_cfg_timing_strategy";
-
-} // namespace
-
 AppCfgTimingStrategy::AppCfgTimingStrategy(AppCfgMgr& manager, AppCfgStrategyType type,
                                            std::chrono::seconds period) :
     AppCfgStrategy(manager, type),

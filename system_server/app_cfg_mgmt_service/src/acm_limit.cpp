@@ -1,0 +1,7 @@
+#include "acm_limit.h"
+
+namespace SystemServer {
+
+POCO_IMPLEMENT_EXCEPTION(AcmLimitException, Poco::DataException, "Beyond a limit")
+
+} // namespace SystemServer

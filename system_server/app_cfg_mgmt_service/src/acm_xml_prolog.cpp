@@ -1,0 +1,111 @@
+// The guard must judge an entity before the parser can meet a reference to it, so that the parser is fed up
+// to the end of each declaration at a time. Where declarations end is found here, by the grammar of what may
+// stand in front of the root element: a ">" in a comment, an instruction or a literal ends nothing.
+#include "acm_xml_prolog.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace SystemServer {
+
+namespace {
+
+bool IsBlankCharacter(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+} // namespace
+
+AcmXmlProlog::AcmXmlProlog(const std::string& text) : m_text(text) {
+    const auto begins = [&](const char* bytes) {
+        return text.size() >= 2 && std::memcmp(text.data(), bytes, 2) == 0;
+    };
+    if (begins("\xFF\xFE") || begins("<\0")) {
+        m_width = 2;
+    } else if (begins("\xFE\xFF") || begins("\0<")) {
+        m_width = 2;
+        m_lowByte = 1;
+    }
+    if (begins("\xFF\xFE") || begins("\xFE\xFF")) {
+        m_end = 2;
+    } else if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) {
+        m_end = 3;
+    }
+}
+
+size_t AcmXmlProlog::NextEnd(size_t position) {
+    while (!m_isInRoot && m_end <= position && m_end < m_text.size()) {
+        m_isBlank = IsBlankCharacter(At(m_end));
+        if (m_isBlank) {
+            while (IsBlankCharacter(At(m_end))) {
+                m_end += m_width;
+            }
+        } else {
+            m_end = SkipMarkup(m_end);
+        }
+    }
+    return m_isInRoot ? std::string::npos : m_end;
+}
+
+// NUL behind the end.
+char AcmXmlProlog::At(size_t position) const {
+    if (position + m_width > m_text.size()) {
+        return '\0';
+    }
+    const char low = m_text[position + m_lowByte];
+    const bool isWide = m_width == 2 && m_text[position + 1 - m_lowByte] != '\0';
+    return isWide ? OTHER : low;
+}
+
+bool AcmXmlProlog::Matches(size_t position, const char* ascii) const {
+    for (; *ascii != '\0'; ++ascii, position += m_width) {
+        if (At(position) != *ascii) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Behind the end mark, or the end of the text.
+size_t AcmXmlProlog::Skip(size_t position, const char* end) const {
+    while (position < m_text.size() && !Matches(position, end)) {
+        position += m_width;
+    }
+    return std::min(position + std::strlen(end) * m_width, m_text.size());
+}
+
+// Literals may hold anything but their own quote. A DOCTYPE ends here where its subset begins.
+size_t AcmXmlProlog::SkipDeclaration(size_t position) const {
+    for (; position < m_text.size(); position += m_width) {
+        const char c = At(position);
+        if (c == '>' || c == '[') {
+            return position + m_width;
+        }
+        if (c == '"' || c == '\'') {
+            position = Skip(position + m_width, c == '"' ? "\"" : "'") - m_width;
+        }
+    }
+    return m_text.size();
+}
+
+size_t AcmXmlProlog::SkipMarkup(size_t position) {
+    if (Matches(position, "<!--")) {
+        return Skip(position + 4 * m_width, "-->");
+    }
+    if (Matches(position, "<?")) {
+        return Skip(position + 2 * m_width, "?>");
+    }
+    if (Matches(position, "<!")) {
+        const size_t end = SkipDeclaration(position);
+        m_inSubset = m_inSubset || At(end - m_width) == '[';
+        return end;
+    }
+    if (m_inSubset) { // its end, or a reference to a parameter entity
+        m_inSubset = At(position) != ']';
+        return m_inSubset ? Skip(position, ";") : Skip(position, ">");
+    }
+    m_isInRoot = true;
+    return m_text.size();
+}
+
+} // namespace SystemServer

@@ -1,0 +1,155 @@
+// The library writes a tree with one recursion a level and, for each attribute, a walk over all attributes of
+// its element, so that the walk is our own here. Its writer puts two things so that they are read as others.
+// A carriage return in a text is read as a line feed unless it is written as a character reference, and "]]>"
+// in a CDATA section, which the library's reader makes of two sections side by side, ends it.
+#include "acm_xml_writer.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "Poco/DOM/Attr.h"
+#include "Poco/DOM/DOMSerializer.h"
+#include "Poco/DOM/Document.h"
+#include "Poco/DOM/DocumentType.h"
+#include "Poco/DOM/Element.h"
+#include "Poco/SAX/AttributesImpl.h"
+#include "Poco/XML/XMLWriter.h"
+
+#include "acm_xml_tree.h"
+
+namespace SystemServer {
+
+using Poco::XML::Attr;
+using Poco::XML::Document;
+using Poco::XML::Element;
+using Poco::XML::Node;
+using Poco::XML::XMLChar;
+using Poco::XML::XMLString;
+using Poco::XML::XMLWriter;
+
+namespace {
+
+class AcmXmlWriter : public XMLWriter {
+public:
+    AcmXmlWriter(std::ostream& out, int options) : XMLWriter(out, options), m_out(out) {
+        setNewLine("\n");
+        m_leaves.setContentHandler(this);
+        m_leaves.setDTDHandler(this);
+        m_leaves.setProperty(Poco::XML::XMLReader::PROPERTY_LEXICAL_HANDLER,
+                             static_cast<Poco::XML::LexicalHandler*>(this));
+    }
+
+    void Write(const Node& top) {
+        const Node* node = &top;
+        for (;;) {
+            Enter(*node);
+            if (const Node* const child = node->firstChild()) {
+                node = child;
+                continue;
+            }
+            Leave(*node);
+            while (node != &top && node->nextSibling() == nullptr) {
+                node = node->parentNode();
+                Leave(*node);
+            }
+            if (node == &top) {
+                return;
+            }
+            node = node->nextSibling();
+        }
+    }
+
+    void characters(const XMLChar text[], int start, int length) override {
+        const XMLChar* position = text + start;
+        const XMLChar* const end = position + length;
+        while (position != end) {
+            const XMLChar* const stop =
+                m_inCdata ? FindCdataEnd(position, end) : std::find(position, end, '\r');
+            XMLWriter::characters(position, 0, static_cast<int>(stop - position));
+            position = stop;
+            if (position == end) {
+                return;
+            }
+            if (m_inCdata) {
+                endCDATA();
+                startCDATA();
+            } else {
+                rawCharacters("&#xD;");
+                ++position;
+            }
+        }
+    }
+
+    void startCDATA() override {
+        m_inCdata = true;
+        XMLWriter::startCDATA();
+    }
+
+    void endCDATA() override {
+        m_inCdata = false;
+        XMLWriter::endCDATA();
+    }
+
+private:
+    void Enter(const Node& node) {
+        if (!m_out) {
+            throw std::ios::failure("the stream of an XML document is full");
+        }
+        if (const auto* const element = dynamic_cast<const Element*>(&node)) {
+            StartElement(*element);
+        } else if (const auto* const document = dynamic_cast<const Document*>(&node)) {
+            startDocument();
+            if (document->doctype() != nullptr) {
+                m_leaves.serialize(document->doctype());
+            }
+        } else {
+            m_leaves.serialize(&node);
+        }
+    }
+
+    void StartElement(const Element& element) {
+        Poco::XML::AttributesImpl attributes;
+        for (const Attr* attr = FirstXmlAttribute(&element); attr != nullptr; attr = NextXmlAttribute(attr)) {
+            attributes.addAttribute(NO_NAME, NO_NAME, attr->nodeName(), NO_NAME, attr->value(),
+                                    attr->specified());
+        }
+        startElement(NO_NAME, NO_NAME, element.tagName(), attributes);
+    }
+
+    void Leave(const Node& node) {
+        if (node.nodeType() == Node::ELEMENT_NODE) {
+            endElement(NO_NAME, NO_NAME, node.nodeName());
+        } else if (node.nodeType() == Node::DOCUMENT_NODE) {
+            endDocument();
+        }
+    }
+
+    // Between "]]" and ">", or the end.
+    static const XMLChar* FindCdataEnd(const XMLChar* begin, const XMLChar* end) {
+        constexpr XMLChar MARK[] = {']', ']', '>'};
+        const XMLChar* const found = std::search(begin, end, std::begin(MARK), std::end(MARK));
+        return found == end ? end : found + 2;
+    }
+
+    static inline const XMLString NO_NAME; // of a namespace, since none is resolved
+
+    std::ostream& m_out;
+    Poco::XML::DOMSerializer m_leaves; // writes nodes that have no children of their own
+    bool m_inCdata = false;
+};
+
+} // namespace
+
+void WriteXml(const Node& node, std::ostream& out) {
+    const bool isDocument = node.nodeType() == Node::DOCUMENT_NODE;
+    AcmXmlWriter writer(out, isDocument ? XMLWriter::PRETTY_PRINT : 0);
+    if (isDocument) {
+        writer.Write(node);
+    } else {
+        writer.startFragment();
+        writer.Write(node);
+        writer.endFragment();
+    }
+}
+
+} // namespace SystemServer
