@@ -14,12 +14,13 @@ namespace {
 constexpr char DESCRIPTION[] = "Reads and changes configuration items of the storage service.\n"
                                "HANDLE is owner/name or owner/name/index.";
 constexpr char FOOTER[] =
-    "Exit status: 0 done, 1 refused by the service, 2 wrong usage, 3 service not reachable.";
+    "Exit status: 0 done, 1 refused by the service, 2 wrong usage, 3 no service, no reply, or none in time.";
 
 // The parser, what it fills in, and which command was chosen. Lives for one run.
 struct CommandLine {
     CLI::App app{DESCRIPTION, "appcfg"};
     std::string root;
+    double timeout = std::chrono::duration<double>(Connection::DEFAULT_TIMEOUT).count();
     Arguments arguments;
     std::vector<std::string> itemFiles;
     CLI::App* shell = nullptr;
@@ -31,6 +32,10 @@ struct CommandLine {
         app.fallthrough();
         app.add_option("--root", root, "the framework's root directory (default: KESTREL_ROOT)")
             ->type_name("DIR");
+        app.add_option("--timeout", timeout, "how long the service may be silent")
+            ->type_name("SECONDS")
+            ->capture_default_str()
+            ->check(CLI::Range(0.001, 86400.0));
         app.add_flag("--json", arguments.json, "print values as JSON");
         shell = app.add_subcommand("shell", "hold items on one connection: a prompt, or commands from "
                                             "standard input");
@@ -40,6 +45,12 @@ struct CommandLine {
                 AddCommand(candidate);
             }
         }
+    }
+
+    // Not yet connected, so that wrong usage is told whether there is a service or not.
+    Connection MakeConnection() const {
+        return Connection::Deferred(
+            std::chrono::milliseconds(static_cast<std::chrono::milliseconds::rep>(timeout * 1000)));
     }
 
 private:
@@ -61,7 +72,7 @@ ExitStatus RunShell(const CommandLine& line, const Streams& streams) {
     const auto lines = streams.terminal ? MakePromptSource() : MakeStreamSource(streams.in);
     ExitStatus result = EXIT_DONE;
     const ExitStatus status = Guarded(streams.err, [&] {
-        Shell shell(streams.out, streams.err, line.arguments.json);
+        Shell shell(line.MakeConnection(), streams, line.arguments.json);
         std::vector<std::string> files;
         for (const std::string& file : line.itemFiles) {
             files.push_back(Unprotected(file));
@@ -73,7 +84,7 @@ ExitStatus RunShell(const CommandLine& line, const Streams& streams) {
 
 ExitStatus RunCommand(const CommandLine& line, const Streams& streams) {
     return Guarded(streams.err, [&] {
-        Session session(streams.out, &streams.in, false);
+        Session session(line.MakeConnection(), Output(streams.out, streams.outTerminal, false), &streams.in);
         session.Run(*line.command, line.arguments, false);
     });
 }
@@ -90,6 +101,8 @@ ExitStatus Guarded(std::ostream& err, const std::function<void()>& action) {
         return EXIT_DONE;
     } catch (const RequestRefused& error) {
         return report(error, EXIT_REFUSED);
+    } catch (const Unconfirmed& error) {
+        return report(error, EXIT_REFUSED);
     } catch (const ConnectionError& error) {
         return report(error, EXIT_UNREACHABLE);
     } catch (const Error& error) {
@@ -104,6 +117,11 @@ ExitStatus RunApp(const std::vector<std::string>& words, const Streams& streams)
     try {
         ParseWords(line.app, words);
     } catch (const CLI::ParseError& error) {
+        const std::vector<std::string> unknown = line.app.remaining();
+        if (error.get_name() == "RequiredError" && !unknown.empty()) {
+            streams.err << "appcfg: no command '" << unknown.front() << "'; --help lists them\n";
+            return EXIT_USAGE;
+        }
         return line.app.exit(error, streams.out, streams.err) == 0 ? EXIT_DONE : EXIT_USAGE;
     }
     SetRoot(line.root);

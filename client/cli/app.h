@@ -12,12 +12,13 @@
 
 namespace appcfg::cli {
 
-// Standard input is a terminal when a prompt is wanted.
+// `terminal`: a prompt is wanted on standard input. `outTerminal`: people read standard output.
 struct Streams {
     std::istream& in;
     std::ostream& out;
     std::ostream& err;
     bool terminal;
+    bool outTerminal = false;
 };
 
 // Runs the words that follow the program's name and returns its exit status. Throws nothing but what a

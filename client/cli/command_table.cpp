@@ -16,6 +16,11 @@ void DeclareFile(CLI::App& app, Arguments& arguments) {
     app.add_option("FILE", arguments.file, "item file (JSON)")->required();
 }
 
+void DeclareRestore(CLI::App& app, Arguments& arguments) {
+    app.add_option("--item", arguments.file,
+                   "item file (JSON): compare with the default that it names; a shell knows its own items");
+}
+
 void DeclareHandle(CLI::App& app, Arguments& arguments) {
     app.add_option("HANDLE", arguments.handle, "owner/name or owner/name/index")->required();
 }
@@ -34,6 +39,7 @@ void DeclareRaw(CLI::App& app, Arguments& arguments) {
     app.add_option("DATA", arguments.data,
                    "for set: the text, or @FILE (@@... for text that begins with @); without it standard "
                    "input, on the command line");
+    app.add_flag("--empty", arguments.empty, "take an empty standard input for an empty text");
 }
 
 void DeclareRekey(CLI::App& app, Arguments& arguments) {
@@ -53,7 +59,7 @@ const std::vector<Command>& Commands() {
         {"get", "print values", Scope::ANYWHERE, DeclareKeys, &Session::Get},
         {"set", "change values", Scope::ANYWHERE, DeclarePairs, &Session::Set},
         {"raw", "print or replace a document fragment", Scope::ANYWHERE, DeclareRaw, &Session::Raw},
-        {"restore", "bring the default file back", Scope::ANYWHERE, DeclareNothing, &Session::Restore},
+        {"restore", "bring the default file back", Scope::ANYWHERE, DeclareRestore, &Session::Restore},
         {"rekey", "encrypt with another key, or store plain", Scope::ANYWHERE, DeclareRekey, &Session::Rekey},
         {"delete", "end an item at the service; its files stay", Scope::ANYWHERE, DeclareNothing,
          &Session::Delete},

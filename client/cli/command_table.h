@@ -13,8 +13,8 @@ class Session;
 
 // What a command was given; each command reads the members that it declares.
 struct Arguments {
-    std::string handle;
-    std::vector<std::string> keys; // also the KEY=VALUE pairs of a set
+    std::optional<std::string> handle; // none: the current item
+    std::vector<std::string> keys;     // also the KEY=VALUE pairs of a set
     std::string verb;
     std::string key;
     std::optional<std::string> data;
@@ -22,6 +22,7 @@ struct Arguments {
     std::string keyFile;
     std::string text;
     bool plain = false;
+    bool empty = false;
     bool json = false;
 };
 

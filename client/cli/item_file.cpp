@@ -1,6 +1,7 @@
 #include "item_file.h"
 
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
@@ -48,12 +49,14 @@ int OpenForReading(const std::string& path) {
     return fd;
 }
 
+// Leaves no second copy of a text of at most one piece: it may be a key.
 std::string ReadAll(const Descriptor& file, const std::string& path, size_t limit) {
     if (!S_ISREG(StatOf(file, path).st_mode)) {
         throw UsageError(path + ": not a regular file");
     }
     std::string text;
-    char piece[16384];
+    char piece[KEY_FILE_LIMIT];
+    text.reserve(2 * sizeof(piece));
     ssize_t count = 0;
     while ((count = read(file.fd, piece, sizeof(piece))) != 0) {
         if (count < 0 && errno == EINTR) {
@@ -63,6 +66,7 @@ std::string ReadAll(const Descriptor& file, const std::string& path, size_t limi
             ThrowErrno(path);
         }
         text.append(piece, static_cast<size_t>(count));
+        explicit_bzero(piece, sizeof(piece));
         if (text.size() > limit) {
             throw UsageError(path + ": larger than " + std::to_string(limit) + " bytes");
         }

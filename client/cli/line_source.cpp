@@ -1,9 +1,11 @@
 #include "line_source.h"
 
+#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <editline/readline.h>
+#include <langinfo.h>
 
 #include "command_table.h"
 
@@ -41,9 +43,18 @@ char** Complete(const char* text, int start, int) {
     return start == 0 ? rl_completion_matches(text, NextMatch) : nullptr;
 }
 
+// The editing library drops characters that its locale does not know, and looks at it when it starts.
+// Values are UTF-8 whatever the environment says.
+void UseUtf8() {
+    if (std::setlocale(LC_CTYPE, "") == nullptr || std::strcmp(nl_langinfo(CODESET), "UTF-8") != 0) {
+        std::setlocale(LC_CTYPE, "C.UTF-8");
+    }
+}
+
 class PromptSource : public LineSource {
 public:
     PromptSource() {
+        UseUtf8();
         using_history();
         rl_attempted_completion_function = Complete;
     }

@@ -1,17 +1,66 @@
 #include "output.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <nlohmann/json.hpp>
 
 namespace appcfg::cli {
 namespace {
 
-// Files may hold any bytes, JSON only UTF-8: others become U+FFFD.
-template <class Json>
-std::string Dump(const Json& json) {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+// The length of the character that the text begins with; 0 when it is a control character or no UTF-8.
+size_t PrintableLength(std::string_view text) {
+    constexpr uint32_t LEAST[] = {0, 0, 0xA0, 0x800, 0x10000}; // below: a control character, or overlong
+    const auto first = static_cast<unsigned char>(text.front());
+    if (first < 0x80) {
+        return first >= 0x20 && first != 0x7F ? 1 : 0;
+    }
+    const size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+    if (first < 0xC2 || first > 0xF4 || text.size() < length) {
+        return 0;
+    }
+    uint32_t code = first & (0x7FU >> length);
+    for (const char c : text.substr(1, length - 1)) {
+        const auto next = static_cast<unsigned char>(c);
+        if ((next & 0xC0) != 0x80) {
+            return 0;
+        }
+        code = code << 6 | (next & 0x3FU);
+    }
+    return code >= LEAST[length] ? length : 0;
+}
+
+std::string Escaped(std::string_view text, std::string_view kept) {
+    constexpr char DIGITS[] = "0123456789abcdef";
+    std::string escaped;
+    while (!text.empty()) {
+        const bool isKept = kept.find(text.front()) != std::string_view::npos;
+        const size_t length = isKept ? 1 : PrintableLength(text);
+        if (length > 0) {
+            escaped.append(text.substr(0, length));
+        } else {
+            const auto byte = static_cast<unsigned char>(text.front());
+            escaped.append({'\\', 'x', DIGITS[byte >> 4], DIGITS[byte & 0xF]});
+        }
+        text.remove_prefix(std::max<size_t>(length, 1));
+    }
+    return escaped;
 }
 
 } // namespace
+
+void Output::Line(std::string_view text, std::string_view kept) {
+    if (m_terminal) {
+        m_stream << Escaped(text, kept) << '\n';
+    } else {
+        m_stream << text << '\n';
+    }
+}
+
+// Files may hold any bytes, JSON only UTF-8: others become U+FFFD. On a terminal it is ASCII.
+template <class Json>
+void Output::JsonLine(const Json& json) {
+    m_stream << json.dump(-1, ' ', m_terminal, Json::error_handler_t::replace) << '\n';
+}
 
 void Output::Values(const std::vector<std::string>& keys, const std::vector<std::string>& values) {
     if (m_json) {
@@ -19,30 +68,38 @@ void Output::Values(const std::vector<std::string>& keys, const std::vector<std:
         for (size_t i = 0; i < keys.size(); ++i) {
             object[keys[i]] = values[i];
         }
-        m_stream << Dump(object) << '\n';
+        JsonLine(object);
     } else {
         for (const std::string& value : values) {
-            m_stream << value << '\n';
+            Line(value);
         }
     }
     m_stream.flush();
 }
 
 void Output::Text(const std::string& text) {
-    m_stream << (m_json ? Dump(nlohmann::json(text)) : text) << '\n' << std::flush;
+    if (m_json) {
+        JsonLine(nlohmann::json(text));
+    } else {
+        Line(text, "\n\t");
+    }
+    m_stream.flush();
 }
 
 void Output::Items(const std::vector<ItemLine>& items) {
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
     for (const ItemLine& item : items) {
         if (m_json) {
-            list.push_back({{"handle", item.handle}, {"storage", item.storage}, {"path", item.path}});
+            list.push_back({{"handle", item.handle},
+                            {"storage", item.storage},
+                            {"path", item.path},
+                            {"gone", item.gone}});
         } else {
-            m_stream << item.handle << ' ' << item.storage << ' ' << item.path << '\n';
+            Line(item.handle + ' ' + item.storage + ' ' + item.path + (item.gone ? " (gone)" : ""));
         }
     }
     if (m_json) {
-        m_stream << Dump(list) << '\n';
+        JsonLine(list);
     }
     m_stream.flush();
 }
@@ -52,10 +109,11 @@ void Output::Done(const std::string& what) {
         return;
     }
     if (m_json) {
-        m_stream << Dump(nlohmann::json{{"done", what}}) << '\n' << std::flush;
+        JsonLine(nlohmann::json{{"done", what}});
     } else {
-        m_stream << what << '\n' << std::flush;
+        Line(what);
     }
+    m_stream.flush();
 }
 
 } // namespace appcfg::cli

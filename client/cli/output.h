@@ -4,6 +4,7 @@
 
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace appcfg::cli {
@@ -12,13 +13,16 @@ struct ItemLine {
     std::string handle;
     std::string storage;
     std::string path;
+    bool gone; // the service has no such item any more
 };
 
 // Prints results plain or as JSON, one document a line, and flushes after each, so that a program at the
 // other end of a pipe can follow. Owned by the session.
 class Output {
 public:
-    Output(std::ostream& stream, bool confirms) : m_stream(stream), m_confirms(confirms) {}
+    // On a terminal control characters are shown as \xNN, so that no value takes it over.
+    Output(std::ostream& stream, bool terminal, bool confirms) :
+        m_stream(stream), m_terminal(terminal), m_confirms(confirms) {}
 
     void UseJson(bool json) { m_json = json; }
 
@@ -35,7 +39,13 @@ public:
     bool Good() const { return m_stream.good(); }
 
 private:
+    // One line; characters of `kept` are no control characters.
+    void Line(std::string_view text, std::string_view kept = {});
+    template <class Json>
+    void JsonLine(const Json& json);
+
     std::ostream& m_stream;
+    bool m_terminal;
     bool m_confirms;
     bool m_json = false;
 };

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <iterator>
+#include <unistd.h>
+#include <utility>
 
+#include "appcfg/error.h"
 #include "exit_status.h"
 #include "item_file.h"
 
@@ -33,10 +36,29 @@ std::pair<std::string, std::string> SplitPair(const std::string& text) {
     return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
+// An empty input is rather a mistake, such as a failed command in front of a pipe.
+std::string ReadInput(std::istream& input, bool mayBeEmpty) {
+    std::string text;
+    char piece[16384];
+    while (text.size() <= DATA_LIMIT && (input.read(piece, sizeof(piece)), input.gcount() > 0)) {
+        text.append(piece, static_cast<size_t>(input.gcount()));
+    }
+    if (input.bad()) {
+        throw UsageError("standard input cannot be read");
+    }
+    if (text.size() > DATA_LIMIT) {
+        throw UsageError("standard input: larger than " + std::to_string(DATA_LIMIT) + " bytes");
+    }
+    if (text.empty() && !mayBeEmpty) {
+        throw UsageError("standard input is empty; give DATA, or say --empty");
+    }
+    return text;
+}
+
 } // namespace
 
-Session::Session(std::ostream& out, std::istream* data, bool confirms) :
-    m_output(out, confirms), m_data(data) {}
+Session::Session(Connection connection, Output output, std::istream* data) :
+    m_output(output), m_data(data), m_connection(std::move(connection)) {}
 
 void Session::Run(const Command& command, const Arguments& arguments, bool json) {
     m_output.UseJson(json || arguments.json);
@@ -44,8 +66,8 @@ void Session::Run(const Command& command, const Arguments& arguments, bool json)
 }
 
 Item Session::Target(const Arguments& arguments) const {
-    if (!arguments.handle.empty()) {
-        return m_connection.Open(Handle::Parse(Unprotected(arguments.handle)));
+    if (arguments.handle) {
+        return m_connection.Open(Handle::Parse(Unprotected(*arguments.handle)));
     }
     if (!m_current) {
         throw UsageError("no current item; create one from a FILE, or use a HANDLE");
@@ -72,7 +94,7 @@ void Session::Raw(const Arguments& arguments) {
     Arguments given = arguments;
     // Both `raw HANDLE get` and `raw get HANDLE` are understood: a handle always holds a slash.
     if (given.handle == "get" || given.handle == "set") {
-        std::swap(given.handle, given.verb);
+        given.verb.swap(*given.handle);
     }
     const std::string key = Unprotected(given.key);
     if (given.verb == "get" && !given.data) {
@@ -91,7 +113,7 @@ std::string Session::DataOf(const Arguments& arguments) const {
         if (m_data == nullptr) {
             throw UsageError("raw set needs DATA or @FILE here");
         }
-        return std::string(std::istreambuf_iterator<char>(*m_data), std::istreambuf_iterator<char>());
+        return ReadInput(*m_data, arguments.empty);
     }
     std::string data = Unprotected(*arguments.data);
     if (data.rfind("@@", 0) == 0) {
@@ -100,9 +122,51 @@ std::string Session::DataOf(const Arguments& arguments) const {
     return data.rfind('@', 0) == 0 ? ReadWholeFile(data.substr(1), DATA_LIMIT) : data;
 }
 
+std::optional<ItemDescription> Session::DescriptionOf(const Handle& handle,
+                                                      const Arguments& arguments) const {
+    if (!arguments.file.empty()) {
+        return ReadItemFile(Unprotected(arguments.file));
+    }
+    const auto found = std::find_if(m_held.begin(), m_held.end(),
+                                    [&](const ItemDescription& held) { return held.handle == handle; });
+    return found == m_held.end() ? std::nullopt : std::make_optional(*found);
+}
+
+// The default as the service reads it, without touching it: an item of its own, which is never saved, loads
+// it as a file, and reads it again as restoring does. Nothing when it cannot be loaded.
+std::optional<std::string> Session::ReadDefault(ItemDescription description) {
+    description.handle = Handle("appcfg", "default", static_cast<uint32_t>(getpid()));
+    description.path = std::exchange(description.defaultPath, "");
+    description.backupPath.clear();
+    description.saveStrategy = SystemServer::ConfigSaveStrategy::NONE;
+    description.backupStrategy = SystemServer::ConfigBackupStrategy::NONE;
+    try {
+        Item item = m_connection.Create(description);
+        item.Restore();
+        return item.GetRaw();
+    } catch (const RequestRefused&) {
+        return std::nullopt;
+    }
+}
+
+// The service accepts every restore of an item that can be written, and keeps the values when it cannot load
+// the default. So the values are compared.
 void Session::Restore(const Arguments& arguments) {
     Item item = Target(arguments);
+    const std::optional<ItemDescription> description = DescriptionOf(item.GetHandle(), arguments);
+    const std::string before = item.GetRaw();
     item.Restore();
+    const std::string after = item.GetRaw();
+    std::optional<std::string> wanted;
+    if (description && !description->defaultPath.empty()) {
+        wanted = ReadDefault(*description);
+    }
+    if (wanted ? after != *wanted : after == before) {
+        throw Unconfirmed("restore " + item.GetHandle().ToString() +
+                          (wanted ? ": the item's values are not those of the default file"
+                                  : ": the item's values are what they were; if they are not those of the "
+                                    "default file, that could not be loaded"));
+    }
     m_output.Done("restored " + item.GetHandle().ToString());
 }
 
@@ -127,8 +191,8 @@ void Session::Delete(const Arguments& arguments) {
 }
 
 void Session::Forget(const Handle& handle) {
-    const auto isGone = [&](const Held& held) { return held.handle == handle; };
-    m_held.erase(std::remove_if(m_held.begin(), m_held.end(), isGone), m_held.end());
+    const auto isHandle = [&](const ItemDescription& held) { return held.handle == handle; };
+    m_held.erase(std::remove_if(m_held.begin(), m_held.end(), isHandle), m_held.end());
     if (m_current && *m_current == handle) {
         m_current.reset();
     }
@@ -138,22 +202,31 @@ void Session::Create(const Arguments& arguments) {
     const ItemDescription description = ReadItemFile(Unprotected(arguments.file));
     m_connection.Create(description).Release();
     Forget(description.handle);
-    const std::string handle = description.handle.ToString();
-    m_held.push_back({description.handle, {handle, StorageName(description.storage), description.path}});
+    m_held.push_back(description);
     m_current = description.handle;
-    m_output.Done("created " + handle);
+    m_output.Done("created " + description.handle.ToString());
+}
+
+// Any client may have deleted it, or created it anew and ended it.
+bool Session::IsGone(const Handle& handle) const {
+    try {
+        m_connection.Open(handle).GetRaw();
+    } catch (const RequestRefused& refused) {
+        return refused.Status() == SystemServer::APP_CFG_STATUS_NOT_FOUND;
+    }
+    return false;
 }
 
 void Session::Items(const Arguments&) {
     std::vector<ItemLine> lines;
-    for (const Held& held : m_held) {
-        lines.push_back(held.line);
+    for (const ItemDescription& held : m_held) {
+        lines.push_back({held.handle.ToString(), StorageName(held.storage), held.path, IsGone(held.handle)});
     }
     m_output.Items(lines);
 }
 
 void Session::Use(const Arguments& arguments) {
-    m_current = Handle::Parse(Unprotected(arguments.handle));
+    m_current = Handle::Parse(Unprotected(arguments.handle.value()));
     m_output.Done("using " + m_current->ToString());
 }
 

@@ -17,8 +17,11 @@ namespace appcfg::cli {
 // command table calls its operations. They throw the library's errors and UsageError.
 class Session {
 public:
-    // Connects. `data`, if not null, is where a raw set reads data that it was not given.
-    Session(std::ostream& out, std::istream* data, bool confirms);
+    // Connects with the first request, or by Connect. `data`, if not null, is where a raw set reads data that
+    // it was not given.
+    Session(Connection connection, Output output, std::istream* data);
+
+    void Connect() { m_connection.Connect(); }
 
     // Runs a command with its arguments; JSON when either asks for it.
     void Run(const Command& command, const Arguments& arguments, bool json);
@@ -40,19 +43,17 @@ public:
     void Quit(const Arguments& arguments);
 
 private:
-    struct Held {
-        Handle handle;
-        ItemLine line;
-    };
-
     Item Target(const Arguments& arguments) const;
     std::string DataOf(const Arguments& arguments) const;
+    bool IsGone(const Handle& handle) const;
+    std::optional<ItemDescription> DescriptionOf(const Handle& handle, const Arguments& arguments) const;
+    std::optional<std::string> ReadDefault(ItemDescription description);
     void Forget(const Handle& handle);
 
     Output m_output;
     std::istream* m_data;
     Connection m_connection;
-    std::vector<Held> m_held; // created here; the service ends them when the connection closes
+    std::vector<ItemDescription> m_held; // created here; the service ends them when the connection closes
     std::optional<Handle> m_current;
     bool m_quitting = false;
 };

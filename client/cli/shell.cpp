@@ -1,6 +1,5 @@
 #include "shell.h"
 
-#include "app.h"
 #include "split_words.h"
 
 namespace appcfg::cli {
@@ -12,8 +11,9 @@ ExitStatus Combined(ExitStatus before, ExitStatus now) {
 
 } // namespace
 
-Shell::Shell(std::ostream& out, std::ostream& err, bool json) :
-    m_out(out), m_err(err), m_session(out, nullptr, true), m_json(json) {}
+Shell::Shell(Connection connection, const Streams& streams, bool json) :
+    m_out(streams.out), m_err(streams.err),
+    m_session(std::move(connection), Output(m_out, streams.outTerminal, true), nullptr), m_json(json) {}
 
 ExitStatus Shell::Run(const std::vector<std::string>& itemFiles, LineSource& lines) {
     for (const std::string& file : itemFiles) {
@@ -22,6 +22,7 @@ ExitStatus Shell::Run(const std::vector<std::string>& itemFiles, LineSource& lin
             return status;
         }
     }
+    m_session.Connect();
     ExitStatus result = EXIT_DONE;
     std::string line;
     while (!m_session.Quitting() && m_session.OutputGood() && lines.Next(line)) {

@@ -2,10 +2,10 @@
 #ifndef APPCFG_CLI_SHELL_H
 #define APPCFG_CLI_SHELL_H
 
-#include <ostream>
 #include <string>
 #include <vector>
 
+#include "app.h"
 #include "exit_status.h"
 #include "line_source.h"
 #include "session.h"
@@ -16,12 +16,12 @@ namespace appcfg::cli {
 // the application object for one run.
 class Shell {
 public:
-    // Connects; ConnectionError when that fails.
-    Shell(std::ostream& out, std::ostream& err, bool json);
+    Shell(Connection connection, const Streams& streams, bool json);
 
-    // Creates the items, then runs the lines. A command that fails is reported and the next one is run.
-    // Ends with EXIT_REFUSED when the service refused any, else EXIT_USAGE when any was wrong; at once with
-    // EXIT_UNREACHABLE when the connection is lost. An item file that fails ends it before the first line.
+    // Creates the items, connects if there are none, then runs the lines. A command that fails is reported
+    // and the next one is run. Ends with EXIT_REFUSED when the service refused any, else EXIT_USAGE when any
+    // was wrong; at once with EXIT_UNREACHABLE when the connection is lost. An item file that fails ends it
+    // before the first line.
     ExitStatus Run(const std::vector<std::string>& itemFiles, LineSource& lines);
 
 private:

@@ -1,16 +1,27 @@
 #include "channel.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 
+#include "appcfg/value.h"
 #include "kestrel/kestrel.h"
 
 namespace appcfg {
 namespace {
 
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr char SERVICE_PATH[] = "/mnt/kestrel/storage.paas.orb";
+constexpr std::chrono::milliseconds LONGEST_PAUSE = 100ms;
 constexpr uint8_t REPLY_BIT = 0x80;
 constexpr uint32_t MAX_PAYLOAD = 16U << 20;
 
@@ -46,10 +57,29 @@ std::string ErrnoText(int error) {
     return error == 0 ? "the connection was closed" : std::generic_category().message(error);
 }
 
-// The path as given; the framework may look it up elsewhere.
-std::string PathText(const char* path) {
+// Where the framework looks SERVICE_PATH up.
+std::string PathTried() {
     const char* root = std::getenv("KESTREL_ROOT");
-    return std::string(path) + (root != nullptr ? std::string(" with KESTREL_ROOT=") + root : "");
+    if (root == nullptr || *root == '\0') {
+        return SERVICE_PATH;
+    }
+    const std::string name = std::strrchr(SERVICE_PATH, '/');
+    return std::string(root) + (root[std::strlen(root) - 1] == '/' ? name.substr(1) : name);
+}
+
+// A full queue of clients is EAGAIN, and the kernel does not tell when it has room again.
+int OpenBefore(Clock::time_point deadline) {
+    for (std::chrono::milliseconds pause = 1ms;; pause = std::min(2 * pause, LONGEST_PAUSE)) {
+        const int fd = kestrel_open(SERVICE_PATH, O_RDWR | O_NONBLOCK);
+        if (fd >= 0 || errno != EAGAIN || Clock::now() >= deadline) {
+            return fd;
+        }
+        std::this_thread::sleep_until(std::min(Clock::now() + pause, deadline));
+    }
+}
+
+std::string JoinedName(const Handle& handle) {
+    return handle.Owner() + "." + handle.Name() + "." + std::to_string(handle.Index());
 }
 
 Message NewMessage() {
@@ -62,10 +92,9 @@ Message NewMessage() {
 
 } // namespace
 
-Channel::Channel(const char* path) : m_fd(kestrel_open(path, O_RDWR)) {
-    if (m_fd < 0) {
-        const int error = errno;
-        throw ConnectionError("cannot reach the service at " + PathText(path) + ": " + ErrnoText(error));
+Channel::Channel(std::chrono::milliseconds timeout) : m_timeout(timeout) {
+    if (timeout < 1ms || timeout > 24h) {
+        throw InvalidArgument("a time-out is from 1 ms to 24 h");
     }
 }
 
@@ -73,11 +102,54 @@ Channel::~Channel() {
     Close();
 }
 
+void Channel::Connect() {
+    if (m_closed) {
+        throw ConnectionError("the connection is closed");
+    }
+    if (m_fd >= 0) {
+        return;
+    }
+    m_fd = OpenBefore(Clock::now() + m_timeout);
+    if (m_fd < 0) {
+        const int error = errno;
+        FailWith("cannot reach the service at " + PathTried(), error);
+    }
+    if (fcntl(m_fd, F_SETFL, 0) != 0) {
+        FailWith("cannot wait for the service", errno);
+    }
+}
+
+// The next message takes until the deadline at most, which is EAGAIN then.
+void Channel::BoundWaits(int option, Clock::time_point deadline) {
+    const auto left =
+        std::max<Clock::duration>(deadline - Clock::now(), 1us); // none at all would be for ever
+    timeval limit{};
+    limit.tv_sec = static_cast<time_t>(left / 1s);
+    limit.tv_usec = static_cast<suseconds_t>(left % 1s / 1us);
+    if (setsockopt(m_fd, SOL_SOCKET, option, &limit, sizeof(limit)) != 0) {
+        FailWith("cannot limit the time of a request", errno);
+    }
+}
+
 void Channel::Close() noexcept {
+    m_closed = true;
     if (m_fd >= 0) {
         close(m_fd);
         m_fd = -1;
     }
+}
+
+uint64_t Channel::Claim(const Handle& handle) {
+    return m_claims[JoinedName(handle)] = ++m_lastClaim;
+}
+
+void Channel::Disclaim(const Handle& handle) {
+    m_claims.erase(JoinedName(handle));
+}
+
+bool Channel::IsClaimed(const Handle& handle, uint64_t claim) const {
+    const auto found = m_claims.find(JoinedName(handle));
+    return found != m_claims.end() && found->second == claim;
 }
 
 Reply Channel::Call(Request request, const Handle& handle, const Content& content) {
@@ -85,9 +157,7 @@ Reply Channel::Call(Request request, const Handle& handle, const Content& conten
     if (textSize > MAX_PAYLOAD - content.size) {
         throw InvalidArgument("the data has " + std::to_string(textSize) + " bytes; a request holds 16 MiB");
     }
-    if (m_fd < 0) {
-        throw ConnectionError("the connection is closed");
-    }
+    Connect();
     const Address address = AddressOf(request);
     Reply reply;
     reply.message = NewMessage();
@@ -97,7 +167,10 @@ Reply Channel::Call(Request request, const Handle& handle, const Content& conten
     header.uri = address.uri;
     header.sequence = ++m_sequence;
     const tern_header sent = header;
+    const Clock::time_point deadline = Clock::now() + m_timeout;
+    BoundWaits(SO_SNDTIMEO, deadline);
     Send(reply.message.get(), content);
+    BoundWaits(SO_RCVTIMEO, deadline);
     Receive(reply.message.get(), sent);
 
     const uint16_t status = reply.message->header->status;
@@ -113,9 +186,18 @@ Reply Channel::Call(Request request, const Handle& handle, const Content& conten
     return reply;
 }
 
-void Channel::Fail(const std::string& text) {
+void Channel::Fail(const std::string& what, const std::string& why) {
     Close();
-    throw ConnectionError(text);
+    throw ConnectionError(what + ": " + why);
+}
+
+void Channel::FailWith(const std::string& what, int error) {
+    if (error != EAGAIN) {
+        Fail(what, ErrnoText(error));
+    }
+    Close();
+    throw TimeoutError(what + ": time-out after " +
+                       FormatValue(std::chrono::duration<double>(m_timeout).count()) + " s");
 }
 
 void Channel::Send(tern_message* message, const Content& content) {
@@ -129,19 +211,19 @@ void Channel::Send(tern_message* message, const Content& content) {
     }
     errno = 0;
     if (tern_message_sendfd(message, m_fd) < 0) {
-        Fail("cannot send to the service: " + ErrnoText(errno));
+        FailWith("cannot send to the service", errno);
     }
 }
 
 void Channel::Receive(tern_message* message, const tern_header& request) {
     errno = 0;
     if (tern_message_recvfd(message, m_fd) < 0) {
-        Fail("no reply from the service: " + ErrnoText(errno));
+        FailWith("no reply from the service", errno);
     }
     const tern_header& reply = *message->header;
     if (reply.method != (request.method | REPLY_BIT) || reply.uri != request.uri ||
         reply.sequence != request.sequence) {
-        Fail("the service answered another request than the one it was sent");
+        Fail("no reply from the service", "it answered another request than the one it was sent");
     }
 }
 

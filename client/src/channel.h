@@ -2,8 +2,10 @@
 #ifndef APPCFG_CHANNEL_H
 #define APPCFG_CHANNEL_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -37,25 +39,40 @@ struct Content {
 // not known, so that the descriptor is closed and each further call fails.
 class Channel {
 public:
-    // Connects to the service's path; ConnectionError when that fails.
-    explicit Channel(const char* path);
+    // The time-out is that of Connection.
+    explicit Channel(std::chrono::milliseconds timeout);
     ~Channel();
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
 
-    // Sends one request and waits for its reply. RequestRefused for a status other than 200.
+    // Does nothing when it is connected; ConnectionError when it cannot, or was closed.
+    void Connect();
+
+    // Connects, sends one request and waits for its reply. RequestRefused for a status other than 200.
     Reply Call(Request request, const Handle& handle, const Content& content);
 
     void Close() noexcept;
 
+    // An item was created: yields the number that stands for it, and not for one of the same handle before.
+    uint64_t Claim(const Handle& handle);
+    // An item of the handle was deleted: no number stands for it any longer.
+    void Disclaim(const Handle& handle);
+    bool IsClaimed(const Handle& handle, uint64_t claim) const;
+
 private:
-    // Closes the descriptor and throws a ConnectionError of the text.
-    [[noreturn]] void Fail(const std::string& text);
+    // Closes the descriptor and throws a ConnectionError: what failed, and why.
+    [[noreturn]] void Fail(const std::string& what, const std::string& why);
+    [[noreturn]] void FailWith(const std::string& what, int error);
+    void BoundWaits(int option, std::chrono::steady_clock::time_point deadline);
     void Send(tern_message* message, const Content& content);
     void Receive(tern_message* message, const tern_header& request);
 
-    int m_fd;
+    std::chrono::milliseconds m_timeout;
+    int m_fd = -1;
+    bool m_closed = false;
     uint32_t m_sequence = 0;
+    uint64_t m_lastClaim = 0;
+    std::map<std::string, uint64_t> m_claims; // by what the service takes for one handle
 };
 
 } // namespace appcfg

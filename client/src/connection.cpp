@@ -4,25 +4,37 @@
 #include "records.h"
 
 namespace appcfg {
-namespace {
 
-constexpr char SERVICE_PATH[] = "/mnt/kestrel/storage.paas.orb";
+Connection::Connection(std::shared_ptr<Channel> channel) : m_channel(std::move(channel)) {}
 
-} // namespace
+Connection::Connection(std::chrono::milliseconds timeout) : Connection(Deferred(timeout)) {
+    Connect();
+}
 
-Connection::Connection() : m_channel(std::make_shared<Channel>(SERVICE_PATH)) {}
+Connection Connection::Deferred(std::chrono::milliseconds timeout) {
+    return Connection(std::make_shared<Channel>(timeout));
+}
 
-Item Connection::Create(const ItemDescription& description) {
+Channel& Connection::OpenChannel() const {
     if (!m_channel) {
         throw ConnectionError("the connection is closed");
     }
+    return *m_channel;
+}
+
+void Connection::Connect() {
+    OpenChannel().Connect();
+}
+
+Item Connection::Create(const ItemDescription& description) {
+    Channel& channel = OpenChannel();
     const SecretRecord<SystemServer::AppCfgCreateReq> record(MakeCreateReq(description));
-    m_channel->Call(Request::CREATE, description.handle, {&record.Get(), record.SIZE, nullptr});
-    return Item(m_channel, description.handle, true);
+    channel.Call(Request::CREATE, description.handle, {&record.Get(), record.SIZE, nullptr});
+    return Item(m_channel, description.handle, channel.Claim(description.handle));
 }
 
 Item Connection::Open(const Handle& handle) const {
-    return Item(m_channel, handle, false);
+    return Item(m_channel, handle, Item::NO_CLAIM);
 }
 
 } // namespace appcfg

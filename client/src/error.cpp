@@ -16,7 +16,7 @@ const char* BadRequestMeaning(Request request) {
     case Request::RAW_SET:
         return "bad request: the key is unknown, or the data does not fit the document there";
     case Request::RESTORE:
-        return "bad request: the item is read-only, or its default cannot be copied";
+        return "bad request: the item is read-only";
     case Request::CHANGE_KEY:
         return "bad request: a file could not be read in the old encryption or written in the new one";
     case Request::RAW_GET:
@@ -76,7 +76,9 @@ const char* RequestName(Request request) {
 const char* StatusMeaning(Request request, uint16_t status) {
     switch (status) {
     case 200:
-        return "done";
+        return request == Request::RESTORE
+                   ? "accepted: restored, or as far as the default could be copied and loaded"
+                   : "done";
     case 400:
         return BadRequestMeaning(request);
     case 403:

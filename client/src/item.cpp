@@ -28,19 +28,19 @@ auto Read(Channel& channel, Request request, const Handle& handle, const Content
 
 } // namespace
 
-Item::Item(std::weak_ptr<Channel> channel, Handle handle, bool owned) :
-    m_channel(std::move(channel)), m_handle(std::move(handle)), m_owned(owned) {}
+Item::Item(std::weak_ptr<Channel> channel, Handle handle, uint64_t claim) :
+    m_channel(std::move(channel)), m_handle(std::move(handle)), m_claim(claim) {}
 
 Item::Item(Item&& other) noexcept :
     m_channel(std::move(other.m_channel)), m_handle(std::move(other.m_handle)),
-    m_owned(std::exchange(other.m_owned, false)) {}
+    m_claim(std::exchange(other.m_claim, NO_CLAIM)) {}
 
 Item& Item::operator=(Item&& other) noexcept {
     if (this != &other) {
         DeleteIfOwned();
         m_channel = std::move(other.m_channel);
         m_handle = std::move(other.m_handle);
-        m_owned = std::exchange(other.m_owned, false);
+        m_claim = std::exchange(other.m_claim, NO_CLAIM);
     }
     return *this;
 }
@@ -50,11 +50,14 @@ Item::~Item() {
 }
 
 void Item::DeleteIfOwned() noexcept {
-    if (!m_owned || m_channel.expired()) {
+    const std::shared_ptr<Channel> channel = m_channel.lock();
+    if (m_claim == NO_CLAIM || !channel) {
         return;
     }
     try {
-        Delete();
+        if (channel->IsClaimed(m_handle, m_claim)) {
+            Delete();
+        }
     } catch (const std::exception&) {
         // Another client may have deleted it, or the connection is lost and the service has.
     }
@@ -123,8 +126,10 @@ void Item::SendCryptoUpdate(const EncryptionKey* key) {
 
 void Item::Delete() {
     const SystemServer::AppCfgHndl record = MakeHndl(m_handle);
-    OpenChannel()->Call(Request::DELETE_ITEM, m_handle, Whole(record));
-    m_owned = false;
+    const std::shared_ptr<Channel> channel = OpenChannel();
+    channel->Call(Request::DELETE_ITEM, m_handle, Whole(record));
+    channel->Disclaim(m_handle);
+    m_claim = NO_CLAIM;
 }
 
 } // namespace appcfg

@@ -1,10 +1,12 @@
 // The system-server process: loads one service's library and runs its entry on the main thread.
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <getopt.h>
 #include <grp.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -21,6 +23,7 @@ namespace {
 
 constexpr int EXIT_FAILED = 1;
 constexpr int EXIT_USAGE = 2;
+constexpr unsigned NO_GROUP = UINT_MAX;
 
 constexpr char USAGE[] = "Usage: kestrel_host [OPTION]... LIBRARY [SYMBOL]\n"
                          "Loads LIBRARY, calls SYMBOL (CreateAppCfgMgmtService) and returns its result.\n"
@@ -31,7 +34,7 @@ constexpr char USAGE[] = "Usage: kestrel_host [OPTION]... LIBRARY [SYMBOL]\n"
 
 struct Options {
     unsigned mode = 0666;
-    int group = -1;
+    unsigned group = NO_GROUP;
     const char* library = nullptr;
     const char* symbol = "CreateAppCfgMgmtService";
 };
@@ -42,25 +45,25 @@ struct Options {
 }
 
 // The whole text as a number up to the maximum, or -1.
-long ParseNumber(const char* text, int base, long maximum) {
+long long ParseNumber(const char* text, int base, long long maximum) {
     char* end = nullptr;
     errno = 0;
-    const long value = std::strtol(text, &end, base);
+    const long long value = std::strtoll(text, &end, base);
     return errno != 0 || end == text || *end != '\0' || value < 0 || value > maximum ? -1 : value;
 }
 
 unsigned ParseMode(const char* text) {
-    const long mode = ParseNumber(text, 8, 0777);
+    const long long mode = ParseNumber(text, 8, 0777);
     if (mode < 0) {
         EndWithUsage("not an octal mode up to 0777: ", text);
     }
     return static_cast<unsigned>(mode);
 }
 
-int ParseGroup(const char* text) {
-    const long number = ParseNumber(text, 10, INT_MAX);
+unsigned ParseGroup(const char* text) {
+    const long long number = ParseNumber(text, 10, NO_GROUP - 1);
     if (number >= 0) {
-        return static_cast<int>(number);
+        return static_cast<unsigned>(number);
     }
     std::vector<char> buffer(64 * 1024);
     group found{};
@@ -68,7 +71,7 @@ int ParseGroup(const char* text) {
     if (::getgrnam_r(text, &found, buffer.data(), buffer.size(), &result) != 0 || result == nullptr) {
         EndWithUsage("no such group: ", text);
     }
-    return static_cast<int>(found.gr_gid);
+    return found.gr_gid;
 }
 
 Options ParseArguments(int argc, char** argv) {
@@ -104,11 +107,21 @@ Options ParseArguments(int argc, char** argv) {
     return options;
 }
 
-void RaiseDescriptorLimit() {
+// A standard descriptor that is closed would become a file of the service, and the log would be written into
+// it. It is opened the wrong way round, so that reading or writing fails as before.
+void OccupyStandardDescriptors() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(fd, F_GETFD) < 0 && ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY) != fd) {
+            std::abort();
+        }
+    }
+}
+
+// Up or down: what connections can take of memory rests on it.
+void SetDescriptorLimit() {
     rlimit limit{};
     if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
-        const rlim_t wanted = std::min<rlim_t>(limit.rlim_max, Kestrel::MAX_DESCRIPTORS);
-        limit.rlim_cur = std::max(limit.rlim_cur, wanted);
+        limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, Kestrel::MAX_DESCRIPTORS);
         ::setrlimit(RLIMIT_NOFILE, &limit);
     }
 }
@@ -141,9 +154,10 @@ int RunService(const Options& options) {
 } // namespace
 
 int main(int argc, char** argv) {
+    OccupyStandardDescriptors();
     const Options options = ParseArguments(argc, argv);
     ::signal(SIGPIPE, SIG_IGN);
-    RaiseDescriptorLimit();
+    SetDescriptorLimit();
     LimitThreadStacks();
     kestrel_socket_access(options.mode, options.group);
     // A request to stop that comes while the service starts, or again while it ends, is heard in order.

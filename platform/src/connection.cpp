@@ -1,15 +1,22 @@
 #include "connection.h"
 
+#include <ctime>
+#include <tuple>
+
 #include "server.h"
 
 namespace Kestrel {
 
 Connection::Connection(Server& server, Descriptor socket) :
     kestrel_connection{socket.Get()}, m_server(server), m_socket(std::move(socket)), m_reader(server.Store()),
-    m_outbox(server.Store().Budget()),
+    m_lines(fd),
     m_readable(Event::Make<&Connection::OnReadable>(server.Base(), fd, EV_READ | EV_PERSIST, this)),
     m_writable(Event::Make<&Connection::OnWritable>(server.Base(), fd, EV_WRITE | EV_PERSIST, this)),
     m_turn(Event::Make<&Connection::OnTurn>(server.Base(), -1, 0, this)) {}
+
+Connection::~Connection() {
+    m_server.HeldChanged(m_counted, 0);
+}
 
 void Connection::Start(std::list<Connection>::iterator self) {
     m_self = self;
@@ -30,43 +37,55 @@ int Connection::Send(Message& msg) {
     if (m_lost) {
         return -1;
     }
+    if (m_outbox.IsEmpty()) {
+        StampMove();
+    }
     const Outbox::Result result = m_outbox.Send(fd, msg);
-    if (result == Outbox::Result::FAILED || (result == Outbox::Result::WAITING && !m_writable.Add())) {
+    CountHeld();
+    if (m_lost || result == Outbox::Result::FAILED ||
+        (result == Outbox::Result::WAITING && !m_writable.Add())) {
         MarkLost();
         return -1;
     }
     msg.MarkAnswered();
-    if (m_outbox.Waiting() >= MAX_WAITING_REPLIES) {
+    if (m_outbox.Memory() >= MAX_WAITING_REPLIES) {
         PauseReading();
     }
     return 0;
 }
 
 void Connection::OnReadable() {
+    const LogBudget::Scope lines(m_lines);
     if (m_turn.IsPending()) {
         return; // frames that have been received come first
     }
     switch (m_reader.Receive(fd)) {
     case FrameReader::Input::DATA:
+        StampMove();
+        CountHeld();
         return ServeFrames();
     case FrameReader::Input::NOTHING:
         return;
     case FrameReader::Input::END:
         return EndOfInput();
     case FrameReader::Input::NO_MEMORY:
-        KESTREL_LOG(3, "connection fd[%d]: no memory for a frame, closed", fd);
+        KESTREL_LOG_ENDED("connection fd[%d]: no memory for a frame, closed", fd);
         return Close();
     }
 }
 
 void Connection::OnWritable() {
+    const LogBudget::Scope lines(m_lines);
     if (m_outbox.Flush(fd) == Outbox::Result::FAILED) {
         return Close();
     }
+    StampMove();
+    CountHeld();
     AfterFlush();
 }
 
 void Connection::OnTurn() {
+    const LogBudget::Scope lines(m_lines);
     if (m_lost) {
         return Close();
     }
@@ -104,7 +123,7 @@ bool Connection::ServeNextFrame() {
         LogBadFrame();
         break;
     case FrameReader::Found::NO_MEMORY:
-        KESTREL_LOG(3, "connection fd[%d]: no memory for a frame, closed", fd);
+        KESTREL_LOG_ENDED("connection fd[%d]: no memory for a frame, closed", fd);
         break;
     }
     Close();
@@ -114,7 +133,7 @@ bool Connection::ServeNextFrame() {
 void Connection::Serve(Message* msg) {
     const bool done = Fenced("a message callback", [&] { m_server.protocol_ops->message(msg, this); });
     if (!done && !msg->IsAnswered()) {
-        KESTREL_LOG(3, "connection fd[%d]: a request went unanswered, closed", fd);
+        KESTREL_LOG_ENDED("connection fd[%d]: a request went unanswered, closed", fd);
         MarkLost();
     }
     m_server.Store().GiveBack(msg);
@@ -140,7 +159,7 @@ void Connection::AfterFlush() {
     if (m_lost) {
         return; // the turn closes it
     }
-    if (m_paused && m_outbox.Waiting() <= RESUME_WAITING_REPLIES) {
+    if (m_paused && m_outbox.Memory() <= RESUME_WAITING_REPLIES) {
         ResumeReading();
     }
     if (m_ended && m_outbox.IsEmpty() && !m_turn.IsPending()) {
@@ -163,8 +182,8 @@ void Connection::ResumeReading() {
 
 void Connection::LogBadFrame() const {
     const tern_header header = m_reader.BadHeader();
-    KESTREL_LOG(3, "connection fd[%d]: bad frame, magic 0x%04x, length %u, closed", fd,
-                unsigned{header.magic}, unsigned{header.length});
+    KESTREL_LOG_ENDED("connection fd[%d]: bad frame, magic 0x%04x, length %u, closed", fd,
+                      unsigned{header.magic}, unsigned{header.length});
 }
 
 void Connection::MarkLost() {
@@ -172,8 +191,29 @@ void Connection::MarkLost() {
         m_lost = true;
         m_readable.Remove();
         m_writable.Remove();
-        m_turn.AddTimer(0); // adding a timer to the loop's heap can only fail for want of memory
+        m_reader.Clear();
+        m_outbox.Clear();
+        CountHeld();
+        m_turn.Activate();
     }
+}
+
+// Within one tick all have moved at the same time.
+void Connection::StampMove() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    m_moved = std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
+bool Connection::IsClosedBefore(const Connection* other) const {
+    return Held() > FREE_HELD && (other == nullptr || std::make_tuple(m_moved, other->Held()) <
+                                                          std::make_tuple(other->m_moved, Held()));
+}
+
+// May cost a connection that holds much what it holds: this one, too.
+void Connection::CountHeld() {
+    const std::size_t before = std::exchange(m_counted, Held());
+    m_server.HeldChanged(before, m_counted);
 }
 
 void Connection::Close() {

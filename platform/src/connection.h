@@ -1,11 +1,13 @@
 #ifndef KESTREL_CONNECTION_H
 #define KESTREL_CONNECTION_H
 
+#include <cstdint>
 #include <list>
 
 #include "descriptor.h"
 #include "event.h"
 #include "frame_reader.h"
+#include "log_budget.h"
 #include "outbox.h"
 
 namespace Kestrel {
@@ -17,6 +19,7 @@ class Server;
 class Connection final : public kestrel_connection {
 public:
     Connection(Server& server, Descriptor socket);
+    ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
@@ -28,6 +31,14 @@ public:
 
     // Called by services, inside their callbacks: never closes the connection, only marks it as lost.
     int Send(Message& msg);
+
+    // Memory that waits for its client.
+    std::size_t Held() const { return m_reader.Memory() + m_outbox.Memory(); }
+    // Holds more than is free for each, and is to be closed before the other, which may be null: its bytes
+    // have not moved for longer, or as long and it holds more.
+    bool IsClosedBefore(const Connection* other) const;
+    // Drops what is held; the loop closes the connection before it waits again. Safe inside of callbacks.
+    void MarkLost();
 
 private:
     void OnReadable();
@@ -42,7 +53,8 @@ private:
     void PauseReading();
     void ResumeReading();
     void LogBadFrame() const;
-    void MarkLost();
+    void CountHeld();
+    void StampMove();
     void Close();
 
     Server& m_server;
@@ -50,9 +62,12 @@ private:
     std::list<Connection>::iterator m_self;
     FrameReader m_reader;
     Outbox m_outbox;
-    bool m_lost = false;   // to be closed at the next turn
-    bool m_ended = false;  // the peer sends nothing more, but may still read
-    bool m_paused = false; // too many replies wait
+    std::size_t m_counted = 0; // what the loop knows to be held
+    std::int64_t m_moved = 0;  // when bytes were last received or written, in ticks of the coarse clock
+    bool m_lost = false;       // to be closed at the next turn
+    bool m_ended = false;      // the peer sends nothing more, but may still read
+    bool m_paused = false;     // too many replies wait
+    LogBudget m_lines;
     Event m_readable;
     Event m_writable;
     Event m_turn; // a zero timer: goes on after the others had their turn

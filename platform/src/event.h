@@ -31,6 +31,8 @@ public:
         const timeval after{milliseconds / 1000, (milliseconds % 1000) * 1000};
         return event_add(m_event.get(), &after) == 0;
     }
+    // Calls the method before the loop waits again. Needs no memory.
+    void Activate() { event_active(m_event.get(), EV_TIMEOUT, 0); }
     void Remove() {
         if (m_event) {
             event_del(m_event.get());

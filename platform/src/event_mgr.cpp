@@ -1,7 +1,9 @@
 #include "event_mgr.h"
 
+#include <malloc.h>
 #include <sys/eventfd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <system_error>
@@ -36,6 +38,7 @@ EventMgr::EventMgr() : m_base(NewBase()), m_stopFd(::eventfd(0, EFD_NONBLOCK | E
     }
     m_stop = Event::Make<&EventMgr::OnStop>(Base(), m_stopFd.Get(), EV_READ | EV_PERSIST, this);
     m_timeout = Event::Make<&EventMgr::OnTimeout>(Base(), -1, 0, this);
+    m_trim = Event::Make<&EventMgr::OnTrim>(Base(), -1, 0, this);
     if (!m_stop.Add()) {
         throw std::bad_alloc();
     }
@@ -98,10 +101,33 @@ void EventMgr::OnTimeout() {
     event_base_loopbreak(Base());
 }
 
-void EventMgr::DescriptorsFreed() {
+void EventMgr::OnTrim() {
+    ::malloc_trim(0);
+}
+
+void EventMgr::ConnectionEnded() {
     for (Server& server : m_servers) {
         server.TryToResume();
     }
+    if (!m_trim.IsPending()) {
+        m_trim.AddTimer(TRIM_AFTER_MS);
+    }
+}
+
+// Closing one counts what is held again, and closes the next where it was not enough.
+void EventMgr::HeldChanged(std::size_t before, std::size_t now) {
+    m_held -= std::max(before, FREE_HELD) - FREE_HELD;
+    m_held += std::max(now, FREE_HELD) - FREE_HELD;
+    if (m_held <= MAX_HELD) {
+        return;
+    }
+    Connection* first = nullptr;
+    for (Server& server : m_servers) {
+        first = server.FirstToClose(first);
+    }
+    KESTREL_LOG_ENDED("connection fd[%d]: holds %zu bytes, and all together too many, closed", first->fd,
+                      first->Held());
+    first->MarkLost();
 }
 
 } // namespace Kestrel

@@ -30,8 +30,12 @@ public:
     event_base* Base() { return m_base.get(); }
     MessageStore& Store() { return m_store; }
 
-    // A connection has ended: servers that paused look again.
-    void DescriptorsFreed();
+    // Servers that paused for want of descriptors look again, and what it held goes back to the system.
+    void ConnectionEnded();
+
+    // A connection holds more or less for its client than before. Those that
+    // stand still are marked as lost when it is too much.
+    void HeldChanged(std::size_t before, std::size_t now);
 
 private:
     struct Free {
@@ -40,12 +44,15 @@ private:
 
     void OnStop();
     void OnTimeout();
+    void OnTrim();
 
     std::unique_ptr<event_base, Free> m_base;
     Descriptor m_stopFd;
     Event m_stop;
     Event m_timeout;
+    Event m_trim;
     bool m_stopped = false;
+    std::size_t m_held = 0; // by all connections, beyond what is free for each
     MessageStore m_store;
     std::list<Server> m_servers;
 };

@@ -17,10 +17,13 @@ std::size_t FrameLength(const tern_header& header) {
     return allowed ? std::size_t{HEADER_LENGTH} + header.length : 0;
 }
 
-FrameReader::~FrameReader() {
-    if (m_message != nullptr) {
-        m_store.GiveBack(m_message);
-    }
+std::size_t FrameReader::Memory() const {
+    return m_message == nullptr ? 0 : sizeof *m_message + m_message->Frame().Room();
+}
+
+void FrameReader::Clear() {
+    m_begin = m_end;
+    PutAwayRest();
 }
 
 FrameReader::Input FrameReader::Receive(int fd) {
@@ -42,7 +45,7 @@ FrameReader::Input FrameReader::Receive(int fd) {
 }
 
 FrameReader::Found FrameReader::Next(Message** frame) {
-    if (Held() < HEADER_LENGTH) {
+    if (Unserved() < HEADER_LENGTH) {
         PutAwayRest();
         return Found::PART;
     }
@@ -50,11 +53,11 @@ FrameReader::Found FrameReader::Next(Message** frame) {
     if (length == 0) {
         return Found::BAD;
     }
-    if (Held() < length) {
+    if (Unserved() < length) {
         PutAwayRest();
         return Found::PART;
     }
-    const std::size_t surplus = Held() - length;
+    const std::size_t surplus = Unserved() - length;
     return m_begin == 0 && surplus <= length ? TakeFront(length, frame) : CopyFront(length, frame);
 }
 
@@ -75,7 +78,7 @@ bool FrameReader::MakeRoom() {
         return true;
     }
     const std::size_t room = std::min(std::max(memory.Room() * 2, FRAME_ROOM), FrameLength(Header()));
-    return m_claim.Set(room) && memory.Reserve(room);
+    return memory.Reserve(room);
 }
 
 // The frame keeps the memory that it was received into; what follows it moves to a message of its own.
@@ -94,7 +97,6 @@ FrameReader::Found FrameReader::TakeFront(std::size_t length, Message** frame) {
     }
     *frame = std::exchange(m_message, next);
     m_end = surplus;
-    m_claim.Set(0);
     (*frame)->AdoptFrame(length);
     return Found::FRAME;
 }
@@ -117,7 +119,7 @@ void FrameReader::PutAwayRest() {
     if (m_message == nullptr) {
         return;
     }
-    const std::size_t rest = Held();
+    const std::size_t rest = Unserved();
     if (rest == 0) {
         m_store.GiveBack(std::exchange(m_message, nullptr));
     } else if (m_begin > 0) {

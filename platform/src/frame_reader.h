@@ -18,8 +18,8 @@ public:
     enum class Input { DATA, NOTHING, END, NO_MEMORY };
     enum class Found { FRAME, PART, BAD, NO_MEMORY };
 
-    explicit FrameReader(MessageStore& store) : m_store(store), m_claim(store.Budget()) {}
-    ~FrameReader();
+    explicit FrameReader(MessageStore& store) : m_store(store) {}
+    ~FrameReader() { Clear(); }
     FrameReader(const FrameReader&) = delete;
     FrameReader& operator=(const FrameReader&) = delete;
 
@@ -32,16 +32,20 @@ public:
     // The header of the frame that Next called bad.
     tern_header BadHeader() const { return Header(); }
 
+    // What a frame that is not whole yet takes.
+    std::size_t Memory() const;
+    // Drops it.
+    void Clear();
+
 private:
     tern_header Header() const;
-    std::size_t Held() const { return m_end - m_begin; }
+    std::size_t Unserved() const { return m_end - m_begin; }
     bool MakeRoom();
     Found TakeFront(std::size_t length, Message** frame);
     Found CopyFront(std::size_t length, Message** frame);
     void PutAwayRest();
 
     MessageStore& m_store;
-    MemoryClaim m_claim;          // a frame that has outgrown the ordinary room
     Message* m_message = nullptr; // what is being received; null when nothing is held
     std::size_t m_begin = 0;      // the bytes in its frame memory that belong to no message yet
     std::size_t m_end = 0;

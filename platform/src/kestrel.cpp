@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/socket.h>
 
 #include <atomic>
@@ -104,7 +105,7 @@ void kestrel_event_mgr_free(kestrel_event_mgr* mgr) {
     Kestrel::Fenced("kestrel_event_mgr_free", [mgr] { delete mgr; });
 }
 
-void kestrel_socket_access(unsigned mode, int group) {
+void kestrel_socket_access(unsigned mode, unsigned group) {
     const std::lock_guard<std::mutex> lock(g_mutex);
     g_access = {static_cast<mode_t>(mode & 0777), group};
 }
@@ -123,7 +124,7 @@ int kestrel_server_register(const char* name, kestrel_event_mgr* mgr, const kest
     return registered ? 0 : -1;
 }
 
-int kestrel_open(const char* path, int) {
+int kestrel_open(const char* path, int flags) {
     if (path == nullptr) {
         errno = EFAULT;
         return -1;
@@ -136,7 +137,8 @@ int kestrel_open(const char* path, int) {
             error = *path == '\0' ? ENOENT : ENAMETOOLONG;
             return;
         }
-        Kestrel::Descriptor client(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const int blocking = (flags & O_NONBLOCK) != 0 ? SOCK_NONBLOCK : 0;
+        Kestrel::Descriptor client(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | blocking, 0));
         const bool connected = client.IsOpen() && Kestrel::ConnectTo(client.Get(), address) == 0;
         error = errno;
         fd = connected ? client.Release() : -1;

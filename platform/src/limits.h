@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define KESTREL_ASAN 1
@@ -33,9 +34,11 @@ constexpr std::uint32_t MAX_PAYLOAD = 16U << 20;
 // longer frame grows as its data comes, so that an announced length alone costs nothing.
 constexpr std::size_t FRAME_ROOM = 16U << 10;
 
-// What all clients together can make a loop hold: frames that have outgrown FRAME_ROOM and are not whole
-// yet, and replies that wait. Eight of the largest at once; a client beyond that is closed, so that many
-// connections of one hostile process cannot take the machine's memory.
+// What connections hold for their clients, frames that are not whole yet and replies that wait, is counted
+// beyond FREE_HELD for each. When the sum passes MAX_HELD, eight of the largest messages, the connection
+// whose bytes have not moved for longest is closed: who does not read pays, and who waits for a long reply
+// does not.
+constexpr std::size_t FREE_HELD = 1U << 20;
 constexpr std::size_t MAX_HELD = 128U << 20;
 
 // Replies that wait for a client. From here on the client is not read from until half of it is written:
@@ -43,10 +46,10 @@ constexpr std::size_t MAX_HELD = 128U << 20;
 constexpr std::size_t MAX_WAITING_REPLIES = 1U << 20;
 constexpr std::size_t RESUME_WAITING_REPLIES = MAX_WAITING_REPLIES / 2;
 
-// A waiting reply up to this size is copied and its message released: a message's own bookkeeping would
-// weigh more than such a reply. Copies are gathered in blocks of about COPY_BLOCK.
-constexpr std::size_t COPIED_REPLY = 1U << 10;
-constexpr std::size_t COPY_BLOCK = 16U << 10;
+// Replies wait in blocks between these sizes: large enough for one call each, small enough that a long
+// reply's memory is free again as it is read.
+constexpr std::size_t SMALL_BLOCK = 16U << 10;
+constexpr std::size_t LARGE_BLOCK = 256U << 10;
 
 // Parts (head and pieces) of a reply that is written without any bookkeeping. Ordinary replies have two.
 constexpr std::size_t DIRECT_PARTS = 8;
@@ -56,8 +59,8 @@ constexpr std::size_t DIRECT_PARTS = 8;
 constexpr int FRAMES_PER_TURN = 64;
 constexpr int ACCEPTS_PER_TURN = 16;
 
-// Clients that may wait to be accepted: a burst of starting applications.
-constexpr int LISTEN_BACKLOG = 128;
+// Clients that may wait to be accepted, a burst of starting applications: as many as the system allows.
+constexpr int LISTEN_BACKLOG = std::numeric_limits<int>::max();
 
 // Descriptors that connections leave free for the service's own files: a save, a backup and a request's
 // query of another service on a few dozen items at once. Never more than a quarter of a small limit.
@@ -66,6 +69,10 @@ constexpr std::uint64_t DESCRIPTOR_RESERVE = 64;
 // How long a paused server waits before it looks for free descriptors again; a closing connection makes
 // it look at once. Short enough for a person, long enough to cost nothing.
 constexpr int ACCEPT_RETRY_MS = 250;
+
+// How soon after the end of a connection the memory of a burst goes back to the system. Asking for it costs
+// up to some milliseconds, so that connections which end meanwhile share it.
+constexpr int TRIM_AFTER_MS = 1000;
 
 // Loops of one process that signals can stop. A process runs one; tests run a few.
 constexpr std::size_t MAX_RUNNING_LOOPS = 16;
@@ -79,9 +86,9 @@ constexpr std::size_t POOL_CHUNK = 4096 - 64;
 // length that was computed wrongly is refused before the allocator sees it.
 constexpr std::size_t POOL_MAX_PIECE = 64U << 20;
 
-// The host's descriptor limit: so many connections with an ordinary partial frame each take 64 MiB, which
-// a 32-bit address space still has room for.
-constexpr std::uint64_t MAX_DESCRIPTORS = 4096;
+// The host's descriptor limit, also where it was higher: so many connections with FREE_HELD each, beside
+// MAX_HELD and the threads of all items, are what a 32-bit address space has room for.
+constexpr std::uint64_t MAX_DESCRIPTORS = 1024;
 
 // Stack of a thread that asks for none: three threads for each of a thousand items must fit into 32 bits.
 // Sanitizers put red zones and shadow frames on the stack.
@@ -95,6 +102,21 @@ constexpr std::size_t THREAD_STACK = 256U << 10;
 // query can be logged whole, and nothing can flood the log with one line.
 constexpr std::size_t LOG_STACK_TEXT = 1U << 10;
 constexpr std::size_t LOG_MAX_TEXT = 64U << 10;
+
+// How long a line waits for the log's reader at most, and which part of all time is spent so: a slow reader,
+// and one that stalls again and again, cost a tenth of it.
+constexpr int LOG_PATIENCE_MS = 100;
+constexpr int LOG_WAIT_SHARE = 10;
+
+// What the requests of one connection may write to the log within a second, in lines of up to
+// LOG_SHARE_LENGTH (a longer one counts as several): information, of which each item that is created writes
+// two dozen lines, and errors of one place in the sources, one for each item that a connection may have, so
+// that none of an honest client's is lost. Too little to fill a disk before somebody looks. Places that share
+// a remainder share this, too.
+constexpr unsigned LOG_SHARE_OF_INFORMATION = 1000;
+constexpr unsigned LOG_SHARE_OF_PLACE = 256;
+constexpr std::size_t LOG_SHARE_LENGTH = 512;
+constexpr std::size_t LOG_PLACES = 61;
 
 } // namespace Kestrel
 

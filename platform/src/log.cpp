@@ -1,15 +1,18 @@
 #include <time.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cinttypes>
 #include <cstdarg>
 #include <cstdlib>
 #include <mutex>
 
 #include "exports.h"
-#include "log_text.h"
+#include "log_budget.h"
+#include "log_output.h"
 
+using Kestrel::LogBudget;
+using Kestrel::LogOutput;
 using Kestrel::LogText;
 
 namespace {
@@ -44,27 +47,37 @@ bool GiveToSink(int module, int level, const char* file, int line, const LogText
     return true;
 }
 
-void AppendTime(LogText& out) {
+// Guards the output and the count, which is of lines that could not be written.
+std::mutex g_outputMutex;
+LogOutput g_output;
+std::uint64_t g_dropped = 0;
+
+// A line's time and place.
+void Begin(LogText& out, int module, int level, const char* file, int line) {
     timespec now{};
     ::clock_gettime(CLOCK_REALTIME, &now);
     tm utc{};
     ::gmtime_r(&now.tv_sec, &utc);
-    out.Format("%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday,
-               utc.tm_hour, utc.tm_min, utc.tm_sec, static_cast<int>(now.tv_nsec / 1000000));
+    out.Format("%04d-%02d-%02dT%02d:%02d:%02d.%03dZ %d %d %s:%d ", utc.tm_year + 1900, utc.tm_mon + 1,
+               utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, static_cast<int>(now.tv_nsec / 1000000),
+               module, level, file, line);
 }
 
-// One write for the line, so that lines of several threads and processes do not mix.
-void WriteLine(const LogText& line) {
-    const char* rest = line.Text();
-    std::size_t left = line.Length();
-    while (left > 0) {
-        const ssize_t written = ::write(STDERR_FILENO, rest, left);
-        if (written >= 0) {
-            rest += written;
-            left -= static_cast<std::size_t>(written);
-        } else if (errno != EINTR) {
-            return;
-        }
+bool TellDropped() {
+    LogText out;
+    out.Append("\n", g_output.IsCut() ? 1 : 0);
+    Begin(out, 1, 3, __FILE__, __LINE__);
+    out.Format("%" PRIu64 " lines were dropped, since the log had no room\n", g_dropped);
+    return g_output.Writes(out);
+}
+
+void Write(const LogText& line) {
+    const std::lock_guard<std::mutex> lock(g_outputMutex);
+    if (g_dropped > 0 && TellDropped()) {
+        g_dropped = 0;
+    }
+    if (g_dropped > 0 || !g_output.Writes(line)) {
+        ++g_dropped;
     }
 }
 
@@ -82,11 +95,18 @@ void Emit(int module, int level, const char* file, int line, const char* format,
         return;
     }
     LogText out;
-    AppendTime(out);
-    out.Format(" %d %d %s:%d ", module, level, file, line);
+    Begin(out, module, level, file, line);
     out.Append(text.Text(), text.Length());
     out.Append("\n", 1);
-    WriteLine(out);
+    if (level > 0) {
+        LogBudget::Charge(out.Length());
+    }
+    Write(out);
+}
+
+// Tracing was asked for and is written whole; of other lines, clients can cause so many.
+bool IsAdmitted(int level, const char* file, int line) {
+    return level <= 0 || g_sink.load() != nullptr || LogBudget::Admits(level, file, line);
 }
 
 } // namespace
@@ -94,7 +114,7 @@ void Emit(int module, int level, const char* file, int line, const char* format,
 extern "C" {
 
 void PL_WriteLog(int module, int level, int, int, const char* file, int line, const char* format, ...) {
-    if (level < g_level.load(std::memory_order_relaxed)) {
+    if (level < g_level.load(std::memory_order_relaxed) || !IsAdmitted(level, file, line)) {
         return;
     }
     const int kept = errno;

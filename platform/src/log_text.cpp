@@ -9,8 +9,26 @@ namespace Kestrel {
 
 namespace {
 
-bool IsControl(unsigned char c) {
-    return c < 0x20 || c == 0x7F;
+// The length of the character at the front when it can be shown: ASCII or well-formed UTF-8, and no control
+// character of either. 0 when its first byte cannot.
+std::size_t Showable(const char* text, std::size_t left) {
+    const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned char first = byte(0);
+    if (first < 0x80) {
+        return first >= 0x20 && first != 0x7F ? 1 : 0;
+    }
+    const std::size_t length = first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+    // Below it lie the control characters U+0080 to U+009F, and longer forms of shorter characters.
+    const unsigned lowest = first == 0xC2 || first == 0xE0 ? 0xA0 : first == 0xF0 ? 0x90 : 0x80;
+    if (first < 0xC2 || first > 0xF4 || left < length || byte(1) < lowest) {
+        return 0;
+    }
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xC0) != 0x80) {
+            return 0;
+        }
+    }
+    return length;
 }
 
 } // namespace
@@ -46,8 +64,11 @@ void LogText::FormatList(const char* format, std::va_list arguments) {
 void LogText::AppendEscaped(const char* text, std::size_t length) {
     const char* end = text + length;
     while (text < end) {
-        const char* plain =
-            std::find_if(text, end, [](char c) { return IsControl(static_cast<unsigned char>(c)); });
+        const char* plain = text;
+        std::size_t shown = 0;
+        while (plain < end && (shown = Showable(plain, static_cast<std::size_t>(end - plain))) > 0) {
+            plain += shown;
+        }
         Append(text, static_cast<std::size_t>(plain - text));
         text = plain;
         if (text < end) {

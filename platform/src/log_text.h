@@ -20,7 +20,8 @@ public:
     void Format(const char* format, ...) __attribute__((format(printf, 2, 3)));
     void FormatList(const char* format, std::va_list arguments) __attribute__((format(printf, 2, 0)));
 
-    // Appends with control bytes written as \xNN, so that no client can forge a line.
+    // Appends with control characters, and bytes that are no UTF-8, written as \xNN: no client can forge a
+    // line or steer a terminal.
     void AppendEscaped(const char* text, std::size_t length);
     void Append(const char* text, std::size_t length);
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <functional>
 #include <new>
 
 namespace Kestrel {
@@ -26,11 +25,9 @@ Message* Message::New() {
     return new (std::nothrow) Message;
 }
 
-void Message::Unref() {
-    if (--m_refs == 0) {
-        m_frame.Unseal();
-        delete this;
-    }
+void Message::Delete() {
+    m_frame.Unseal();
+    delete this;
 }
 
 void Message::Recycle() {
@@ -57,28 +54,6 @@ void Message::AdoptFrame(std::size_t length) {
     m_section = m_frame.Data() + HEADER_LENGTH;
     m_payloadLength = static_cast<std::uint32_t>(length - HEAD_LENGTH);
     m_frame.Seal(length);
-}
-
-bool Message::RefersToFrame() const {
-    const std::less<const void*> before;
-    const unsigned char* begin = m_frame.Data();
-    if (begin == nullptr) {
-        return false;
-    }
-    const auto inside = [&](const void* p) { return !before(p, begin) && before(p, begin + m_frame.Room()); };
-    for (std::size_t i = 0; i < m_pieceCount; ++i) {
-        if (inside(m_pieces[i].iov_base)) {
-            return true;
-        }
-    }
-    return m_section != nullptr && inside(m_section);
-}
-
-void Message::DropUnusedFrame() {
-    if (!RefersToFrame()) {
-        m_frame.Unseal();
-        m_frame.Release();
-    }
 }
 
 bool Message::Payload(void** content, std::uint32_t* length) {

@@ -24,17 +24,15 @@ static_assert(sizeof(WireHead) == 24 && offsetof(WireHead, pieces) == 16);
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the wire's byte order is used in place");
 
 // A message: its header, its pool, and its content, either received in one frame or added piece by piece.
-// Counted references: the framework's while a callback runs, and one per outbox that it waits in.
-// Used by one thread at a time, without a lock.
+// Owned by whoever made or took it: an outbox copies what it keeps. Used by one thread at a time, without a
+// lock.
 class Message final : public tern_message {
 public:
     // Null without memory.
     static Message* New();
     static Message& From(tern_message* msg) { return *static_cast<Message*>(msg); }
 
-    void Ref() { ++m_refs; }
-    void Unref();
-    bool IsShared() const { return m_refs > 1; }
+    void Delete();
 
     // Makes it as new, keeping the frame's memory unless it has grown beyond the ordinary.
     void Recycle();
@@ -45,9 +43,6 @@ public:
     void BeginReceive();
     // Takes header and content from the frame's first `length` bytes, which are a whole frame.
     void AdoptFrame(std::size_t length);
-    // Gives the frame's memory back when no content refers to it. The header stays.
-    void DropUnusedFrame();
-    bool RefersToFrame() const;
 
     bool Payload(void** content, std::uint32_t* length);
     void* Section(std::uint32_t offset, std::uint32_t length);
@@ -77,32 +72,12 @@ private:
     tern_header m_header{};
     kestrel_pool m_pool;
     FrameMemory m_frame;
-    unsigned m_refs = 1;
     bool m_answered = false;
     iovec* m_pieces = nullptr; // in the pool
     std::size_t m_pieceCount = 0;
     std::size_t m_pieceRoom = 0;
     std::uint32_t m_payloadLength = 0;
     unsigned char* m_section = nullptr; // record and payload in one; null until somebody asks for it
-};
-
-// Holds one reference.
-class MessageRef {
-public:
-    MessageRef() = default;
-    explicit MessageRef(Message& msg) : m_msg(&msg) { msg.Ref(); }
-    MessageRef(MessageRef&& other) noexcept : m_msg(other.m_msg) { other.m_msg = nullptr; }
-    MessageRef& operator=(MessageRef&&) = delete;
-    MessageRef(const MessageRef&) = delete;
-    MessageRef& operator=(const MessageRef&) = delete;
-    ~MessageRef() {
-        if (m_msg != nullptr) {
-            m_msg->Unref();
-        }
-    }
-
-private:
-    Message* m_msg = nullptr;
 };
 
 } // namespace Kestrel

@@ -1,7 +1,6 @@
 #ifndef KESTREL_MESSAGE_STORE_H
 #define KESTREL_MESSAGE_STORE_H
 
-#include "memory_budget.h"
 #include "message.h"
 
 namespace Kestrel {
@@ -18,13 +17,10 @@ public:
     // An empty message with this much room for a frame; null without memory.
     Message* Take(std::size_t room);
 
-    // Takes back the framework's reference: keeps the message, or lets go of one that waits in an outbox.
+    // Takes a message back that nobody uses any more.
     void GiveBack(Message* msg);
 
-    MemoryBudget& Budget() { return m_budget; }
-
 private:
-    MemoryBudget m_budget;
     Message* m_spare = nullptr;
 };
 

@@ -1,39 +1,30 @@
 #include "outbox.h"
 
 #include <algorithm>
-#include <climits>
+#include <cstring>
 #include <new>
 
-#include "fence.h"
+#include "log_budget.h"
 #include "socket_io.h"
 
 namespace Kestrel {
 
 Outbox::Result Outbox::Send(int fd, Message& msg) {
     WireHead head;
-    if (!msg.CompleteHead(&head)) {
-        return Result::FAILED;
-    }
     std::size_t written = 0;
-    if (IsEmpty() && !WriteNow(fd, head, msg, &written)) {
+    if (!msg.CompleteHead(&head) || (IsEmpty() && !WriteNow(fd, head, msg, &written))) {
         return Result::FAILED;
     }
-    if (written == HEAD_LENGTH + std::size_t{msg.PayloadLength()}) {
-        return Result::WRITTEN;
-    }
-    const bool more = IsEmpty() && msg.PieceCount() >= DIRECT_PARTS;
     try {
-        Enqueue(head, msg);
-        Discard(written); // only ever written when nothing waited before it
-        const Result result = more ? Flush(fd) : Result::WAITING;
-        if (m_claim.Set(m_held)) {
-            return result;
+        Keep(&head, sizeof head, &written);
+        for (std::size_t i = 0; i < msg.PieceCount(); ++i) {
+            Keep(msg.Pieces()[i].iov_base, msg.Pieces()[i].iov_len, &written);
         }
-        KESTREL_LOG(3, "connection fd[%d]: no room for a reply that waits, closed", fd);
-        return Result::FAILED;
     } catch (const std::bad_alloc&) {
+        KESTREL_LOG_ENDED("connection fd[%d]: no memory for a reply that waits, closed", fd);
         return Result::FAILED;
     }
+    return IsEmpty() ? Result::WRITTEN : Result::WAITING;
 }
 
 // The ordinary case, without any allocation: head and pieces in one call.
@@ -50,89 +41,48 @@ bool Outbox::WriteNow(int fd, const WireHead& head, const Message& msg, std::siz
     return sent >= 0 || WouldBlock();
 }
 
-void Outbox::Enqueue(const WireHead& head, Message& msg) {
-    const std::size_t total = HEAD_LENGTH + std::size_t{msg.PayloadLength()};
-    m_waiting += total;
-    if (total <= COPIED_REPLY) {
-        return EnqueueCopy(head, msg);
+// Copies a part of a reply, but for what of it is written already.
+void Outbox::Keep(const void* data, std::size_t length, std::size_t* written) {
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    std::size_t done = std::min(*written, length);
+    *written -= done;
+    while (done < length) {
+        if (IsEmpty() || m_blocks.back().end == m_blocks.back().room) {
+            AddBlock(length - done);
+        }
+        Block& block = m_blocks.back();
+        const std::size_t some = std::min(length - done, block.room - block.end);
+        std::memcpy(&block.bytes[block.end], bytes + done, some);
+        block.end += some;
+        done += some;
     }
-    Entry& entry = m_entries.emplace_back(MessageRef(msg));
-    const auto* bytes = reinterpret_cast<const unsigned char*>(&head);
-    entry.bytes.assign(bytes, bytes + sizeof head);
-    entry.pieces.assign(msg.Pieces(), msg.Pieces() + msg.PieceCount());
-    entry.held = total + (msg.RefersToFrame() ? msg.Frame().Room() : 0);
-    m_held += entry.held;
 }
 
-void Outbox::EnqueueCopy(const WireHead& head, const Message& msg) {
-    if (IsEmpty() || !m_entries.back().pieces.empty() || m_entries.back().bytes.size() >= COPY_BLOCK) {
-        m_entries.emplace_back();
-    }
-    std::vector<unsigned char>& bytes = m_entries.back().bytes;
-    const auto append = [&bytes](const void* data, std::size_t length) {
-        const auto* begin = static_cast<const unsigned char*>(data);
-        bytes.insert(bytes.end(), begin, begin + length);
-    };
-    append(&head, sizeof head);
-    for (std::size_t i = 0; i < msg.PieceCount(); ++i) {
-        append(msg.Pieces()[i].iov_base, msg.Pieces()[i].iov_len);
-    }
-    const std::size_t total = HEAD_LENGTH + std::size_t{msg.PayloadLength()};
-    m_entries.back().held += total;
-    m_held += total;
+void Outbox::AddBlock(std::size_t length) {
+    const Block& block = m_blocks.emplace_back(std::clamp(length, SMALL_BLOCK, LARGE_BLOCK));
+    m_memory += sizeof block + block.room;
 }
 
 Outbox::Result Outbox::Flush(int fd) {
     while (!IsEmpty()) {
-        std::vector<iovec> parts = Gather();
-        const ssize_t sent = SendParts(fd, parts.data(), parts.size());
+        Block& block = m_blocks.front();
+        iovec part{&block.bytes[block.begin], block.end - block.begin};
+        const ssize_t sent = SendParts(fd, &part, 1);
         if (sent < 0) {
             return WouldBlock() ? Result::WAITING : Result::FAILED;
         }
-        Discard(static_cast<std::size_t>(sent));
-        m_claim.Set(m_held);
+        block.begin += static_cast<std::size_t>(sent);
+        if (block.begin == block.end) {
+            m_memory -= sizeof block + block.room;
+            m_blocks.pop_front();
+        }
     }
     return Result::WRITTEN;
 }
 
-// What waits, in order, as much as one call takes.
-std::vector<iovec> Outbox::Gather() {
-    std::vector<iovec> parts;
-    for (Entry& entry : m_entries) {
-        if (entry.bytesWritten < entry.bytes.size()) {
-            parts.push_back(
-                {entry.bytes.data() + entry.bytesWritten, entry.bytes.size() - entry.bytesWritten});
-        }
-        for (std::size_t i = entry.piecesWritten; i < entry.pieces.size() && parts.size() < IOV_MAX; ++i) {
-            parts.push_back(entry.pieces[i]);
-        }
-        if (parts.size() >= IOV_MAX) {
-            break;
-        }
-    }
-    return parts;
-}
-
-void Outbox::Discard(std::size_t written) {
-    m_waiting -= written;
-    while (!IsEmpty()) {
-        Entry& entry = m_entries.front();
-        const std::size_t ofBytes = std::min(written, entry.bytes.size() - entry.bytesWritten);
-        entry.bytesWritten += ofBytes;
-        if (entry.bytesWritten < entry.bytes.size()) {
-            return;
-        }
-        const std::size_t left = entry.pieces.size() - entry.piecesWritten;
-        std::size_t rest = written - ofBytes;
-        const std::size_t done = SkipParts(entry.pieces.data() + entry.piecesWritten, left, &rest);
-        entry.piecesWritten += done;
-        if (done < left) {
-            return;
-        }
-        written = rest;
-        m_held -= entry.held;
-        m_entries.pop_front();
-    }
+void Outbox::Clear() {
+    m_blocks.clear();
+    m_memory = 0;
 }
 
 } // namespace Kestrel

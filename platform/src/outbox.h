@@ -1,59 +1,48 @@
 #ifndef KESTREL_OUTBOX_H
 #define KESTREL_OUTBOX_H
 
-#include <sys/uio.h>
-
 #include <cstddef>
-#include <deque>
-#include <utility>
-#include <vector>
+#include <list>
+#include <memory>
 
-#include "memory_budget.h"
 #include "message.h"
 
 namespace Kestrel {
 
-// The replies of one connection that its socket has not taken yet, in order. Long ones are held by
-// reference, short ones copied. Owned by its connection. Loop thread only.
+// The bytes of replies that one connection's socket has not taken yet, copied, in blocks: what a message
+// refers to is free once it is sent. Owned by its connection. Loop thread only.
 class Outbox {
 public:
     enum class Result { WRITTEN, WAITING, FAILED };
 
-    explicit Outbox(MemoryBudget& budget) : m_claim(budget) {}
-
     // Writes the message at once when nothing waits, and keeps what the socket does not take.
     Result Send(int fd, Message& msg);
 
-    // Writes what waits.
+    // Writes what waits. Takes no memory, so that nothing but the socket can make it fail.
     Result Flush(int fd);
 
-    bool IsEmpty() const { return m_entries.empty(); }
+    bool IsEmpty() const { return m_blocks.empty(); }
 
-    // Bytes that wait.
-    std::size_t Waiting() const { return m_waiting; }
+    // What the blocks take, as long as a byte of them waits.
+    std::size_t Memory() const { return m_memory; }
+    void Clear();
 
 private:
-    struct Entry {
-        explicit Entry(MessageRef msg = {}) : message(std::move(msg)) {}
+    struct Block {
+        explicit Block(std::size_t size) : bytes(new unsigned char[size]), room(size) {}
 
-        MessageRef message;               // what the pieces belong to
-        std::vector<unsigned char> bytes; // one head, or whole short replies
-        std::size_t bytesWritten = 0;
-        std::vector<iovec> pieces; // follow the bytes; shortened from the front as they are written
-        std::size_t piecesWritten = 0;
-        std::size_t held = 0; // memory that it keeps until all of it is written
+        std::unique_ptr<unsigned char[]> bytes;
+        std::size_t room;
+        std::size_t begin = 0; // what waits lies between these two
+        std::size_t end = 0;
     };
 
     static bool WriteNow(int fd, const WireHead& head, const Message& msg, std::size_t* written);
-    void Enqueue(const WireHead& head, Message& msg);
-    void EnqueueCopy(const WireHead& head, const Message& msg);
-    std::vector<iovec> Gather();
-    void Discard(std::size_t written);
+    void Keep(const void* data, std::size_t length, std::size_t* written);
+    void AddBlock(std::size_t length);
 
-    std::deque<Entry> m_entries;
-    std::size_t m_waiting = 0;
-    std::size_t m_held = 0; // by all entries
-    MemoryClaim m_claim;
+    std::list<Block> m_blocks;
+    std::size_t m_memory = 0;
 };
 
 } // namespace Kestrel

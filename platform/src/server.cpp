@@ -57,7 +57,7 @@ void Server::StopAccepting() {
     m_acceptable.Remove();
     m_retry.Remove();
     m_paused = false;
-    m_file.Close();
+    m_file.StopListening();
     fd = -1;
 }
 
@@ -84,10 +84,22 @@ void Server::End(std::list<Connection>::iterator connection) {
     EventMgr& mgr = m_mgr;
     connection->TellClosed();
     m_connections.erase(connection);
-    mgr.DescriptorsFreed();
+    mgr.ConnectionEnded();
+}
+
+void Server::HeldChanged(std::size_t before, std::size_t now) {
+    m_mgr.HeldChanged(before, now);
+}
+
+Connection* Server::FirstToClose(Connection* first) {
+    for (Connection& connection : m_connections) {
+        first = connection.IsClosedBefore(first) ? &connection : first;
+    }
+    return first;
 }
 
 void Server::OnAcceptable() {
+    const LogBudget::Scope lines(m_lines);
     for (int i = 0; i < ACCEPTS_PER_TURN; ++i) {
         if (!HasDescriptorsToSpare()) {
             return PauseAccepting("few descriptors are left");

@@ -35,6 +35,10 @@ public:
     event_base* Base();
     MessageStore& Store();
     void End(std::list<Connection>::iterator connection);
+    void HeldChanged(std::size_t before, std::size_t now);
+
+    // The connection to close when all hold too much, of these and the one given, which may be null.
+    Connection* FirstToClose(Connection* first);
 
 private:
     void OnAcceptable();
@@ -48,6 +52,7 @@ private:
     const kestrel_server_ops* m_ops;
     std::string m_name;
     SocketFile m_file;
+    LogBudget m_lines{-1};
     Event m_acceptable;
     Event m_retry;
     bool m_started = false;

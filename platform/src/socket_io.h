@@ -16,13 +16,13 @@ inline bool WouldBlock() {
 }
 
 // sendmsg, restarted when a signal interrupts it; a vanished peer is an error and never a signal.
-inline ssize_t SendParts(int fd, iovec* parts, std::size_t count) {
+inline ssize_t SendParts(int fd, iovec* parts, std::size_t count, int flags = 0) {
     msghdr header{};
     header.msg_iov = parts;
     header.msg_iovlen = count;
     ssize_t sent = 0;
     do {
-        sent = ::sendmsg(fd, &header, MSG_NOSIGNAL);
+        sent = ::sendmsg(fd, &header, MSG_NOSIGNAL | flags);
     } while (sent < 0 && errno == EINTR);
     return sent;
 }

@@ -1,5 +1,9 @@
+#include <poll.h>
+#include <sys/time.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstring>
 #include <vector>
@@ -12,6 +16,40 @@ using Kestrel::Message;
 
 namespace {
 
+// The time that a whole message may take: the descriptor's time-out, which the kernel would begin anew with
+// every call, byte or signal.
+class Deadline {
+public:
+    Deadline(int fd, int option, short event) : m_fd(fd), m_event(event) {
+        timeval limit{};
+        socklen_t length = sizeof limit;
+        m_isSet =
+            ::getsockopt(fd, SOL_SOCKET, option, &limit, &length) == 0 && (limit.tv_sec | limit.tv_usec) != 0;
+        m_end += std::chrono::seconds(limit.tv_sec) + std::chrono::microseconds(limit.tv_usec);
+    }
+
+    // Waits until the descriptor is ready. False when the time is over, with EAGAIN.
+    bool Waits() const {
+        int ready = 0;
+        do {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(m_end - Clock::now()).count();
+            pollfd socket{m_fd, m_event, 0};
+            ready =
+                ::poll(&socket, 1, m_isSet ? static_cast<int>(std::clamp<long long>(left, 0, INT_MAX)) : -1);
+        } while (ready < 0 && errno == EINTR);
+        errno = ready == 0 ? EAGAIN : errno;
+        return ready > 0;
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    const int m_fd;
+    const short m_event;
+    bool m_isSet = false;
+    Clock::time_point m_end = Clock::now();
+};
+
 int SendWhole(Message& msg, int fd) {
     Kestrel::WireHead head;
     if (!msg.CompleteHead(&head)) {
@@ -20,12 +58,17 @@ int SendWhole(Message& msg, int fd) {
     }
     std::vector<iovec> parts{{&head, sizeof head}};
     parts.insert(parts.end(), msg.Pieces(), msg.Pieces() + msg.PieceCount());
+    const Deadline deadline(fd, SO_SNDTIMEO, POLLOUT);
     std::size_t done = 0;
     while (done < parts.size()) {
         const std::size_t left = parts.size() - done;
-        const ssize_t sent = Kestrel::SendParts(fd, &parts[done], std::min<std::size_t>(left, IOV_MAX));
+        const ssize_t sent =
+            Kestrel::SendParts(fd, &parts[done], std::min<std::size_t>(left, IOV_MAX), MSG_DONTWAIT);
         if (sent < 0) {
-            return -1;
+            if (!Kestrel::WouldBlock() || !deadline.Waits()) {
+                return -1;
+            }
+            continue;
         }
         auto bytes = static_cast<std::size_t>(sent);
         done += Kestrel::SkipParts(&parts[done], left, &bytes);
@@ -33,12 +76,12 @@ int SendWhole(Message& msg, int fd) {
     return 0;
 }
 
-// One recv, restarted when a signal interrupts it; 0 when there is no more to come.
-std::size_t ReceiveSome(int fd, unsigned char* memory, std::size_t room) {
+// One recv, once there is something to receive; 0 when there is no more to come.
+std::size_t ReceiveSome(int fd, const Deadline& deadline, unsigned char* memory, std::size_t room) {
     ssize_t got = 0;
     do {
-        got = ::recv(fd, memory, room, 0);
-    } while (got < 0 && errno == EINTR);
+        got = ::recv(fd, memory, room, MSG_DONTWAIT);
+    } while (got < 0 && (errno == EINTR || (Kestrel::WouldBlock() && deadline.Waits())));
     if (got == 0) {
         errno = ECONNRESET;
     }
@@ -59,6 +102,7 @@ std::size_t AnnouncedLength(const Kestrel::FrameMemory& memory) {
 // Never reads beyond the frame, and takes memory as the data comes.
 int ReceiveWhole(Message& msg, int fd) {
     msg.BeginReceive();
+    const Deadline deadline(fd, SO_RCVTIMEO, POLLIN);
     Kestrel::FrameMemory& memory = msg.Frame();
     std::size_t have = 0;
     std::size_t length = Kestrel::HEAD_LENGTH;
@@ -69,7 +113,7 @@ int ReceiveWhole(Message& msg, int fd) {
             return -1;
         }
         const std::size_t wanted = std::min(length, memory.Room()) - have;
-        const std::size_t got = ReceiveSome(fd, memory.Data() + have, wanted);
+        const std::size_t got = ReceiveSome(fd, deadline, memory.Data() + have, wanted);
         if (got == 0) {
             return -1;
         }
@@ -100,7 +144,7 @@ tern_message* tern_message_new(int) {
 
 void tern_message_put(tern_message* msg) {
     if (msg != nullptr) {
-        Message::From(msg).Unref();
+        Message::From(msg).Delete();
     }
 }
 

@@ -2,6 +2,7 @@
 #ifndef APPCFG_CONNECTION_H
 #define APPCFG_CONNECTION_H
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -16,14 +17,26 @@ class Channel;
 // Used by one thread at a time, together with its items; several connections are independent.
 class Connection {
 public:
+    // Longer than any request should take: to end an item may take the service 60 s, and clients wait for
+    // each other.
+    static constexpr std::chrono::milliseconds DEFAULT_TIMEOUT = std::chrono::seconds(90);
+
     // Connects to the service below the framework's root (the environment variable KESTREL_ROOT or
-    // /mnt/kestrel); ConnectionError when it does not answer there.
-    Connection();
+    // /mnt/kestrel); ConnectionError when it does not answer there. The time-out, from a millisecond to a
+    // day, is how long a connect may take, and how long a request may see no byte move: TimeoutError then,
+    // and the connection is closed, so that a late reply is never taken for another request's.
+    explicit Connection(std::chrono::milliseconds timeout = DEFAULT_TIMEOUT);
+    // Connects when Connect is called or the first request is sent.
+    static Connection Deferred(std::chrono::milliseconds timeout = DEFAULT_TIMEOUT);
     Connection(Connection&&) noexcept = default;
     Connection& operator=(Connection&&) noexcept = default;
     ~Connection() = default;
 
-    // Creates the item at the service; one that has the same handle is replaced.
+    void Connect();
+
+    // Creates the item at the service. One that has the same handle is ended first, whoever created it, so
+    // that a refused creation leaves none as a rule. The item is this connection's from then on, until
+    // another one creates it: when that one closes, it ends without a word, and calls are refused with 404.
     Item Create(const ItemDescription& description);
 
     // Reaches an item that any connection created. No request is made: a call on it fails with status 404
@@ -34,6 +47,9 @@ public:
     void Close() noexcept { m_channel.reset(); }
 
 private:
+    explicit Connection(std::shared_ptr<Channel> channel);
+    Channel& OpenChannel() const;
+
     std::shared_ptr<Channel> m_channel;
 };
 

@@ -40,6 +40,13 @@ public:
     using Error::Error;
 };
 
+// The service took no connection, took nothing of a request, or sent nothing of its reply for the
+// connection's time-out. Whether the request was carried out is not known.
+class TimeoutError : public ConnectionError {
+public:
+    using ConnectionError::ConnectionError;
+};
+
 // The service answered with another status than 200.
 class RequestRefused : public Error {
 public:

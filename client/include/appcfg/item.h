@@ -17,7 +17,9 @@ namespace appcfg {
 class Channel;
 
 // Made by a Connection, which must outlive the use of it (afterwards every call is a ConnectionError). An
-// item that was created, rather than opened, is deleted when this object goes away.
+// item that was created, rather than opened, is deleted when this object goes away, unless this connection
+// has deleted it or created it anew since: then the newer object owns it. What other connections do is not
+// known here: an item that another client created anew is deleted too.
 // Used by the thread that uses the connection.
 //
 // Every call is one request. It throws RequestRefused, InvalidArgument or ConnectionError.
@@ -67,7 +69,9 @@ public:
     // string; XML: grafts the element below the key). Without NUL; the whole record fits 16 MiB.
     void SetRaw(const std::string& key, const std::string& data);
 
-    // Puts the default file in place of the file and its backup, and loads it.
+    // Puts the default file in place of the file and its backup, and loads it. That it returns says that the
+    // service has tried: when the default is missing or cannot be loaded, the values stay as they were, also
+    // after the files have been replaced. Compare them where it matters.
     void Restore();
 
     // Rewrites the default file, the file and its backup encrypted with the key, or plain.
@@ -78,11 +82,13 @@ public:
     void Delete();
 
     // Leaves the item to its connection: it then lives until that closes.
-    void Release() noexcept { m_owned = false; }
+    void Release() noexcept { m_claim = NO_CLAIM; }
 
 private:
     friend class Connection;
-    Item(std::weak_ptr<Channel> channel, Handle handle, bool owned);
+    static constexpr uint64_t NO_CLAIM = 0;
+
+    Item(std::weak_ptr<Channel> channel, Handle handle, uint64_t claim);
 
     std::shared_ptr<Channel> OpenChannel() const;
     void DeleteIfOwned() noexcept;
@@ -90,7 +96,7 @@ private:
 
     std::weak_ptr<Channel> m_channel;
     Handle m_handle;
-    bool m_owned;
+    uint64_t m_claim; // the connection's number for the item that this object ends
 };
 
 } // namespace appcfg

@@ -28,7 +28,7 @@ typedef struct kestrel_connection_ops {
     void (*writable)(kestrel_connection*);
 } kestrel_connection_ops;
 
-// What a server is told of its messages. `message` may keep the message only by replying with it.
+// What a server is told of its messages. A message is the framework's again when the callback returns.
 typedef struct kestrel_protocol_ops {
     void (*reserved)(tern_message*, kestrel_connection*);
     void (*message)(tern_message*, kestrel_connection*);
@@ -55,11 +55,13 @@ kestrel_event_mgr* kestrel_event_mgr_new(int reserved);
 int kestrel_event_mgr_run(kestrel_event_mgr* mgr, int timeout);
 
 // Listens at <root>/<name> and calls `start`. 0 on success; non-zero when the name is taken by a live
-// server or the socket cannot be made. A socket file that a dead server left is replaced.
+// server or the socket cannot be made. A socket file that a dead server left is replaced: a
+// lock on <root>/<name>.lock, held until the loop is freed or the process ends, decides which it is.
 int kestrel_server_register(const char* name, kestrel_event_mgr* mgr, const kestrel_server_ops* ops);
 
 // Connects to a service by its path; one below /mnt/kestrel/ is looked up under <root>. Any thread.
-// -1 and errno on failure. The descriptor is blocking and close-on-exec; the caller closes it.
+// -1 and errno on failure. The descriptor is close-on-exec; the caller closes it. With O_NONBLOCK it is not
+// blocking, and a service whose queue is full is EAGAIN; without, the call waits for a place in the queue.
 int kestrel_open(const char* path, int flags);
 
 // 0x80040305: the peer's pid into *(int32_t *)arg. 0x400C0200, 0x400C0201: the send and receive buffer

@@ -19,8 +19,8 @@ void kestrel_catch_stop_signals(void);
 void kestrel_event_mgr_free(kestrel_event_mgr* mgr);
 
 // Mode bits and group of the sockets that servers registered from now on listen at; a group of -1 leaves
-// the process's own. Default: 0666 and -1, since any local process may be a client.
-void kestrel_socket_access(unsigned mode, int group);
+// the process's own. Default: 0666 and (unsigned)-1, since any local process may be a client.
+void kestrel_socket_access(unsigned mode, unsigned group);
 
 #ifdef __cplusplus
 }

@@ -61,7 +61,8 @@ void tern_header_clear(tern_message* msg);
 int tern_message_async_send(tern_message* msg, kestrel_connection* conn, int reserved);
 
 // Write or read one whole frame on a blocking descriptor, restarted on EINTR. 0 or more on success,
-// negative on failure. Receiving replaces header and content of the message.
+// negative on failure. A time-out of the descriptor (SO_SNDTIMEO, SO_RCVTIMEO) is that of the whole frame;
+// then errno is EAGAIN. Receiving replaces header and content of the message.
 int tern_message_sendfd(tern_message* msg, int fd);
 int tern_message_recvfd(tern_message* msg, int fd);
 
