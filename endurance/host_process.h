@@ -1,56 +1,11 @@
-// A service in a process of its own, for programs that start, stop and kill it.
-#ifndef HOST_PROCESS_H
-#define HOST_PROCESS_H
+#ifndef ENDURANCE_HOST_PROCESS_H
+#define ENDURANCE_HOST_PROCESS_H
 
-#include <chrono>
-#include <string>
-#include <sys/types.h>
-#include <vector>
+#include "support/host_process.h"
 
 namespace Endurance {
 
-// Owns one kestrel_host with the service's library. Used by the thread that owns it, but for SendKill, which
-// any thread may call between Start and the end. The process is killed when this object goes away.
-class HostProcess {
-public:
-    static constexpr int SIGNALLED = 128; // as shells tell it
-
-    // The programs of the build in that directory; root is the framework's root, which must exist. The
-    // process appends its log to the file root/service.log. The environment is taken here.
-    HostProcess(std::string build, std::string root);
-    HostProcess(const HostProcess&) = delete;
-    HostProcess& operator=(const HostProcess&) = delete;
-    ~HostProcess();
-
-    // Returns when the service accepts clients; std::runtime_error when it ends or does not within the time.
-    void Start(std::chrono::seconds patience = std::chrono::seconds(60));
-
-    // SIGKILL; returns when the process is gone. Nothing happens when it is not running.
-    void Kill();
-
-    // SIGKILL only; the owner calls Kill or Wait afterwards.
-    void SendKill() const;
-
-    // SIGTERM; returns the exit status, or SIGNALLED and the signal that ended it instead.
-    int Stop();
-
-    // Reaps a process that was told to end; what Stop returns.
-    int Wait();
-
-    bool IsRunning() const { return m_pid > 0; }
-    pid_t Pid() const { return m_pid; }
-    const std::string& Root() const { return m_root; }
-    std::string LogPath() const { return m_root + "/service.log"; }
-
-private:
-    void Spawn();
-    bool HasEnded() const;
-
-    const std::string m_build;
-    const std::string m_root;
-    std::vector<std::string> m_environment;
-    pid_t m_pid = -1;
-};
+using Support::HostProcess;
 
 } // namespace Endurance
 

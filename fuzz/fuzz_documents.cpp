@@ -73,11 +73,4 @@ bool IsOrdinaryKey(const std::string& key, const std::function<std::string(const
     return !container.empty() && container[0] == (key[last] == '[' ? '[' : '{');
 }
 
-std::string BareText(SystemServer::AcmXmlConfiguration& document) {
-    std::string text = document.FindNode("")->innerText();
-    const auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
-    text.erase(std::remove_if(text.begin(), text.end(), isBlank), text.end());
-    return text;
-}
-
 } // namespace Fuzz

@@ -11,6 +11,7 @@
 #include "acm_json_configuration.h"
 #include "acm_xml_configuration.h"
 #include "fuzz_support.h"
+#include "support/without_blanks.h"
 
 namespace Fuzz {
 
@@ -46,8 +47,7 @@ Poco::AutoPtr<Poco::Util::AbstractConfiguration> LoadKind(char kind, const std::
 // element, "a[7].b" a member of another element) it sets something else. Asks read for the text at a key.
 bool IsOrdinaryKey(const std::string& key, const std::function<std::string(const std::string&)>& read);
 
-// The whole text of a document without its white space, of which the writer adds some.
-std::string BareText(SystemServer::AcmXmlConfiguration& document);
+using Support::WithoutBlanks;
 
 // The text that a document is saved as.
 template <typename Document>

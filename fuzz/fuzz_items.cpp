@@ -8,6 +8,7 @@
 #include "app_cfg_crypto_mgr_factory.h"
 #include "app_cfg_mgmt_server.h"
 #include "app_cfg_mgr_factory.h"
+#include "support/records.h"
 #include "tern/tern.h"
 
 namespace Fuzz {
@@ -15,6 +16,7 @@ namespace Fuzz {
 namespace {
 
 using namespace SystemServer;
+using namespace Support;
 
 constexpr uint8_t REPLY_FLAG = 0x80;
 
@@ -35,28 +37,8 @@ struct Replies {
 };
 Replies g_replies;
 
-template <size_t Size>
-void Put(char (&field)[Size], const std::string& text) {
-    std::memcpy(field, text.data(), std::min(Size, text.size()));
-}
-
-template <typename Record>
-std::string BytesOf(const Record& record) {
-    return std::string(reinterpret_cast<const char*>(&record), sizeof record);
-}
-
-uint32_t WordAt(const std::string& bytes, size_t at) {
-    uint32_t word = 0;
-    Check(bytes.size() >= at + sizeof word, "a reply holds its words");
-    std::memcpy(&word, bytes.data() + at, sizeof word);
-    return word;
-}
-
 AppCfgHndl HandleOfItem(char item) {
-    AppCfgHndl handle = {};
-    handle.ownerName[0] = 'a';
-    handle.cfgName[0] = item;
-    return handle;
+    return Handle("a", std::string(1, item));
 }
 
 // A path that leads nowhere but to the target's own files, or to the device without an end.
@@ -127,9 +109,8 @@ std::string CreateContent(char item, const std::string& text) {
 std::string RawContent(char item, const std::string& text, bool isSet) {
     const size_t end = std::min(text.find('\n'), text.size());
     const std::string data = text.substr(std::min(end + 1, text.size()));
-    AppCfgRawDataReq record = {HandleOfItem(item), {}, static_cast<uint32_t>(data.size()) + 1};
-    Put(record.query, text.substr(0, end));
-    return BytesOf(record) + (isSet ? data + '\0' : "");
+    return RawRecord(HandleOfItem(item), text.substr(0, end), static_cast<uint32_t>(data.size()) + 1) +
+           (isSet ? data + '\0' : "");
 }
 
 std::string KeyChangeContent(char item, const std::string& text) {
@@ -151,11 +132,8 @@ std::string ContentOf(const Request& request, const std::string& text) {
     case APP_CFG_URI_ITEM:
         return MethodOf(request) == APP_CFG_METHOD_CREATE ? CreateContent(request.item, text)
                                                           : BytesOf(HandleOfItem(request.item)) + text;
-    case APP_CFG_URI_DATA: {
-        AppCfgDataReq record = {HandleOfItem(request.item), {}};
-        Put(record.query, text);
-        return BytesOf(record);
-    }
+    case APP_CFG_URI_DATA:
+        return DataRecord(HandleOfItem(request.item), text);
     case APP_CFG_URI_RAW_DATA:
         return RawContent(request.item, text, MethodOf(request) == APP_CFG_METHOD_SET);
     case APP_CFG_URI_CRYPTO_PARAM:
@@ -203,15 +181,9 @@ void CheckContent(const Request& request, const Replies& replies) {
     if (replies.header.status != APP_CFG_STATUS_OK || MethodOf(request) != APP_CFG_METHOD_GET) {
         Check(content.empty(), "only what was read is sent");
     } else if (request.uri == APP_CFG_URI_RAW_DATA) {
-        const uint32_t length = WordAt(content, offsetof(AppCfgRawDataReq, dataLen));
-        Check(length >= 1 && content.size() == sizeof(AppCfgRawDataReq) + length && content.back() == '\0',
-              "a fragment has its length");
+        Check(Fragment(content).has_value(), "a fragment has its length");
     } else {
-        size_t at = sizeof(uint32_t);
-        for (uint32_t left = WordAt(content, 0); left > 0; --left) {
-            at += sizeof(uint32_t) + WordAt(content, at);
-        }
-        Check(at == content.size(), "values have their lengths");
+        Check(Values(content).has_value(), "values have their lengths");
     }
 }
 
@@ -224,8 +196,30 @@ std::shared_ptr<AppCfgMgr> LoadManager(const std::string& input) {
         return nullptr;
     }
     WriteFile("document", input.substr(1));
-    return AppCfgMgrFactory::CreateAppCfgMgr(static_cast<ConfigStorageType>(type), PathOf("document"),
-                                             nullptr);
+    std::shared_ptr<AppCfgMgr> manager;
+    Accepts([&] {
+        manager = AppCfgMgrFactory::CreateAppCfgMgr(static_cast<ConfigStorageType>(type), PathOf("document"),
+                                                    nullptr);
+        return true;
+    });
+    return manager;
+}
+
+void CheckLoadsAgain(char kind, AppCfgMgr& manager) {
+    if (!manager.IsConfigWritable()) {
+        return;
+    }
+    const auto text = [](AppCfgMgr& of) {
+        std::string raw;
+        Check(of.GetRawData("", raw) == 0, "a document has its text");
+        return WithoutBlanks(raw);
+    };
+    std::ostringstream saved;
+    manager.Save(saved);
+    Check(saved.good(), "what was accepted can be saved");
+    const auto again = LoadManager(kind + saved.str());
+    Check(again != nullptr, "what was saved loads again");
+    Check(text(*again) == text(manager), "what was saved and loaded is the same");
 }
 
 std::string ValueAt(const AppCfgMgr& manager, const std::string& key) {

@@ -14,6 +14,9 @@ namespace Fuzz {
 // A manager of a letter ("j", "x" or "i") and a document, or null when the service refuses it.
 std::shared_ptr<SystemServer::AppCfgMgr> LoadManager(const std::string& input);
 
+// What a manager of the kind saves now loads again and is the same.
+void CheckLoadsAgain(char kind, SystemServer::AppCfgMgr& manager);
+
 // What a get for the key yields, nothing when it is refused.
 std::string ValueAt(const SystemServer::AppCfgMgr& manager, const std::string& key);
 

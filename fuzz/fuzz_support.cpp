@@ -1,14 +1,12 @@
 #include "fuzz_support.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 
 #include "pl/pl_log_control.h"
+#include "support/root_directory.h"
 
 namespace Fuzz {
 
@@ -16,41 +14,23 @@ namespace {
 
 // Repetitions make small inputs large. While new inputs are looked for, many short ones find more.
 #ifdef FUZZ_SHORT_INPUTS
-constexpr size_t MAX_REPEATED = 2U << 10;
+constexpr size_t MAX_REPEATED = 320U << 10; // beyond the longest tag
 #else
 constexpr size_t MAX_REPEATED = 4U << 20;
 #endif
 
 constexpr char SEPARATOR[] = "\n--\n";
 
-// In memory where there is such a place: fuzzing writes some thousand files a second.
-class Directory {
-public:
-    Directory() {
-        std::string path =
-            std::filesystem::is_directory("/dev/shm") ? "/dev/shm/fuzz-XXXXXX" : "/tmp/fuzz-XXXXXX";
-        Check(mkdtemp(path.data()) != nullptr, "there is a directory for the target's files");
-        m_path = path;
-        setenv("KESTREL_ROOT", m_path.c_str(), 1);
-        // Lines are formatted, so that their arguments are looked at, and then dropped.
-        pl_log_set_level(0);
-        pl_log_set_sink([](void*, int, int, const char*, int, const char*) {}, nullptr);
-    }
-    ~Directory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
-    Directory(const Directory&) = delete;
-    Directory& operator=(const Directory&) = delete;
+// In memory where there is such a place: fuzzing writes some thousand files a second. Made before the first
+// input, and gone after all that works on files.
+const Support::RootDirectory DIRECTORY(std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp");
 
-    const std::string& Path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
-
-// Made before the first input, and gone after all that works on files.
-const Directory DIRECTORY;
+// Lines are formatted, so that their arguments are looked at, and then dropped.
+const bool IS_QUIET = [] {
+    pl_log_set_level(0);
+    pl_log_set_sink([](void*, int, int, const char*, int, const char*) {}, nullptr);
+    return true;
+}();
 
 void AppendNumbered(std::string& text, const std::string& piece, size_t number) {
     for (const char byte : piece) {
@@ -106,17 +86,15 @@ std::string FieldText(const std::string& part) {
 }
 
 std::string PathOf(const std::string& name) {
-    return DIRECTORY.Path() + "/" + name;
+    return DIRECTORY.Of(name);
 }
 
 void WriteFile(const std::string& name, const std::string& text) {
-    std::ofstream file(PathOf(name), std::ios::binary);
-    file << text;
-    Check(file.good(), "the target's file can be written");
+    DIRECTORY.Writes(name, text);
 }
 
 void ClearFiles() {
-    for (const auto& entry : std::filesystem::directory_iterator(DIRECTORY.Path())) {
+    for (const auto& entry : std::filesystem::directory_iterator(DIRECTORY.Of(""))) {
         std::filesystem::remove_all(entry.path());
     }
 }

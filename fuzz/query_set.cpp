@@ -1,5 +1,6 @@
-// Queries that set values: what was set is found, and what was refused has changed nothing.
-// Input: a letter ("j", "x" or "i") and a document, query.
+// Sets and raw sets in any order: what was set is found, what was refused has changed nothing, and what is
+// saved in the end loads again and is the same. Input: a letter ("j", "x" or "i") and a document, then
+// queries, and raw sets as "=", the key, a line feed and the text.
 #include "Poco/String.h"
 #include "Poco/StringTokenizer.h"
 #include "fuzz_items.h"
@@ -28,12 +29,26 @@ void CheckSet(SystemServer::AppCfgMgr& manager, char kind, const std::string& it
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const auto parts = Fuzz::Parts(data, size, 2);
-    const auto manager = Fuzz::LoadManager(parts[0]);
-    for (const std::string& item : Poco::StringTokenizer(Fuzz::FieldText(parts[1]), ",")) {
-        if (manager != nullptr && !item.empty()) {
-            CheckSet(*manager, parts[0][0], item);
+    auto parts = Fuzz::Parts(data, size, 0);
+    const std::string document = parts.front();
+    const auto manager = Fuzz::LoadManager(document);
+    if (manager == nullptr) {
+        return 0;
+    }
+    parts.erase(parts.begin());
+    for (const std::string& part : parts) {
+        const std::string text = Fuzz::FieldText(part);
+        if (text.rfind('=', 0) == 0) {
+            const size_t end = std::min(text.find('\n'), text.size());
+            const std::string raw = text.substr(std::min(end + 1, text.size()));
+            Fuzz::Accepts([&] { return manager->SetRawData(text.substr(1, end - 1), raw) == 0; });
+            continue;
+        }
+        for (const std::string& item :
+             Poco::StringTokenizer(text, ",", Poco::StringTokenizer::TOK_IGNORE_EMPTY)) {
+            CheckSet(*manager, document[0], item);
         }
     }
+    Fuzz::CheckLoadsAgain(document[0], *manager);
     return 0;
 }

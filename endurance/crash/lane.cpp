@@ -31,6 +31,12 @@ constexpr int ENDING_ROUNDS = 8;
 // How often a cut file is met by a second kill while it is recovered, in percent.
 constexpr int RECOVERY_KILLS = 40;
 
+// Some tens of KB between the first and the last number: a write of many pages can be cut at each.
+constexpr int PLACES = 17;
+constexpr size_t FILLER_BYTES = 4000;
+
+constexpr const char* STRATEGY_NAMES[] = {"_instant", "_delay", "_timing"};
+
 constexpr milliseconds BEFORE_DELAYED_SAVE{2950};
 constexpr milliseconds BEFORE_TIMED_SAVE{59500};
 
@@ -62,11 +68,25 @@ const char* EnsureDirectory(const std::string& path) {
 Lane::Lane(Settings settings) :
     m_settings(std::move(settings)), m_host(m_settings.build, EnsureDirectory(m_settings.directory)) {
     EnsureDirectory(ItemDirectory());
-    for (const Format format : {Format::JSON, Format::XML, Format::ENCRYPTED_XML}) {
+    for (const Format& format : FORMATS) {
         for (const Strategy strategy : {INSTANT, DELAY, TIMING}) {
-            m_items.emplace_back(ItemDirectory(), format, strategy);
+            if (format.storage == SystemServer::ConfigStorageType::INI) {
+                continue;
+            }
+            const Strategies strategies{static_cast<SystemServer::ConfigSaveStrategy>(strategy + 1),
+                                        static_cast<SystemServer::ConfigBackupStrategy>(strategy + 1)};
+            TrackedItem& item =
+                m_items.emplace_back(std::string(format.name) + STRATEGY_NAMES[strategy], format, strategies,
+                                     Document(format.storage, PLACES, FILLER_BYTES));
+            item.StandIn(ItemDirectory());
+            item.GetDocument().WriteFile(item.Description().defaultPath, DEFAULT_NUMBER,
+                                         item.Description().encryption);
         }
     }
+}
+
+Strategy Lane::StrategyOf(const TrackedItem& item) {
+    return static_cast<Strategy>(static_cast<int>(item.Description().saveStrategy) - 1);
 }
 
 void Lane::Begin() {
@@ -187,7 +207,7 @@ void Lane::AwaitSave(Random& random, Strategy strategy, milliseconds after) {
     Killer killer(m_host, ItemDirectory(), moment);
     try {
         for (TrackedItem& item : m_items) {
-            if (item.GetStrategy() == strategy) {
+            if (StrategyOf(item) == strategy) {
                 SendEither(random, item);
             }
         }
@@ -224,7 +244,7 @@ void Lane::CrashInRecovery(Random& random) {
     Reap(false);
     InspectFiles(m_recovering);
     for (const TrackedItem* item : cut) {
-        m_recovering.fromBackup.of[item->GetStrategy()] += item->HasChangedFile() ? 1 : 0;
+        m_recovering.fromBackup.of[StrategyOf(*item)] += item->HasChangedFile() ? 1 : 0;
     }
 }
 
@@ -234,7 +254,7 @@ void Lane::Reap(bool mayEnd) {
     m_killed = status != 0;
     if (status == 0 && mayEnd) {
         for (TrackedItem& item : m_items) {
-            item.NoteSaved();
+            item.NoteEnd(0);
         }
     } else if (status != HostProcess::SIGNALLED + SIGKILL) {
         throw std::runtime_error("the service ended by itself with status " + std::to_string(status));
@@ -244,8 +264,9 @@ void Lane::Reap(bool mayEnd) {
 void Lane::InspectFiles(Counts& counts) {
     bool inSave = false;
     for (TrackedItem& item : m_items) {
+        item.NoteCrash();
         const Files files = item.LookAtFiles();
-        const Strategy strategy = item.GetStrategy();
+        const Strategy strategy = StrategyOf(item);
         counts.cutFiles.of[strategy] += files.file ? 0 : 1;
         counts.cutBackups.of[strategy] += files.backup ? 0 : 1;
         counts.behind.of[strategy] += files.file && files.backup && *files.file != *files.backup ? 1 : 0;
@@ -261,7 +282,7 @@ void Lane::Start(Counts& counts) {
     CountRecoveries(counts);
     for (TrackedItem& item : m_items) {
         if (!item.HoldsSaved(*m_connection)) {
-            ++counts.losses.of[item.GetStrategy()];
+            ++counts.losses.of[StrategyOf(item)];
             counts.unforeseen += IsExposed(item) ? 0 : 1;
             TellLoss(item);
             item.AcceptLoss();
@@ -305,8 +326,8 @@ void Lane::CountRecoveries(Counts& counts) const {
             return log.find(": restore config file[" + description.path + "] from " + source + "] done.") !=
                    std::string::npos;
         };
-        counts.fromBackup.of[item.GetStrategy()] += from("backup[" + description.backupPath) ? 1 : 0;
-        counts.fromDefault.of[item.GetStrategy()] += from("default[" + description.defaultPath) ? 1 : 0;
+        counts.fromBackup.of[StrategyOf(item)] += from("backup[" + description.backupPath) ? 1 : 0;
+        counts.fromDefault.of[StrategyOf(item)] += from("default[" + description.defaultPath) ? 1 : 0;
     }
 }
 

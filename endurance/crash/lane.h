@@ -74,6 +74,8 @@ private:
     std::vector<const TrackedItem*> ItemsWhere(bool (TrackedItem::*holds)() const) const;
     std::string ItemDirectory() const { return m_settings.directory + "/items"; }
 
+    static Strategy StrategyOf(const TrackedItem& item);
+
     const Settings m_settings;
     HostProcess m_host;
     std::unique_ptr<appcfg::Connection> m_connection;

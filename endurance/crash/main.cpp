@@ -115,7 +115,11 @@ int RunHarness(int argc, char** argv) {
     app.add_flag("--twice", run.twice, "crash again before anything is mended, and count what that loses");
     app.add_option("--seed", run.seed, "of the moments and changes that are drawn");
     app.add_option("--lanes", run.lanes, "services at the same time");
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
 
     std::signal(SIGPIPE, SIG_IGN);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {

@@ -15,7 +15,7 @@ namespace Endurance {
 
 namespace {
 
-using PlatformTest::TestClient;
+using Support::TestClient;
 using SystemServer::AppCfgMethod;
 using SystemServer::AppCfgUri;
 
@@ -33,7 +33,7 @@ TestClient Connect() {
 }
 
 std::string Frame(unsigned uri, unsigned method, const std::string& payload, uint32_t sequence = 0) {
-    std::string frame = PlatformTest::Frame(static_cast<uint8_t>(method), payload, sequence);
+    std::string frame = Support::Frame(static_cast<uint8_t>(method), payload, sequence);
     frame[URI_OFFSET] = static_cast<char>(uri);
     return frame;
 }
@@ -62,9 +62,9 @@ RudeClient::RudeClient(unsigned number, unsigned seed, const std::string& direct
 }
 
 void RudeClient::Run() {
-    constexpr std::array<void (RudeClient::*)(), 4> MANNERS{&RudeClient::Stall, &RudeClient::SendGarbage,
+    constexpr std::array<void (RudeClient::*)(), 5> MANNERS{&RudeClient::Stall, &RudeClient::SendGarbage,
                                                             &RudeClient::SendOddRequests,
-                                                            &RudeClient::LeaveInAFrame};
+                                                            &RudeClient::LeaveInAFrame, &RudeClient::CrowdIn};
     try {
         while (!m_tally.HasEnded()) {
             (this->*MANNERS.at(m_number % MANNERS.size()))();
@@ -154,6 +154,19 @@ void RudeClient::LeaveInAFrame() {
     TestClient client = Connect();
     client.Sends(frames.substr(0, Pick(static_cast<unsigned>(frames.size()))));
     m_tally.Count("left in a frame");
+}
+
+// Many at once, each hanging in the middle of a frame.
+void RudeClient::CrowdIn() {
+    const std::string frame =
+        Frame(AppCfgUri::APP_CFG_URI_RAW_DATA, AppCfgMethod::APP_CFG_METHOD_SET, std::string(40000, 'x'));
+    std::vector<TestClient> crowd;
+    for (int i = 0; i < 50; ++i) {
+        crowd.push_back(Connect());
+        crowd.back().Sends(frame.substr(0, 1 + Pick(40000)));
+    }
+    Think(1000);
+    m_tally.Count("crowds that hung in frames");
 }
 
 std::string RudeClient::Garbage(size_t length) {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "appcfg/item_description.h"
-#include "platform/test_client.h"
+#include "support/test_client.h"
 #include "tally.h"
 
 namespace Endurance {
@@ -21,10 +21,11 @@ public:
 
 private:
     void Stall();
-    size_t SendUntilStalled(PlatformTest::TestClient& client, const std::string& bytes) const;
+    size_t SendUntilStalled(Support::TestClient& client, const std::string& bytes) const;
     void SendGarbage();
     void SendOddRequests();
     void LeaveInAFrame();
+    void CrowdIn();
 
     unsigned Pick(unsigned below) { return static_cast<unsigned>(m_random() % below); }
     std::string Garbage(size_t length);

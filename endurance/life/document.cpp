@@ -13,11 +13,8 @@ namespace Endurance {
 
 namespace {
 
-constexpr int PLACES = 17;
 constexpr char MARK = '@';
 constexpr char FILLER = '~';
-// Some tens of KB between the first and the last number: a write of many pages can be cut at each.
-constexpr size_t FILLER_BYTES = 4000;
 
 std::string PlaceName(int place) {
     return (place < 10 ? "k0" : "k") + std::to_string(place);
@@ -25,23 +22,6 @@ std::string PlaceName(int place) {
 
 std::string Marked(int64_t number) {
     return MARK + std::to_string(number) + MARK;
-}
-
-// Sorted by name, as the service writes the members of an object.
-std::string Body(bool isXml, int64_t number) {
-    const auto member = [isXml](const std::string& name, const std::string& value) {
-        return isXml ? "<" + name + ">" + value + "</" + name + ">" : "\"" + name + "\":\"" + value + "\"";
-    };
-    std::string text;
-    for (int place = 0; place < PLACES; ++place) {
-        if (place > 0) {
-            text += (isXml ? "" : ",") +
-                    member(PlaceName(place - 1) + "_filler", std::string(FILLER_BYTES, FILLER));
-            text += isXml ? "" : ",";
-        }
-        text += member(PlaceName(place), Marked(number));
-    }
-    return isXml ? "<body>" + text + "</body>" : "{" + text + "}";
 }
 
 bool EndsWith(const std::string& text, const std::string& end) {
@@ -84,49 +64,94 @@ std::vector<int64_t> MarkedNumbers(const std::string& text) {
 
 } // namespace
 
-Document::Document(const appcfg::ItemDescription& description) :
-    m_isXml(description.storage == SystemServer::ConfigStorageType::XML), m_key(description.encryption) {}
+appcfg::EncryptionKey KeyOf(unsigned number) {
+    appcfg::EncryptionKey key;
+    for (size_t at = 0; at < key.key.size(); ++at) {
+        key.key.at(at) = static_cast<uint8_t>(number + at);
+    }
+    key.iv.fill(static_cast<uint8_t>(~number));
+    return key;
+}
 
+std::string Document::Member(const std::string& name, const std::string& value) const {
+    return IsXml()    ? "<" + name + ">" + value + "</" + name + ">"
+           : IsJson() ? "\"" + name + "\":\"" + value + "\","
+                      : name + " = " + value + "\n";
+}
+
+// Sorted by name, as the service writes the members of an object.
 std::string Document::RawText(int64_t number) const {
-    return Body(m_isXml, number);
+    std::string text;
+    for (int place = 0; place < m_places; ++place) {
+        text += Member(PlaceName(place), Marked(number));
+        if (place + 1 < m_places) {
+            text += Member(PlaceName(place) + "_filler", std::string(m_filler, FILLER));
+        }
+    }
+    if (IsJson()) {
+        text.back() = '}';
+    }
+    return IsXml() ? "<body>" + text + "</body>" : (IsJson() ? "{" : "") + text;
 }
 
 std::string Document::FileText(int64_t number) const {
-    const std::string body = Body(m_isXml, number);
-    return m_isXml ? "<crash>" + body + "</crash>" : body;
+    return IsXml() ? "<life>" + RawText(number) + "</life>" : RawText(number);
+}
+
+std::pair<std::string, std::string> Document::Fragment(int64_t number) const {
+    const std::string member = Member(PlaceName(0), Marked(number));
+    return IsJson() ? std::pair(PlaceName(0), Marked(number))
+                    : std::pair(std::string(IsXml() ? "body" : ""), member);
 }
 
 std::vector<std::pair<std::string, std::string>> Document::Values(int64_t number) const {
     std::vector<std::pair<std::string, std::string>> values;
-    for (int place = 0; place < PLACES; ++place) {
-        values.emplace_back((m_isXml ? "body." : "") + PlaceName(place), Marked(number));
+    for (int place = 0; place < m_places; ++place) {
+        values.emplace_back((IsXml() ? "body." : "") + PlaceName(place), Marked(number));
     }
     return values;
 }
 
 std::optional<int64_t> Document::NumberOf(const std::string& text) const {
     const std::vector<int64_t> numbers = MarkedNumbers(text);
+    const auto places = static_cast<size_t>(m_places);
     const auto fillers = static_cast<size_t>(std::count(text.begin(), text.end(), FILLER));
     const std::string trimmed = text.substr(0, text.find_last_not_of(" \n") + 1);
-    if (!EndsWith(trimmed, m_isXml ? "</crash>" : "}") || fillers != (PLACES - 1) * FILLER_BYTES ||
-        numbers.size() != PLACES || std::count(numbers.begin(), numbers.end(), numbers[0]) != PLACES) {
+    if (!EndsWith(trimmed, IsXml()    ? "</life>"
+                           : IsJson() ? "}"
+                                      : "") ||
+        fillers != (places - 1) * m_filler || numbers.size() != places ||
+        std::count(numbers.begin(), numbers.end(), numbers[0]) != m_places) {
         return std::nullopt;
     }
     return numbers[0];
 }
 
-std::optional<int64_t> Document::NumberIn(const std::string& path) const {
-    std::ifstream file(path, std::ios::binary);
-    const std::string stored{std::istreambuf_iterator<char>(file), {}};
-    const std::optional<std::string> text = m_key ? Crypt(*m_key, stored, false) : stored;
+std::optional<int64_t> Document::NumberOfValues(const std::vector<std::string>& values) const {
+    std::vector<int64_t> numbers;
+    for (const std::string& value : values) {
+        const std::vector<int64_t> found = MarkedNumbers(value);
+        numbers.insert(numbers.end(), found.begin(), found.end());
+    }
+    const bool isSame = numbers.size() == static_cast<size_t>(m_places) &&
+                        std::count(numbers.begin(), numbers.end(), numbers[0]) == m_places;
+    return isSame ? std::optional(numbers[0]) : std::nullopt;
+}
+
+std::optional<int64_t> Document::NumberInBytes(const std::string& bytes, const Key& key) const {
+    const std::optional<std::string> text = key ? Crypt(*key, bytes, false) : bytes;
     return text ? NumberOf(*text) : std::nullopt;
 }
 
-void Document::WriteFile(const std::string& path, int64_t number) const {
+std::optional<int64_t> Document::NumberIn(const std::string& path, const Key& key) const {
+    std::ifstream file(path, std::ios::binary);
+    return NumberInBytes({std::istreambuf_iterator<char>(file), {}}, key);
+}
+
+void Document::WriteFile(const std::string& path, int64_t number, const Key& key) const {
     const std::string text = FileText(number);
-    const std::string stored = m_key ? Crypt(*m_key, text, true).value() : text;
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    if (!(file << stored).flush()) {
+    if (!(file << (key ? Crypt(*key, text, true).value() : text)).flush()) {
         throw std::runtime_error(path + ": cannot be written");
     }
 }

@@ -1,0 +1,270 @@
+#include "power_cut.h"
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <thread>
+
+#include "appcfg/error.h"
+
+namespace Endurance {
+
+namespace {
+
+using SystemServer::ConfigBackupStrategy;
+using SystemServer::ConfigSaveStrategy;
+
+constexpr Strategies STRATEGIES[] = {
+    {ConfigSaveStrategy::INSTANT, ConfigBackupStrategy::INSTANT},
+    {ConfigSaveStrategy::DELAY, ConfigBackupStrategy::DELAY},
+    {ConfigSaveStrategy::TIMING, ConfigBackupStrategy::TIMING},
+    {ConfigSaveStrategy::INSTANT, ConfigBackupStrategy::DELAY},
+    {ConfigSaveStrategy::INSTANT, ConfigBackupStrategy::TIMING},
+    {ConfigSaveStrategy::DELAY, ConfigBackupStrategy::INSTANT},
+    {ConfigSaveStrategy::TIMING, ConfigBackupStrategy::DELAY},
+};
+constexpr Start STARTS[] = {Start::GOOD, Start::MISSING, Start::BROKEN, Start::NEITHER};
+constexpr const char* START_NAMES[] = {"good", "missing", "broken", "neither"};
+
+// Some blocks in each file.
+constexpr int PLACES = 3;
+constexpr size_t FILLER_BYTES = 4000;
+
+// Of one point; beyond it they are drawn.
+constexpr size_t MOST_STATES = 200;
+
+// In the recovery of so many-th state the power is cut once more.
+constexpr int SECOND_CUT_EVERY = 8;
+
+std::string ContentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool IsTimed(const TrackedItem& item) {
+    return item.Description().saveStrategy == ConfigSaveStrategy::TIMING ||
+           item.Description().backupStrategy == ConfigBackupStrategy::TIMING;
+}
+
+std::string Shown(const DiskFile::Content& content) {
+    return content ? std::to_string(content->size()) + " bytes" : "missing";
+}
+
+} // namespace
+
+void PowerCut::RunAll() {
+    for (const Format& format : FORMATS) {
+        for (const Strategies& strategies : STRATEGIES) {
+            for (const Start start : STARTS) {
+                if (format.storage != SystemServer::ConfigStorageType::INI) {
+                    Run({format, strategies, start});
+                }
+            }
+        }
+    }
+}
+
+std::string PowerCut::Text() const {
+    char text[160];
+    std::snprintf(text, sizeof text,
+                  "lives %d, points %d, states %d, of a second cut in recoveries %d, losses %d", m_lives,
+                  m_points, m_states, m_secondStates, m_losses);
+    return text;
+}
+
+void PowerCut::Run(const Plan& plan) {
+    ++m_lives;
+    m_point = std::string(plan.format.name) + ", save " +
+              std::to_string(static_cast<int>(plan.strategies.save)) + ", backup " +
+              std::to_string(static_cast<int>(plan.strategies.backup)) + ", start " +
+              START_NAMES[static_cast<int>(plan.start)];
+    const std::string directory = m_service.Root() + "/life" + std::to_string(m_lives);
+    std::filesystem::create_directory(directory);
+    TrackedItem item("net", plan.format, plan.strategies, {plan.format.storage, PLACES, FILLER_BYTES});
+    item.StandIn(directory);
+    const Disk disk = WriteFiles(item, plan.start);
+    std::vector<Event> events;
+    {
+        const Recording recording(directory);
+        item.m_tell = Recording::Mark;
+        Live(item, plan.start == Start::GOOD);
+        events = Recording::Take();
+    }
+    CutAfterEach(disk, events, true);
+    std::filesystem::remove_all(directory);
+}
+
+Disk PowerCut::WriteFiles(const TrackedItem& item, Start start) const {
+    const appcfg::ItemDescription& description = item.Description();
+    const auto write = [&](const std::string& path) {
+        item.GetDocument().WriteFile(path, DEFAULT_NUMBER, description.encryption);
+    };
+    write(description.defaultPath);
+    if (start != Start::NEITHER) {
+        write(description.backupPath);
+    }
+    if (start == Start::GOOD) {
+        write(description.path);
+    } else if (start == Start::BROKEN) {
+        std::ofstream(description.path) << "<life>{";
+    }
+    Disk disk;
+    for (const std::string& path : {description.defaultPath, description.backupPath, description.path}) {
+        if (std::filesystem::exists(path)) {
+            disk.Put(std::filesystem::path(path).filename(), ContentOf(path));
+        }
+    }
+    return disk;
+}
+
+void PowerCut::Live(TrackedItem& item, bool isGood) {
+    item.Create(*m_connection);
+    item.SendRaw(*m_connection);
+    item.SendSet(*m_connection);
+    AwaitSave(item);
+    item.SendRaw(*m_connection);
+    if (isGood) {
+        item.Restore(*m_connection);
+        item.SendRaw(*m_connection);
+        item.ChangeKey(*m_connection);
+        item.SendSet(*m_connection);
+    }
+    Delete(item);
+    item.Create(*m_connection);
+    item.SendSet(*m_connection);
+    if (IsTimed(item)) {
+        AwaitSave(item);
+    }
+    CloseConnection(item);
+}
+
+// An end that falls into the save of a timing strategy adds no other; here these come every few milliseconds.
+void PowerCut::Delete(TrackedItem& item) {
+    if (IsTimed(item)) {
+        AwaitSave(item);
+    }
+    item.Delete(*m_connection);
+}
+
+// The strategies save what was set.
+void PowerCut::AwaitSave(TrackedItem& item) const {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const int64_t number = item.GetLedger().Accepted();
+    for (Files files = item.LookAtFiles(); files.file != number || files.backup != number;
+         files = item.LookAtFiles()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            throw std::runtime_error("not saved in time: " + item.Describe());
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+// The item ends, and is gone when another connection is told so.
+void PowerCut::CloseConnection(TrackedItem& item) {
+    m_connection = std::make_unique<appcfg::Connection>();
+    try {
+        for (;;) {
+            item.Found(*m_connection);
+        }
+    } catch (const appcfg::RequestRefused&) {
+        item.NoteEnd(0);
+    }
+}
+
+void PowerCut::CutAfterEach(Disk disk, const std::vector<Event>& events, bool isFirst) {
+    std::shared_ptr<const TrackedItem> known;
+    std::map<std::string, int64_t> finished; // the number that a closed file held last, whole
+    int64_t standing = DEFAULT_NUMBER;
+    for (const Event& event : events) {
+        disk.Apply(event);
+        if (event.known) {
+            known = event.known;
+            continue;
+        }
+        if (event.kind == FileCall::CLOSE && !event.name.empty()) {
+            for (const Key& key : known->Keys()) {
+                const auto number = known->GetDocument().NumberInBytes(*disk.Files().at(event.name).now, key);
+                finished[event.name] = number.value_or(finished[event.name]);
+            }
+        }
+        const std::string name = known->Description().handle.Name();
+        standing = std::max(standing, std::min(finished[name], finished[name + ".backup"]));
+        TrackedItem item = *known;
+        item.NoteStanding(standing);
+        ++m_points;
+        TryStates(disk, item, isFirst);
+    }
+}
+
+// Each combination of what may be left of each file, or as many as are enough.
+void PowerCut::TryStates(const Disk& disk, const TrackedItem& known, bool isFirst) {
+    size_t count = 1;
+    for (const auto& [name, file] : disk.Files()) {
+        count *= file.left.size();
+    }
+    for (size_t index = 0; index < std::min(count, MOST_STATES); ++index) {
+        size_t rest = count <= MOST_STATES ? index : m_random() % count;
+        State state;
+        for (const auto& [name, file] : disk.Files()) {
+            state.emplace_back(
+                name, *std::next(file.left.begin(), static_cast<std::ptrdiff_t>(rest % file.left.size())));
+            rest /= file.left.size();
+        }
+        if (m_seen++ % m_every == 0) {
+            Try(state, known, isFirst);
+        }
+    }
+}
+
+void PowerCut::Try(const State& state, TrackedItem item, bool isFirst) {
+    const std::string directory = m_service.Root() + "/cut" + std::to_string(++m_directories);
+    std::filesystem::create_directory(directory);
+    Disk disk;
+    for (const auto& [name, content] : state) {
+        if (content) {
+            std::ofstream(directory + "/" + name, std::ios::binary) << *content;
+            disk.Put(name, *content);
+        }
+    }
+    item.StandIn(directory);
+    std::string trouble;
+    std::vector<Event> events;
+    {
+        const Recording recording(directory);
+        Recording::Mark(item);
+        if (!(trouble = item.Recover(*m_connection)).empty()) {
+            trouble += "; " + item.Describe();
+        }
+        events = Recording::Take();
+    }
+    if (trouble.empty() && SavesWhole(item, trouble) && isFirst && m_states % SECOND_CUT_EVERY == 0) {
+        CutAfterEach(disk, events, false);
+    }
+    std::filesystem::remove_all(directory);
+    ++(isFirst ? m_states : m_secondStates);
+    if (!trouble.empty()) {
+        ++m_losses;
+        std::printf("lost: %s, point %d%s: %s;", m_point.c_str(), m_points, isFirst ? "" : ", second cut",
+                    trouble.c_str());
+        for (const auto& [name, content] : state) {
+            std::printf(" %s: %s", name.c_str(), Shown(content).c_str());
+        }
+        std::printf("\n");
+    }
+}
+
+// The next save writes both files.
+bool PowerCut::SavesWhole(TrackedItem& item, std::string& trouble) {
+    item.SendRaw(*m_connection);
+    Delete(item);
+    const Files files = item.LookAtFiles();
+    if (!files.file || files.file != files.backup || *files.file != item.GetLedger().Sent()) {
+        trouble = "the next save is not whole: " + item.Describe();
+    }
+    return trouble.empty();
+}
+
+} // namespace Endurance
