@@ -1,82 +1,52 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <iterator>
-#include <map>
 #include <sstream>
 
 #include "app.h"
-#include "fake_service.h"
+#include "support/root_directory.h"
+#include "support/scripted_peer.h"
 
 namespace appcfg::cli {
 namespace {
 
-using test::FakeService;
-using test::FragmentPayload;
-using test::ReplyTo;
-using test::RootDirectory;
-using test::ValuesPayload;
-using test::WholeFrame;
+using Support::FragmentPayload;
+using Support::Reply;
+using Support::ReplyTo;
+using Support::RootDirectory;
+using Support::ScriptedPeer;
+using Support::ValuesPayload;
 using testing::HasSubstr;
 using Words = std::vector<std::string>;
 
-// A service in a few lines: values by key, one fragment, and 404 for the item "app/gone".
-class SmallService {
-public:
-    std::string operator()(const WholeFrame& request) {
-        const char* record = request.payload.c_str();
-        const std::string query(request.payload.size() > 72 ? record + 72 : "");
-        if (std::string(record + 32) == "gone") {
-            return ReplyTo(request, 404);
-        }
-        switch (request.header.uri << 4 | request.header.method) {
-        case 0x12:
-            return Get(request, query);
-        case 0x22:
-            return ReplyTo(request, 200, FragmentPayload(query.empty() ? "<all/>" : "<" + query + "/>"));
-        default:
-            return ReplyTo(request, 200);
-        }
+// Answers every get alike, and all else with success, but for the item "gone".
+std::string Served(const Reply& request) {
+    const std::string value = "\x1B[1m\x7F\n\xC2\x9B \x9B \xE0\x82\x9B K\xC3\xBC \xF0\x9F\x98\x80";
+    if (std::string(request.payload.c_str() + 32) == "gone") {
+        return ReplyTo(request, 404);
     }
-
-private:
-    std::string Get(const WholeFrame& request, const std::string& query) {
-        std::vector<std::string> values;
-        std::istringstream keys(query);
-        for (std::string key; std::getline(keys, key, ',');) {
-            if (m_values.count(key) == 0) {
-                return ReplyTo(request, 400);
-            }
-            values.push_back(m_values[key]);
-        }
-        return ReplyTo(request, 200, ValuesPayload(values));
+    if (request.header.method != 2) {
+        return ReplyTo(request, 200);
     }
-
-    std::map<std::string, std::string> m_values = {{"a", "1"},      {"b", "two \"x\""}, {"set", "word"},
-                                                   {"[@v]", "2.0"}, {"-x", "dash"},     {"bad", "\xFF"}};
-};
+    return ReplyTo(request, 200,
+                   request.header.uri == 1 ? ValuesPayload({value}) : FragmentPayload("<all/>"));
+}
 
 class TheCommandLine : public testing::Test {
 protected:
-    ExitStatus Run(const Words& words, const std::string& input = {}) {
+    ExitStatus Run(const Words& words, const std::string& input = {}, bool outTerminal = false) {
         std::istringstream in(input);
         std::ostringstream out;
         std::ostringstream err;
-        const ExitStatus status = RunApp(words, {in, out, err, false});
+        const ExitStatus status = RunApp(words, {in, out, err, false, outTerminal});
         m_out = out.str();
         m_err = err.str();
         return status;
     }
 
-    // Words of one line, which has no quotes.
-    ExitStatus RunLine(const std::string& line) {
-        std::istringstream words(line);
-        return Run(Words(std::istream_iterator<std::string>(words), {}));
-    }
-
     std::string WriteItem(const std::string& name = "net") const {
-        return m_root.Writes(name + ".json",
-                             R"({"handle": "app/)" + name + R"(", "storage": "json", "path": "/p"})");
+        return m_root.Writes(name + ".json", R"({"handle": "app/)" + name +
+                                                 R"(", "storage": "json", "path": "/p", "default": "/d"})");
     }
 
     RootDirectory m_root;
@@ -89,90 +59,60 @@ protected:
     // The content of the last request as text, from an offset to its NUL.
     std::string Sent(size_t offset) const { return m_service.Requests().back().payload.c_str() + offset; }
 
-    FakeService m_service{m_root, SmallService()};
+    ScriptedPeer m_service{m_root.Of("storage.paas.orb"), Served};
 };
 
-TEST_F(TheCommandLine, TellsWrongUsageFromNoService) {
-    for (const char* line : {"", "frobnicate", "get", "get app/net", "get app/net a --frob", "set app/net",
-                             "restore", "restore app/net more", "raw app/net",
-                             "rekey app/net --plain --key-file k", "--root", "create x.json"}) {
-        EXPECT_EQ(RunLine(line), EXIT_USAGE) << line;
-        EXPECT_NE(m_err, "") << line;
-    }
-    EXPECT_EQ(Run({"get", "app/net", "a"}), EXIT_UNREACHABLE);
-    EXPECT_THAT(m_err, HasSubstr("cannot reach the service"));
-    EXPECT_EQ(Run({"shell"}), EXIT_UNREACHABLE);
-    EXPECT_EQ(Run({"--help"}), EXIT_DONE);
-    EXPECT_THAT(m_out, HasSubstr("Exit status: 0 done"));
-}
-
-TEST_F(TheCommandLine, TakesTheRootFromItsOption) {
-    FakeService service(m_root, SmallService());
-    setenv("KESTREL_ROOT", "/nonexistent", 1);
-    EXPECT_EQ(Run({"get", "app/net", "a"}), EXIT_UNREACHABLE);
-    EXPECT_EQ(Run({"get", "app/net", "a", "--root", m_root.Of("")}), EXIT_DONE);
-}
-
-TEST_F(TheCommandLineAtAService, PrintsValuesPlainOrAsJson) {
-    EXPECT_EQ(Run({"get", "app/net", "b", "a"}), EXIT_DONE);
-    EXPECT_EQ(m_out, "two \"x\"\n1\n");
-    EXPECT_EQ(Run({"--json", "get", "app/net", "b", "a"}), EXIT_DONE);
-    EXPECT_EQ(m_out, "{\"b\":\"two \\\"x\\\"\",\"a\":\"1\"}\n");
-    EXPECT_EQ(Run({"get", "app/net", "bad", "--json"}), EXIT_DONE);
-    EXPECT_EQ(m_out, "{\"bad\":\"\xEF\xBF\xBD\"}\n");
+TEST_F(TheCommandLineAtAService, ShowsATerminalNoControlCharacters) {
+    EXPECT_EQ(Run({"get", "app/net", "k"}, "", true), EXIT_DONE);
+    EXPECT_EQ(m_out, R"(\x1b[1m\x7f\x0a\xc2\x9b \x9b \xe0\x82\x9b K)"
+                     "\xC3\xBC \xF0\x9F\x98\x80\n");
+    EXPECT_EQ(Run({"get", "app/net", "k", "--json"}, "", true), EXIT_DONE);
+    EXPECT_THAT(m_out, HasSubstr(R"("\u001b[1m\u007f\n\u009b \ufffd )"));
+    EXPECT_EQ(Run({"get", "app/net", "k", "--json"}), EXIT_DONE);
+    EXPECT_THAT(m_out, HasSubstr("\xC2\x9B \xEF\xBF\xBD "));
+    EXPECT_EQ(Run({"get", "app/net", "k"}), EXIT_DONE);
+    EXPECT_THAT(m_out, HasSubstr("\x1B[1m\x7F\n\xC2\x9B \x9B"));
 }
 
 // Words that the parser has a use of its own for reach the service as they are.
-TEST_F(TheCommandLineAtAService, TakesKeysThatLookLikeSomethingElse) {
-    EXPECT_EQ(Run({"get", "app/net", "set", "[@v]"}), EXIT_DONE);
-    EXPECT_EQ(m_out, "word\n2.0\n");
-    EXPECT_EQ(Run({"get", "app/net", "--", "-x"}), EXIT_DONE);
-    EXPECT_EQ(m_out, "dash\n");
-    EXPECT_EQ(Run({"set", "app/net", "[0]=[1]", "k=a=b"}), EXIT_DONE);
-    EXPECT_EQ(Sent(72), "[0]|[1],k|a=b");
-    EXPECT_EQ(Run({"set", "app/net", "r[@id=x].l=1", "r[@id='x]=y'][@n]=[@a=b]", "[@v]=", "a[b=c"}),
+TEST_F(TheCommandLineAtAService, SendsWordsAndInputAsTheyAre) {
+    EXPECT_EQ(Run({"set", "app/net", "[0]=[1]", "k=a=b", "r[@id=x].l=1", "r[@id='x]=y'][@n]=[@a=b]",
+                   "[@v]=", "a[b=c"}),
               EXIT_DONE);
-    EXPECT_EQ(Sent(72), "r[@id=x].l|1,r[@id='x]=y'][@n]|[@a=b],[@v]|,a[b|c");
+    EXPECT_EQ(Sent(72), "[0]|[1],k|a=b,r[@id=x].l|1,r[@id='x]=y'][@n]|[@a=b],[@v]|,a[b|c");
+    EXPECT_EQ(Run({"raw", "app/net", "set", "k"}, "from input\n"), EXIT_DONE);
+    EXPECT_EQ(Sent(72) + Sent(204), "kfrom input\n");
+    EXPECT_EQ(Run({"raw", "app/net", "set", "k"}, std::string((16U << 20) + 1, 'x')), EXIT_USAGE);
 }
 
-TEST_F(TheCommandLineAtAService, ReportsARefusalWithStatusAndReason) {
-    EXPECT_EQ(Run({"get", "app/gone/2", "a"}), EXIT_REFUSED);
-    EXPECT_EQ(m_err, "appcfg: get app/gone/2: status 404, not found: no item with this handle\n");
-    EXPECT_EQ(m_out, "");
-    EXPECT_EQ(Run({"get", "app/net", "a", "missing"}), EXIT_REFUSED);
-    EXPECT_THAT(m_err, HasSubstr("status 400"));
-    EXPECT_EQ(Run({"delete", "app/gone"}), EXIT_REFUSED);
-}
-
-TEST_F(TheCommandLineAtAService, SendsNothingForArgumentsThatCannotBeSent) {
-    for (const char* line : {"get app/net a,b", "set app/net a=1|2", "set app/net a", "set app/net a[@b=c]",
-                             "set app/net a[@b=c", "set app/net a[@b='c]=d", "get nohandle a",
-                             "rekey app/net", "raw app/net frob", "raw app/net get k data",
-                             "raw app/net set k @/nonexistent", "rekey app/net --key-file /nonexistent"}) {
-        EXPECT_EQ(RunLine(line), EXIT_USAGE) << line;
-    }
-    EXPECT_TRUE(m_service.Requests().empty());
-}
-
-TEST_F(TheCommandLineAtAService, ReadsAndReplacesFragments) {
-    EXPECT_EQ(Run({"raw", "app/net", "get"}), EXIT_DONE);
-    EXPECT_EQ(m_out, "<all/>\n");
-    EXPECT_EQ(Run({"raw", "get", "app/net", "k", "--json"}), EXIT_DONE);
-    EXPECT_EQ(m_out, "\"<k/>\"\n");
-
-    const std::string file = m_root.Writes("data", "from file");
-    const std::pair<Words, std::string> sets[] = {
-        {{"raw", "app/net", "set", "k", "given"}, "given"},
-        {{"raw", "app/net", "set", "k", "@" + file}, "from file"},
-        {{"raw", "app/net", "set", "k", "@@x"}, "@x"},
-        {{"raw", "app/net", "set", "k"}, "from input\n"},
-        {{"raw", "set", "app/net", "", "[1]"}, "[1]"},
+TEST_F(TheCommandLineAtAService, CreatesWhatAnItemFileSays) {
+    const std::string head = R"({"handle": "app/net/3", "path": "/p", "storage": )";
+    const std::pair<std::string, std::vector<int>> files[] = {
+        {R"("ini", "save": "timing", "backupStrategy": "none"})", {0, 3, 0}},
+        {R"("xml", "save": "delay", "backupStrategy": "timing"})", {1, 2, 3}},
+        {R"("json", "save": "none", "backupStrategy": "delay"})", {3, 0, 2}},
+        {R"("json"})", {3, 1, 1}},
     };
-    for (const auto& [words, data] : sets) {
-        EXPECT_EQ(Run(words, "from input\n"), EXIT_DONE) << m_err;
-        EXPECT_EQ(Sent(204), data);
-        EXPECT_EQ(Sent(72), words[3].empty() ? "" : "k");
+    for (const auto& [rest, numbers] : files) {
+        EXPECT_EQ(Run({"shell", m_root.Writes("item", head + rest)}), EXIT_DONE);
+        const std::string record = m_service.Requests().back().payload;
+        EXPECT_EQ((std::vector<int>{record[72], record[80], record[84]}), numbers) << rest;
+        EXPECT_EQ(Sent(88) + Sent(344) + Sent(600), "/p");
     }
+}
+
+TEST_F(TheCommandLineAtAService, EndsAShellWithTheWorstOfItsResults) {
+    const std::string item = WriteItem();
+    EXPECT_EQ(Run({"shell", item}, "get k\n"), EXIT_DONE);
+    EXPECT_EQ(Run({"shell", item}, "use app/gone\nget k\nuse app/net\nget k\n"), EXIT_REFUSED);
+    EXPECT_EQ(Run({"shell", item}, "frobnicate\nget k\n"), EXIT_USAGE);
+    EXPECT_EQ(Run({"shell", item}, "frobnicate\nuse app/gone\nget k\nget 'a\n"), EXIT_REFUSED);
+    EXPECT_EQ(Run({"shell", item}, "raw set k\nget --help\nhelp\n"), EXIT_USAGE);
+    EXPECT_EQ(Run({"shell", m_root.Writes("bad", "{")}), EXIT_USAGE);
+    EXPECT_EQ(Run({"shell", WriteItem("gone")}, "echo not reached\n"), EXIT_REFUSED);
+    EXPECT_EQ(m_out, "");
+    EXPECT_EQ(Run({"--help"}), EXIT_DONE);
+    EXPECT_THAT(m_out, HasSubstr("Exit status: 0 done"));
 }
 
 TEST_F(TheCommandLineAtAService, FailsWhenItsOutputIsLost) {
@@ -184,45 +124,15 @@ TEST_F(TheCommandLineAtAService, FailsWhenItsOutputIsLost) {
     EXPECT_THAT(err.str(), HasSubstr("cannot write"));
 }
 
-TEST_F(TheCommandLineAtAService, RunsAShellOnOneConnectionWithItsItems) {
-    EXPECT_EQ(
-        Run({"shell", WriteItem()}, "items\n# a comment\n\nget a\nraw get\necho 'the end'\nquit\nget b\n"),
-        EXIT_DONE);
-    EXPECT_EQ(m_out, "created app/net/0\napp/net/0 json /p\n1\n<all/>\nthe end\n");
-    EXPECT_EQ(m_err, "");
-}
-
-TEST_F(TheCommandLineAtAService, MovesBetweenTheItemsOfAShell) {
-    const std::string other = WriteItem("other");
-    EXPECT_EQ(Run({"shell", WriteItem()}, "create " + other +
-                                              "\nrestore\nuse app/net\nrestore\ndelete\nitems\n"
-                                              "restore\n"),
-              EXIT_USAGE)
-        << "no item is current after a delete";
-    EXPECT_EQ(m_out, "created app/net/0\ncreated app/other/0\nrestored app/other/0\nusing app/net/0\n"
-                     "restored app/net/0\ndeleted app/net/0\napp/other/0 json /p\n");
-}
-
-TEST_F(TheCommandLineAtAService, GoesOnAfterAFailedCommandAndRemembersIt) {
-    const std::string item = WriteItem();
-    EXPECT_EQ(Run({"shell", item}, "get missing\nget a\n"), EXIT_REFUSED);
-    EXPECT_THAT(m_out, HasSubstr("1\n"));
-    EXPECT_EQ(Run({"shell", item}, "frobnicate\nget a\n"), EXIT_USAGE);
-    EXPECT_EQ(Run({"shell", item}, "frobnicate\nget missing\nget 'a\n"), EXIT_REFUSED);
-    EXPECT_EQ(Run({"shell", item}, "raw set k\nget --help\nhelp\n"), EXIT_USAGE);
-    EXPECT_EQ(Run({"shell", WriteItem("gone")}, "echo not reached\n"), EXIT_REFUSED);
-    EXPECT_EQ(m_out, "");
-}
-
 TEST_F(TheCommandLineAtAService, PrintsOneJsonDocumentALineInAShell) {
-    EXPECT_EQ(Run({"--json", "shell", WriteItem()}, "items\nset a=2\nget a\nraw get\necho x\n"), EXIT_DONE);
+    EXPECT_EQ(Run({"--json", "shell", WriteItem()}, "items\nset a=2\nraw get\necho x\n"), EXIT_DONE);
     EXPECT_EQ(m_out, "{\"done\":\"created app/net/0\"}\n"
-                     "[{\"handle\":\"app/net/0\",\"storage\":\"json\",\"path\":\"/p\"}]\n"
-                     "{\"done\":\"set 1 value\"}\n{\"a\":\"1\"}\n\"<all/>\"\n\"x\"\n");
+                     "[{\"handle\":\"app/net/0\",\"storage\":\"json\",\"path\":\"/p\",\"gone\":false}]\n"
+                     "{\"done\":\"set 1 value\"}\n\"<all/>\"\n\"x\"\n");
 }
 
 TEST_F(TheCommandLine, EndsAShellThatLosesItsConnection) {
-    FakeService service(m_root, [](const WholeFrame& request) {
+    ScriptedPeer service(m_root.Of("storage.paas.orb"), [](const Reply& request) {
         return request.header.uri == 0 ? ReplyTo(request, 200) : ""; // hangs up at the first get
     });
     EXPECT_EQ(Run({"shell", WriteItem()}, "get a\necho not reached\n"), EXIT_UNREACHABLE);

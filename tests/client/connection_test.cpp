@@ -2,22 +2,29 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
+#include <future>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
 
 #include "app_cfg_wire.h"
 #include "appcfg/connection.h"
 #include "appcfg/error.h"
-#include "fake_service.h"
+#include "support/root_directory.h"
+#include "support/scripted_peer.h"
 
 namespace appcfg {
 namespace {
 
 using namespace SystemServer;
-using test::FakeService;
-using test::ReplyTo;
-using test::RootDirectory;
-using test::ValuesPayload;
-using test::WholeFrame;
+using namespace std::chrono_literals;
+using Support::Reply;
+using Support::ReplyTo;
+using Support::RootDirectory;
+using Support::ScriptedPeer;
+using Support::ValuesPayload;
 
 ItemDescription Described() {
     ItemDescription item{Handle("app", "net", 7)};
@@ -45,7 +52,7 @@ protected:
     // The record of the first request.
     template <class Record>
     Record Sent(uint8_t method, uint8_t uri, size_t payload) const {
-        const WholeFrame frame = m_service.Requests().at(0);
+        const Reply frame = m_service.Requests().at(0);
         EXPECT_EQ(frame.header.magic, 0x4E54);
         EXPECT_EQ(frame.header.kind, 0);
         EXPECT_EQ(frame.header.method, method);
@@ -60,11 +67,12 @@ protected:
     size_t Deletes() const {
         const auto frames = m_service.Requests();
         return static_cast<size_t>(std::count_if(
-            frames.begin(), frames.end(), [](const WholeFrame& frame) { return frame.header.method == 4; }));
+            frames.begin(), frames.end(), [](const Reply& frame) { return frame.header.method == 4; }));
     }
 
     RootDirectory m_root;
-    FakeService m_service{m_root, [](const WholeFrame& request) { return ReplyTo(request, 200); }};
+    ScriptedPeer m_service{m_root.Of("storage.paas.orb"),
+                           [](const Reply& request) { return ReplyTo(request, 200); }};
     Connection m_connection;
     Item m_item = m_connection.Open(Handle("app", "net"));
 };
@@ -106,10 +114,10 @@ TEST_F(AClient, SendsNothingThatDoesNotFit) {
 
 TEST_F(AClient, DeletesWhatItOwnsOnceAndNothingElse) {
     {
+        m_connection.Create(Described()).Release();
         Item owned = m_connection.Create(Described());
         Item moved = std::move(owned);
         Item other = m_connection.Open(Handle("app", "other"));
-        m_connection.Create(Described()).Release();
     }
     EXPECT_EQ(Deletes(), 1U);
     m_connection.Create(Described()).Delete();
@@ -117,6 +125,12 @@ TEST_F(AClient, DeletesWhatItOwnsOnceAndNothingElse) {
     Item assigned = m_connection.Create(Described());
     assigned = m_connection.Open(Handle("app", "other"));
     EXPECT_EQ(Deletes(), 3U);
+    assigned = m_connection.Create(Described());
+    assigned = m_connection.Create(Described());
+    EXPECT_EQ(Deletes(), 3U) << "the older object ends nothing of the newer one";
+    m_connection.Open(Described().handle).Delete();
+    assigned = m_connection.Open(Handle("app", "other"));
+    EXPECT_EQ(Deletes(), 4U) << "deleted by another object";
 }
 
 TEST_F(AClient, FailsOnItemsOfAConnectionThatIsClosedAndLetsThemGoQuietly) {
@@ -130,7 +144,7 @@ TEST_F(AClient, FailsOnItemsOfAConnectionThatIsClosedAndLetsThemGoQuietly) {
 
 TEST(AnAnswer, HasTypedValuesOfOneRequest) {
     const RootDirectory root;
-    const FakeService service(root, [](const WholeFrame& request) {
+    const ScriptedPeer service(root.Of("storage.paas.orb"), [](const Reply& request) {
         const std::string query(request.payload.c_str() + 72);
         const auto values = query == "n" ? std::vector<std::string>{"-42"} : std::vector{query, query};
         return ReplyTo(request, request.payload.size() == 12360 ? 200 : 500, ValuesPayload(values));
@@ -145,13 +159,13 @@ TEST(AnAnswer, HasTypedValuesOfOneRequest) {
 // Every reply that is not the answer to the request ends the connection; none is taken for an answer.
 TEST(AnAnswer, IsNoOtherReply) {
     const auto changed = [](size_t at, int mask) {
-        return [at, mask](const WholeFrame& request) {
+        return [at, mask](const Reply& request) {
             std::string reply = ReplyTo(request, 200, ValuesPayload({"v"}));
             reply[at] = static_cast<char>(reply[at] ^ mask);
             return reply;
         };
     };
-    const std::pair<const char*, FakeService::Script> hostile[] = {
+    const std::pair<const char*, ScriptedPeer::Script> hostile[] = {
         {"another magic", changed(0, 0xFF)},
         {"no reply bit", changed(3, 0x80)},
         {"another method", changed(3, 0x01)},
@@ -161,19 +175,41 @@ TEST(AnAnswer, IsNoOtherReply) {
         {"a length beyond the greatest", changed(15, 0x7F)},
         {"more values than keys", changed(24, 0x02)},
         {"a value beyond the end", changed(31, 0xFF)},
-        {"no content", [](const WholeFrame& request) { return ReplyTo(request, 200); }},
-        {"half a header", [](const WholeFrame&) { return "TN"; }},
-        {"nothing", [](const WholeFrame&) { return ""; }},
+        {"no content", [](const Reply& request) { return ReplyTo(request, 200); }},
+        {"half a header", [](const Reply&) { return "TN"; }},
+        {"nothing", [](const Reply&) { return ""; }},
     };
     for (const auto& [what, script] : hostile) {
         const RootDirectory root;
-        const FakeService service(root, script);
+        const ScriptedPeer service(root.Of("storage.paas.orb"), script);
         Connection connection;
         Item item = connection.Open(Handle("app", "net"));
         EXPECT_THROW(item.Get("k"), ConnectionError) << what;
         EXPECT_THROW(item.Get("k"), ConnectionError) << what;
         EXPECT_EQ(service.Requests().size(), 1U) << what;
     }
+}
+
+// The queue has two places: one is left to be asked through, and to be sent more than a socket holds.
+TEST(AStoppedService, IsGivenUpAfterTheTimeOut) {
+    const RootDirectory root;
+    const int listener = Support::Listen(root.Of("storage.paas.orb"), 1);
+    Connection asking(50ms);
+    Connection sending(50ms);
+    EXPECT_THROW(Connection(50ms), TimeoutError) << "the queue is full";
+    std::signal(SIGALRM, [](int) {}); // none of which begins the time anew
+    const itimerval often{{0, 10'000}, {0, 10'000}};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    auto waiting = std::async(std::launch::async, [] { return Connection(); });
+    const Item item = asking.Open(Handle("app", "net"));
+    EXPECT_THROW(item.Get("k"), TimeoutError);
+    EXPECT_THAT([&] { item.Get("k"); }, testing::ThrowsMessage<ConnectionError>("the connection is closed"));
+    EXPECT_THROW(sending.Open(item.GetHandle()).SetRaw("k", std::string(8U << 20, 'x')), TimeoutError);
+    const itimerval never{};
+    setitimer(ITIMER_REAL, &never, nullptr);
+    close(accept(listener, nullptr, nullptr));
+    EXPECT_NO_THROW(waiting.get()) << "a place in the queue is taken when there is one";
+    close(listener);
 }
 
 } // namespace

@@ -1,14 +1,14 @@
 #include <gtest/gtest.h>
 
 #include "appcfg/error.h"
-#include "fake_service.h"
 #include "reply.h"
+#include "support/scripted_peer.h"
 
 namespace appcfg {
 namespace {
 
-using test::FragmentPayload;
-using test::ValuesPayload;
+using Support::FragmentPayload;
+using Support::ValuesPayload;
 using Values = std::vector<std::string>;
 
 // In memory of its exact size, so that a sanitizer sees a read beyond it.
@@ -25,7 +25,7 @@ std::string Fragment(const std::string& content) {
 std::string Words(std::initializer_list<uint32_t> words) {
     std::string bytes;
     for (const uint32_t word : words) {
-        bytes += PlatformTest::Bytes(word);
+        bytes += Support::Bytes(word);
     }
     return bytes;
 }

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <new>
 
-#include "injection.h"
+#include "support/injection.h"
 
 namespace {
 

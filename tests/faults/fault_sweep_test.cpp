@@ -42,7 +42,6 @@ const CallErrors FILE_CALLS[] = {
     {Call::FSYNC, {EIO, ENOSPC, EINTR}},
     {Call::CLOSE, {EIO, ENOSPC, EINTR}},
     {Call::READ, {EIO, EINTR}},
-    {Call::TRUNCATE, {EIO, EINTR}},
     {Call::FSTAT, {EIO, ENOMEM}},
     {Call::STAT, {EIO, EACCES, ENOMEM}},
 };

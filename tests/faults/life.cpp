@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "item_encryption.h"
+#include "support/item_encryption.h"
 
 namespace FaultTest {
 

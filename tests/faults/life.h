@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "injection.h"
-#include "service_fixture.h"
+#include "support/injection.h"
+#include "support/service_fixture.h"
 
 namespace FaultTest {
 

@@ -1,8 +1,11 @@
 // What kestrel_host loads in its tests: entries that tell what they find.
+#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -34,7 +37,8 @@ int TellWhatIsMissing() {
     ::pthread_getattr_default_np(&attributes);
     ::pthread_attr_getstacksize(&attributes, &stack);
     ::pthread_attr_destroy(&attributes);
-    return (action.sa_handler == SIG_IGN ? 0 : 1) | (limit.rlim_cur > 200 ? 0 : 2) |
-           (stack <= std::size_t{2} << 20 ? 0 : 4);
+    return (action.sa_handler == SIG_IGN ? 0 : 1) |
+           (limit.rlim_cur == std::min<rlim_t>(limit.rlim_max, 1024) ? 0 : 2) |
+           (stack <= std::size_t{2} << 20 ? 0 : 4) | (::fcntl(STDIN_FILENO, F_GETFD) == 0 ? 0 : 8);
 }
 }

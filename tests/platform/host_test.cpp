@@ -1,11 +1,8 @@
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-
 #include <cerrno>
 
 #include <gmock/gmock.h>
 
+#include "support/host_process.h"
 #include "test_service.h"
 
 namespace PlatformTest {
@@ -15,44 +12,33 @@ using ::testing::HasSubstr;
 // A host process in a root of the test's own.
 class AHost : public ::testing::Test {
 protected:
-    ~AHost() override {
-        if (m_pid > 0) {
-            ::kill(m_pid, SIGKILL);
-            Ends();
-        }
-    }
-
     // Through the shell, which becomes the host.
     void Starts(const std::string& arguments, const std::string& before = "") {
-        std::string command =
-            before + "exec " KESTREL_HOST " " + arguments + " >" + m_root.Of("output") + " 2>&1";
-        char shell[] = "sh";
-        char option[] = "-c";
-        char* argv[] = {shell, option, command.data(), nullptr};
-        EXPECT_EQ(::posix_spawn(&m_pid, "/bin/sh", nullptr, nullptr, argv, environ), 0);
-    }
-    // The exit status, or 1000 and the signal.
-    int Ends() {
-        int status = 0;
-        ::waitpid(std::exchange(m_pid, 0), &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+        const std::string command = before + "exec " KESTREL_HOST " " + arguments + " >&2";
+        m_host.emplace(std::vector<std::string>{"sh", "-c", command}, m_root.Path());
+        m_root.Writes("service.log", "");
+        m_host->Spawn();
     }
     int Runs(const std::string& arguments, const std::string& before = "") {
         Starts(arguments, before);
-        return Ends();
+        return m_host->Wait();
     }
+    std::string Output() const { return m_root.Text("service.log"); }
 
     RootDirectory m_root;
-    pid_t m_pid = 0;
+    std::optional<HostProcess> m_host;
 };
 
 TEST_F(AHost, ReturnsTheResultOfTheEntry) {
     EXPECT_EQ(Runs(FIXTURE_LIBRARY), 7);
-    EXPECT_EQ(Runs("--socket-mode 660 --socket-group 0 " FIXTURE_LIBRARY " CreateAppCfgMgmtService"), 7);
+    EXPECT_EQ(Runs("--socket-mode 660 --socket-group 4294967294 " FIXTURE_LIBRARY " CreateAppCfgMgmtService"),
+              7);
 }
 
 TEST_F(AHost, PreparesTheProcess) {
-    EXPECT_EQ(Runs(FIXTURE_LIBRARY " TellWhatIsMissing", "ulimit -S -n 200; "), 0);
+    for (const char* limit : {"exec <&-; ulimit -S -n 200; ", "ulimit -S -n $(ulimit -H -n); "}) {
+        EXPECT_EQ(Runs(FIXTURE_LIBRARY " TellWhatIsMissing", limit), 0) << limit;
+    }
 }
 
 TEST_F(AHost, HearsARequestToStopAtAnyTime) {
@@ -60,21 +46,22 @@ TEST_F(AHost, HearsARequestToStopAtAnyTime) {
 }
 
 TEST_F(AHost, TellsWrongUseInOneLine) {
-    for (const char* arguments : {"", "a b c", "--unknown", "--socket-mode", "--socket-mode 888 a",
-                                  "--socket-mode 1777 a", "--socket-group 'no such group' a"}) {
+    for (const char* arguments :
+         {"", "a b c", "--unknown", "--socket-mode", "--socket-mode 888 a", "--socket-mode 1777 a",
+          "--socket-group 'no such group' a", "--socket-group 4294967295 a"}) {
         EXPECT_EQ(Runs(arguments), 2) << arguments;
-        const std::string text = m_root.Text("output");
+        const std::string text = Output();
         EXPECT_EQ(text.find('\n'), text.size() - 1) << text;
     }
     EXPECT_EQ(Runs("--help"), 0);
-    EXPECT_THAT(m_root.Text("output"), HasSubstr("--socket-mode"));
+    EXPECT_THAT(Output(), HasSubstr("--socket-mode"));
 }
 
 TEST_F(AHost, TellsWhatItCannotLoad) {
     EXPECT_EQ(Runs("./nothing.so"), 1);
-    EXPECT_THAT(m_root.Text("output"), HasSubstr("nothing.so"));
+    EXPECT_THAT(Output(), HasSubstr("nothing.so"));
     EXPECT_EQ(Runs(FIXTURE_LIBRARY " NoSuchEntry"), 1);
-    EXPECT_THAT(m_root.Text("output"), HasSubstr("NoSuchEntry"));
+    EXPECT_THAT(Output(), HasSubstr("NoSuchEntry"));
 }
 
 // The application manager in its own process, asked as a service asks it.
@@ -120,8 +107,7 @@ TEST_F(AnAppManager, RefusesOtherRequests) {
 
 TEST_F(AnAppManager, EndsWithStatus0OnASignal) {
     EXPECT_EQ(std::filesystem::status(m_root.Of(NAME)).permissions(), std::filesystem::perms{0600});
-    ::kill(m_pid, SIGTERM);
-    EXPECT_EQ(Ends(), 0);
+    EXPECT_EQ(m_host->Stop(), 0);
     EXPECT_FALSE(std::filesystem::exists(m_root.Of(NAME)));
 }
 

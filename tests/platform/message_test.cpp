@@ -12,10 +12,12 @@
 
 #include <gtest/gtest.h>
 
+#include "support/test_client.h"
 #include "tern/tern.h"
-#include "test_client.h"
 
 namespace PlatformTest {
+
+using namespace Support;
 
 class AMessage : public ::testing::Test {
 protected:

@@ -7,6 +7,8 @@
 #include <numeric>
 #include <stdexcept>
 
+#include "pl/pl_log.h"
+
 namespace PlatformTest {
 
 namespace {
@@ -16,7 +18,9 @@ AServer* g_test = nullptr;
 
 void AddBytes(tern_message* msg, const std::string& bytes, std::size_t piece) {
     auto* copy = static_cast<char*>(pcalloc(msg->pool, bytes.size()));
-    ASSERT_NE(copy, nullptr);
+    if (copy == nullptr) {
+        throw std::bad_alloc();
+    }
     std::memcpy(copy, bytes.data(), bytes.size());
     for (std::size_t at = 0; at < bytes.size(); at += piece) {
         const std::size_t length = std::min(piece, bytes.size() - at);
@@ -30,24 +34,6 @@ std::string Pattern(std::size_t length) {
     std::string text(length, '\0');
     std::iota(text.begin(), text.end(), '\0');
     return text;
-}
-
-std::size_t LogLines::Count(const std::string& part) {
-    const std::vector<std::string> lines = All();
-    return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const std::string& line) {
-        return line.find(part) != std::string::npos;
-    }));
-}
-
-std::vector<std::string> LogLines::All() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_lines;
-}
-
-void LogLines::Take(void* self, int, int, const char*, int, const char* text) {
-    auto* lines = static_cast<LogLines*>(self);
-    const std::lock_guard<std::mutex> lock(lines->m_mutex);
-    lines->m_lines.emplace_back(text);
 }
 
 AServer::~AServer() {
@@ -129,8 +115,11 @@ void AServer::Serve(tern_message* msg, kestrel_connection* conn, Method method) 
         m_holding = true;
         m_letGo.get_future().wait_for(std::chrono::seconds(20));
     }
+    if (method == REFUSE) {
+        PL_WriteLog(4, 3, 0, 0, "service", 1, "refused");
+    }
     tern_header_clear(msg);
-    if (method != RETURN_MESSAGE) {
+    if (method != RETURN_MESSAGE && method != RETURN_AND_CLEAR) {
         tern_content_clear(msg);
     }
     if (method == ECHO) {
@@ -143,6 +132,9 @@ void AServer::Serve(tern_message* msg, kestrel_connection* conn, Method method) 
     msg->header->status = 200;
     msg->header->method = static_cast<std::uint8_t>(msg->header->method | 0x80);
     tern_message_async_send(msg, conn, 0);
+    if (method == RETURN_AND_CLEAR) {
+        tern_content_clear(msg);
+    }
     if (method == ANSWER_AND_THROW) {
         throw std::runtime_error("thrown after the reply");
     }

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <future>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,11 +11,14 @@
 
 #include "kestrel/kestrel_host.h"
 #include "pl/pl_log_control.h"
-#include "root_directory.h"
+#include "support/log_lines.h"
+#include "support/root_directory.h"
+#include "support/test_client.h"
 #include "tern/tern.h"
-#include "test_client.h"
 
 namespace PlatformTest {
+
+using namespace Support;
 
 // What the test service does with a request, by its method.
 enum Method : std::uint8_t {
@@ -24,30 +26,14 @@ enum Method : std::uint8_t {
     GIVE = 2,  // as many bytes as the first word says, in pieces as long as the second says, or in one
     THROW = 3, // throws and does not answer
     ANSWER_AND_THROW = 4,
-    HOLD = 5,           // answers once the test lets go
-    RETURN_MESSAGE = 6, // the message as it came: the reply refers to the request's memory
+    HOLD = 5,             // answers once the test lets go
+    RETURN_MESSAGE = 6,   // the message as it came: the reply refers to the request's memory
+    RETURN_AND_CLEAR = 7, // the same, and clears the content behind the send
+    REFUSE = 8,           // logs "refused"
 };
 
 // So many bytes that count up.
 std::string Pattern(std::size_t length);
-
-// The lines that were logged while it lived.
-class LogLines {
-public:
-    LogLines() { pl_log_set_sink(Take, this); }
-    ~LogLines() { pl_log_set_sink(nullptr, nullptr); }
-    LogLines(const LogLines&) = delete;
-    LogLines& operator=(const LogLines&) = delete;
-
-    std::size_t Count(const std::string& part);
-    std::vector<std::string> All();
-
-private:
-    static void Take(void* self, int module, int level, const char* file, int line, const char* text);
-
-    std::mutex m_mutex;
-    std::vector<std::string> m_lines; // guarded by m_mutex
-};
 
 // A service on a loop of its own thread, "test.orb" in a root of its own.
 class AServer : public ::testing::Test {

@@ -49,4 +49,8 @@ for field in Uid Gid; do
     [ "$number" -ne 0 ] || run_failed "the service is root"
 done
 exec {to_shell}>&-
+# The prompt, which a pipe does not get, takes UTF-8 in every locale.
+printf 'set hostname=Küche\nget hostname\nquit\n' |
+    LC_ALL=C script -qec "appcfg shell '$ROOT/examples/tour/network.json'" /dev/null | tr -d '\r' |
+    grep -x Küche || run_failed "the prompt changed a value"
 run_stop

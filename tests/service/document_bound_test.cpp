@@ -1,9 +1,8 @@
 #include <filesystem>
-
-#include <sys/stat.h>
+#include <tuple>
 
 #include "app_cfg_limits.h"
-#include "service_fixture.h"
+#include "support/service_fixture.h"
 
 namespace ServiceTest {
 
@@ -87,36 +86,38 @@ TEST_F(ADocumentBound, EndsTheGrowthOfIni) {
     EXPECT_EQ(m_client.Value("a,b"), "1;1");
 }
 
-TEST_F(ADocumentBound, LeavesAFileAloneThatIsTooLarge) {
-    const std::string large = R"({"a": ")" + std::string(MAX_FILE_BYTES, 'x') + R"("})";
-    Writes("cfg", large);
-    Writes("bak", R"({"a": "old"})");
-    EXPECT_EQ(m_client.Creates(Item()), 400);
-    EXPECT_TRUE(Text("cfg") == large);
-    const std::string towers = Towers(500);
-    Writes("cfg", towers);
-    EXPECT_EQ(m_client.Creates(SavedAtItsEnd(ConfigStorageType::XML)), 400);
-    EXPECT_TRUE(Text("cfg") == towers);
-}
-
-TEST_F(ADocumentBound, HoldsWhenAFileTurnsIntoAFifo) {
-    Writes("def", R"({"a": 0})");
-    HasItem(R"({"a": 1})");
-    std::filesystem::remove(Path("bak"));
-    ASSERT_EQ(mkfifo(Path("bak").c_str(), 0600), 0);
-    EXPECT_EQ(m_client.Restores(), 200);
-    EXPECT_EQ(m_client.Sets("a|2"), 200);
-    EXPECT_EQ(m_client.Value("a"), "2");
-}
-
-// By another path: the text of the two tells nothing.
-TEST_F(ADocumentBound, HoldsForACopyOntoTheFileItself) {
-    std::filesystem::create_symlink(Path("cfg"), Path("link"));
-    Writes("cfg", R"({"a": 1})");
-    ASSERT_EQ(m_client.Creates(Item("cfg", "bak", "link")), 200);
-    EXPECT_EQ(m_client.Restores(), 200);
-    EXPECT_EQ(m_client.Value("a"), "1");
-    EXPECT_EQ(Text("cfg"), R"({"a": 1})");
+TEST_F(ADocumentBound, LeavesAFileAloneThatIsBeyondIt) {
+    const auto json = [](const std::string& value) { return "{\"a\": " + value + "}"; };
+    const std::string deep(MAX_JSON_DEPTH - 1, '[');
+    const std::string arrays = deep + std::string(MAX_JSON_DEPTH - 1, ']');
+    const std::tuple<ConfigStorageType, std::string, const char*> files[] = {
+        {ConfigStorageType::JSON, json('"' + std::string(MAX_FILE_BYTES, 'x') + '"'), "file too large"},
+        {ConfigStorageType::JSON, json(arrays), nullptr},
+        {ConfigStorageType::JSON, json("[" + arrays + "]"), "objects and arrays nest too deep"},
+        {ConfigStorageType::JSON, json("[18446744073709551615, -9223372036854775808]"), nullptr},
+        {ConfigStorageType::JSON, json("18446744073709551616"), "an integer beyond 64 bits"},
+        {ConfigStorageType::JSON, json("-9223372036854775809"), "an integer beyond 64 bits"},
+        {ConfigStorageType::JSON, json("18446744073709551620"), "a number beyond what can be kept"},
+        {ConfigStorageType::JSON, json("1e400"), "a number beyond what can be kept"},
+        {ConfigStorageType::JSON, json(R"("18446744073709551616 \u0000\\")"), nullptr},
+        {ConfigStorageType::JSON, R"({"a\u0000b" : 1})", "a name with a NUL"},
+        {ConfigStorageType::XML, Towers(500), "document too large"},
+        {ConfigStorageType::XML, "<!--" + std::string(2U << 20, ' ') + "--><a/>", "too long"},
+        {ConfigStorageType::INI, "a=" + std::string(MAX_FILE_BYTES, 'x'), "file too large"},
+    };
+    for (const auto& [type, text, limit] : files) {
+        Writes("cfg", text);
+        Writes("bak", "old");
+        AppCfgCreateReq item = SavedAtItsEnd(type);
+        m_log.Clear();
+        EXPECT_EQ(m_client.Creates(item), limit == nullptr ? 200 : 400) << text.substr(0, 40);
+        EXPECT_EQ(m_client.Deletes(), limit == nullptr ? 200 : 404);
+        if (limit != nullptr) {
+            EXPECT_THAT(m_log.Errors(), ElementsAre(::testing::AllOf(HasSubstr(limit), HasSubstr("cfg")),
+                                                    HasSubstr("not found")));
+            EXPECT_TRUE(Text("cfg") == text && Text("bak") == "old") << limit;
+        }
+    }
 }
 
 } // namespace ServiceTest

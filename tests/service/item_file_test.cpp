@@ -1,17 +1,18 @@
 // Files that are not what an item expects, and machines that have no more to give.
 #include <csignal>
+#include <functional>
+#include <memory>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-#include "acm_cut_files.h"
-#include "faults.h"
-#include "service_fixture.h"
+#include "support/service_calls.h"
+#include "support/service_fixture.h"
 
 namespace ServiceTest {
 
 using AHostilePath = AService;
 using ASharedPath = AService;
-using ACutCopy = AService;
+using ATornCopy = AService;
 using AShortage = AService;
 
 constexpr char SETTINGS[] = R"({"a":"1"})";
@@ -48,6 +49,7 @@ TEST_F(AHostilePath, IsNeverReadAndOnlyADeviceIsWritten) {
     std::filesystem::create_directory(Path("dir"));
     ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
     std::filesystem::create_symlink(Path("fifo"), Path("link"));
+    std::filesystem::create_symlink("loop", Path("loop"));
     Writes("cfg", SETTINGS);
     const PathCase cases[] = {
         {Path("dir"), 400, 400, 400},
@@ -57,6 +59,7 @@ TEST_F(AHostilePath, IsNeverReadAndOnlyADeviceIsWritten) {
         {"/dev/zero", 400, 200, 400},
         {"/dev/null", 400, 200, 400},
         {Path("cfg") + "/below", 400, 400, 200},
+        {Path("loop"), 400, 200, 200},
     };
     for (const PathCase& entry : cases) {
         SCOPED_TRACE(entry.path);
@@ -109,6 +112,10 @@ TEST_F(ASharedPath, AsFileBackupAndDefaultIsNotEmptied) {
         EXPECT_EQ(Text("cfg"), SETTINGS);
         EXPECT_EQ(m_client.Value("a"), "1");
     }
+    EXPECT_EQ(m_client.Creates(Item("cfg", "cfg", "")), 200);
+    const Reply keyChange =
+        m_client.Asks(APP_CFG_URI_CRYPTO_PARAM, APP_CFG_METHOD_SET, BytesOf(m_client.m_handle));
+    EXPECT_EQ(keyChange.header.status, 200);
     Writes("cfg", "broken");
     EXPECT_EQ(m_client.Creates(Item("cfg", "cfg", "twin")), 403);
     EXPECT_EQ(Text("cfg"), "broken");
@@ -140,7 +147,7 @@ TEST_F(AShortage, StartsNoRecovery) {
         item.backupStrategy = ConfigBackupStrategy::DELAY;
         m_log.Clear();
         {
-            const Failing failing(entry.call, entry.after);
+            const Injection injection({entry.call, entry.after + 1, false, EMFILE});
             EXPECT_EQ(m_client.Creates(item), 400);
         }
         EXPECT_EQ(m_log.Errors().size(), 1U);
@@ -158,7 +165,7 @@ TEST_F(AShortage, StartsNoRecovery) {
 TEST_F(AShortage, DuringASaveIsMadeUpForByTheNext) {
     HasItem(SETTINGS);
     {
-        const Failing failing(Call::OPEN);
+        const Injection injection({Call::OPEN, 1, false, EMFILE});
         EXPECT_EQ(m_client.SetsRaw("a", "2"), 200);
     }
     EXPECT_EQ(m_log.Errors(), Lines{"3 open [cfg] fail."});
@@ -173,25 +180,45 @@ TEST_F(AShortage, OfRoomLeavesEveryFileWhole) {
     EXPECT_EQ(m_client.SetsRaw("a", "2"), 200);
     const std::string saved = Text("cfg");
     {
-        const Failing failing(Call::ROOM, 1000);
+        const Injection injection({Call::ROOM, 1, true, ENOSPC});
         EXPECT_EQ(m_client.SetsRaw("a", "3"), 200);
         EXPECT_EQ(m_client.Restores(), 200);
         EXPECT_EQ(m_client.Asks(APP_CFG_URI_CRYPTO_PARAM, APP_CFG_METHOD_SET, BytesOf(m_client.m_handle))
                       .header.status,
                   400);
     }
-    EXPECT_EQ(m_log.Errors(),
-              (Lines{"3 no room to write [cfg], which is left as it is.",
-                     "3 no room to write [bak], which is left as it is.",
-                     "3 File access error: No space left on device: cfg",
-                     "3 no room to write [def], which is left as it is.", "3 Cannot write file: def"}));
+    EXPECT_EQ(
+        m_log.Errors(),
+        (Lines{"3 no room to write [cfg], which is left as it is.",
+               "3 no room to write [bak], which is left as it is.",
+               "3 connect fd[N] : appCfgKey[app1.net.0] File access error: No space left on device: cfg",
+               "3 no room to write [cfg], which is left as it is.",
+               "3 connect fd[N] : appCfgKey[app1.net.0] Cannot write file: cfg"}));
     EXPECT_EQ(Text("cfg"), saved);
     EXPECT_EQ(Text("bak"), saved);
     EXPECT_EQ(Text("def"), R"({"a": "def"})");
-    const Failing reservedAll(Call::FREE_BLOCKS, 1000);
+    const Injection reservedAll({Call::FREE_BLOCKS, 1, true, 0});
     EXPECT_EQ(m_client.SetsRaw("a", "4"), 200);
     EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"4\"\n}");
     EXPECT_EQ(Text("bak"), Text("cfg"));
+}
+
+TEST_F(AShortage, OfAWayToSyncKeepsNothingFromBeingSaved) {
+    HasItem(SETTINGS);
+    const Injection injection({Call::FSYNC, 1, true, EINVAL});
+    EXPECT_EQ(m_client.SetsRaw("a", "2"), 200);
+    EXPECT_EQ(m_log.Errors(), (Lines{"3 fsync [cfg] fail.", "3 fsync [bak] fail."}));
+    EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"2\"\n}");
+    EXPECT_EQ(Text("bak"), Text("cfg"));
+}
+
+// A file that comes to be is as good when its directory cannot be synced.
+TEST_F(AShortage, OfAWayToSyncADirectoryIsOnlyTold) {
+    Writes("bak", SETTINGS);
+    const Injection injection({Call::FSYNC, 2, false, EIO});
+    EXPECT_EQ(m_client.Creates(Item()), 200);
+    EXPECT_EQ(m_log.Errors().size(), 1U);
+    EXPECT_EQ(Text("cfg"), SETTINGS);
 }
 
 TEST_F(AShortage, OfLengthForFilesLeavesThemWhole) {
@@ -208,62 +235,58 @@ TEST_F(AShortage, OfLengthForFilesLeavesThemWhole) {
     EXPECT_EQ(m_client.Deletes(), 200);
 }
 
-// The mark stays with the copy, and the file has shown that it takes writes.
-TEST_F(ACutCopy, ThatIsGoneForGoodKeepsTheFileFromNoSave) {
-    std::filesystem::create_directory(Path("far"));
+constexpr char NEWER[] = "{\n  \"a\": \"2\"\n}";
+
+// What a crash in the write of a backup leaves: the file must not be cut while it is.
+TEST_F(ATornCopy, IsWrittenFirst) {
     Writes("cfg", SETTINGS);
-    ASSERT_EQ(m_client.Creates(Item("cfg", "far/bak")), 200);
-    NoteCut(Path("far/bak"), true);
-    std::filesystem::remove_all(Path("far"));
+    Writes("bak", "{");
+    AppCfgCreateReq item = Item();
+    item.backupStrategy = ConfigBackupStrategy::TIMING; // does not write by itself
+    ASSERT_EQ(m_client.Creates(item), 200);
+    EXPECT_EQ(m_log.Of({"written first"}),
+              Lines{"1 connect fd[N] : backup[bak] cannot be loaded and is written first."});
     EXPECT_EQ(m_client.SetsRaw("a", "2"), 200);
-    EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"2\"\n}");
-    EXPECT_EQ(m_log.Errors(), (Lines{"3 open [far/bak] fail.", "3 open [far/bak] fail."}));
-    {
-        const Failing failing(Call::OPEN, 1); // of the file that is to show it
-        EXPECT_EQ(m_client.SetsRaw("a", "3"), 200);
-        EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"2\"\n}");
-    }
-    {
-        const Failing failing(Call::ROOM, 1000);
-        EXPECT_EQ(m_client.SetsRaw("a", "longer"), 200);
-        EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"2\"\n}");
-        EXPECT_EQ(m_client.SetsRaw("a", ""), 200);
-        EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"\"\n}");
-    }
-    EXPECT_EQ(m_client.SetsRaw("a", "longer"), 200);
-    EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"longer\"\n}");
-    {
-        const LongestFile tight(16); // as long as the new text, and not as the old
+    EXPECT_EQ(Text("bak"), NEWER);
+    EXPECT_EQ(Text("cfg"), NEWER);
+}
+
+struct TornCase {
+    const char* claim;
+    std::function<void()> spoil;
+    const char* cfg; // after a set
+};
+
+// Whatever could tear the other copy as well keeps its hands from the last one.
+TEST_F(ATornCopy, ThatStaysTornKeepsTheLastOneAsItIs) {
+    std::unique_ptr<Injection> injection;
+    const TornCase cases[] = {
+        {"the torn one cannot be opened", [&] { std::filesystem::remove_all(Path("far")); }, NEWER},
+        {"there is no room for it",
+         [&] {
+             injection = std::make_unique<Injection>(FaultTest::Fault{Call::ROOM, 1, true, ENOSPC});
+         },
+         SETTINGS},
+        {"it tears again",
+         [&] {
+             injection = std::make_unique<Injection>(FaultTest::Fault{Call::FSYNC, 1, true, EIO});
+         },
+         SETTINGS},
+    };
+    for (const TornCase& entry : cases) {
+        SCOPED_TRACE(entry.claim);
+        std::filesystem::create_directory(Path("far"));
+        Writes("cfg", SETTINGS);
+        Writes("far/bak", "{");
+        ASSERT_EQ(m_client.Creates(Item("cfg", "far/bak")), 200);
+        entry.spoil();
         EXPECT_EQ(m_client.SetsRaw("a", "2"), 200);
-        EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"longer\"\n}");
+        EXPECT_EQ(Text("cfg"), entry.cfg);
+        injection.reset();
+        EXPECT_EQ(m_client.Deletes(), 200);
+        EXPECT_EQ(Text("cfg"), NEWER) << "what is behind is written at the end";
+        m_log.Clear();
     }
-    std::filesystem::remove(Path("cfg"));
-    EXPECT_EQ(m_client.SetsRaw("a", "4"), 200);
-    EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"4\"\n}");
-    NoteCut(Path("far/bak"), false);
-}
-
-// A restore that cannot open the backup has not touched it.
-TEST_F(ACutCopy, IsNoneThatCouldNotBeOpened) {
-    Writes("def", R"({"a":"def"})");
-    HasItem(SETTINGS);
-    {
-        const Failing failing(Call::OPEN, 3);
-        EXPECT_EQ(m_client.Restores(), 200);
-    }
-    EXPECT_EQ(m_log.Errors(), Lines{"3 File access error: Too many open files: bak"});
-    EXPECT_FALSE(IsCut(Path("bak")));
-}
-
-TEST_F(ACutCopy, IsAGoodDefaultAgainOnceItIsReplaced) {
-    Writes("def", "{");
-    HasItem(SETTINGS);
-    NoteCut(Path("def"), true);
-    EXPECT_EQ(m_client.Restores(), 200);
-    EXPECT_EQ(Text("cfg"), SETTINGS);
-    Writes("def", R"({"a":"def"})");
-    EXPECT_EQ(m_client.Restores(), 200);
-    EXPECT_EQ(m_client.Value("a"), "def");
 }
 
 // The copy that recovers a missing file is not made; what the link names goes again, the link stays.

@@ -3,8 +3,8 @@
 
 #include "app_cfg_delay_strategy.h"
 #include "app_cfg_timing_strategy.h"
-#include "item_encryption.h"
-#include "service_fixture.h"
+#include "support/item_encryption.h"
+#include "support/service_fixture.h"
 
 namespace ServiceTest {
 
@@ -14,19 +14,13 @@ constexpr char XML_DEFAULT[] = "<c><a>default</a></c>";
 // An XML item with a default and a backup, saved at once.
 class AKeyChange : public AService {
 protected:
-    void HasXml(ConfigBackupStrategy backup = ConfigBackupStrategy::INSTANT) {
+    void HasXml() {
         Writes("cfg", XML_TEXT);
         Writes("def", XML_DEFAULT);
         AppCfgCreateReq item = Item();
         item.storageType = ConfigStorageType::XML;
-        item.backupStrategy = backup;
         ASSERT_EQ(m_client.Creates(item), 200);
         m_log.Clear();
-    }
-    static uint16_t Rekeys(Client& client, const std::string& key) {
-        AppCfgCryptoUpdateReq request{client.m_handle, {}, {}};
-        EncryptWith(request, key);
-        return client.Asks(APP_CFG_URI_CRYPTO_PARAM, APP_CFG_METHOD_SET, BytesOf(request)).header.status;
     }
     // What a file holds in this key, its layout apart.
     std::string Value(const std::string& name, const std::string& key) const {
@@ -41,83 +35,48 @@ protected:
     }
 };
 
-TEST_F(AKeyChange, RewritesDefaultFileAndBackup) {
-    HasXml();
-    ASSERT_EQ(Rekeys(m_client, "one"), 200);
-    ExpectFiles("one", "1");
-    EXPECT_EQ(Value("cfg", ""), "(unreadable)");
-    EXPECT_EQ(m_client.Value("a"), "1"); // whose reply comes after the last line
-    EXPECT_THAT(
-        m_log.Of({"crypto", "file"}),
-        ElementsAre("1 update crypto param begin...", "1 create new crypto mgr start...",
-                    "1 create new crypto mgr done.", "1 default file exist.need to update default file.",
-                    "1 update default file start...", "1 default file update done.",
-                    "1 cfg file update start...", "1 cfg file update done.", "1 backup file update start...",
-                    "1 backup file update done.", "1 update crypto param end."));
-    EXPECT_EQ(m_client.Sets("a|2"), 200);
-    ASSERT_EQ(Rekeys(m_client, "two"), 200);
-    ExpectFiles("two", "2");
-    EXPECT_EQ(Value("def", "one"), "(unreadable)");
-    EXPECT_EQ(m_client.Restores(), 200);
-    EXPECT_EQ(m_client.Value("a"), "default");
-    ASSERT_EQ(Rekeys(m_client, ""), 200);
-    ExpectFiles("", "default");
-}
-
 TEST_F(AKeyChange, OfAnUnknownItemOrTypeTouchesNothing) {
     HasXml();
     AppCfgCryptoUpdateReq request{m_client.m_handle, static_cast<ConfigCryptoType>(2), Parameters("one")};
-    const auto asks = [&] {
-        return m_client.Asks(APP_CFG_URI_CRYPTO_PARAM, APP_CFG_METHOD_SET, BytesOf(request)).header.status;
+    const auto asks = [&](const std::string& record) {
+        return m_client.Asks(APP_CFG_URI_CRYPTO_PARAM, APP_CFG_METHOD_SET, record).header.status;
     };
-    EXPECT_EQ(asks(), 403);
-    EXPECT_THAT(m_log.Errors(), ElementsAre("3 not support crypto mgr[2]",
-                                            "3 connect fd[N] : invalid crypto type[2] or param."));
+    EXPECT_EQ(asks(BytesOf(request)), 403);
     request.hndl = Handle("nobody", "here");
     request.cryptoType = ConfigCryptoType::AES_256_CBC;
-    EXPECT_EQ(asks(), 404);
-    EXPECT_EQ(m_client.Asks(APP_CFG_URI_CRYPTO_PARAM, APP_CFG_METHOD_SET, std::string(71, 'x')).header.status,
-              400);
+    EXPECT_EQ(asks(BytesOf(request)), 404);
+    EXPECT_EQ(asks(std::string(71, 'x')), 400);
     EXPECT_EQ(Text("cfg"), XML_TEXT);
     EXPECT_EQ(Text("def"), XML_DEFAULT);
-}
-
-TEST_F(AKeyChange, WithoutParametersMeansPlain) {
-    HasXml();
-    ASSERT_EQ(Rekeys(m_client, "one"), 200);
-    const std::string handle = BytesOf(m_client.m_handle);
-    EXPECT_EQ(m_client.Asks(APP_CFG_URI_CRYPTO_PARAM, APP_CFG_METHOD_SET, handle).header.status, 200);
+    ASSERT_EQ(m_client.Rekeys("one"), 200);
+    ExpectFiles("one", "1");
+    EXPECT_EQ(asks(BytesOf(m_client.m_handle)), 200) << "without parameters: plain";
     ExpectFiles("", "1");
 }
 
-TEST_F(AKeyChange, LeavesTheCopiesOfAnItemWithoutBackupStrategy) {
-    HasXml(ConfigBackupStrategy::NONE);
-    ASSERT_EQ(Rekeys(m_client, "one"), 200);
-    EXPECT_EQ(Value("cfg", "one"), "1");
-    EXPECT_EQ(Text("bak"), XML_TEXT);
-    EXPECT_EQ(Text("def"), XML_DEFAULT);
-}
-
-TEST_F(AKeyChange, ThatCannotReadTheDefaultLeavesTheFilesAlone) {
-    HasXml();
-    ASSERT_EQ(Rekeys(m_client, "one"), 200);
-    const std::string cfg = Text("cfg");
-    std::filesystem::remove(Path("def"));
-    EXPECT_EQ(Rekeys(m_client, "two"), 400);
-    EXPECT_EQ(Text("cfg"), cfg);
-    EXPECT_EQ(m_client.Sets("a|3"), 200);
-    ASSERT_EQ(m_client.Deletes(), 200);
-    EXPECT_EQ(Value("cfg", "one"), "3");
-}
-
-// Its clone reads the default as plain text, which it is the first time only.
-TEST_F(AKeyChange, OfAJsonItemWithADefaultWorksOnce) {
-    Writes("def", R"({"a": "default"})");
-    HasItem(R"({"a": 1})");
-    EXPECT_EQ(Rekeys(m_client, "one"), 200);
-    EXPECT_EQ(Decrypted(Path("def"), "one"), "{\n  \"a\": \"default\"\n}");
-    EXPECT_EQ(Rekeys(m_client, "two"), 400);
-    EXPECT_EQ(m_client.Value("a"), "1");
+// Between two uses the library gives up what it holds, while another thread may be about to use it.
+TEST_F(AKeyChange, MeetsOtherThreadsThatEncrypt) {
+    const auto encrypts = [this] {
+        std::string cipher;
+        AppCfgCryptoMgrFactory::CreateAppCfgCryptoMgr(ConfigCryptoType::AES_256_CBC, Path(""),
+                                                      Parameters("k"))
+            ->Encrypt("some text", cipher);
+        return cipher;
+    };
+    const std::string expected = encrypts();
+    std::atomic<int> right{0};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 500; ++i) {
+                right += encrypts() == expected ? 1 : 0;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(right, 2000);
 }
 
 TEST_F(AKeyChange, GoesOnWhileClientsSetValues) {
@@ -133,7 +92,7 @@ TEST_F(AKeyChange, GoesOnWhileClientsSetValues) {
     });
     const std::string keys[] = {"one", "two", "", "three"};
     for (int round = 0; round < 24; ++round) {
-        EXPECT_EQ(Rekeys(m_client, keys[round % 4]), 200);
+        EXPECT_EQ(m_client.Rekeys(keys[round % 4]), 200);
     }
     done = true;
     setter.join();
@@ -170,7 +129,7 @@ TEST_F(AKeyChange, GoesOnWhileEverythingElseHappens) {
     };
     const std::string keys[] = {"one", "two", "", "three"};
     for (int round = 0; round < 24; ++round) {
-        EXPECT_EQ(Rekeys(m_client, keys[round % 4]), 200);
+        EXPECT_EQ(m_client.Rekeys(keys[round % 4]), 200);
     }
     done = true;
     for (std::thread& client : clients) {

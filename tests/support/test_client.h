@@ -1,5 +1,5 @@
-#ifndef TESTS_PLATFORM_TEST_CLIENT_H
-#define TESTS_PLATFORM_TEST_CLIENT_H
+#ifndef TESTS_SUPPORT_TEST_CLIENT_H
+#define TESTS_SUPPORT_TEST_CLIENT_H
 
 #include <unistd.h>
 
@@ -10,10 +10,11 @@
 
 #include "tern/tern.h"
 
-namespace PlatformTest {
+namespace Support {
 
 // A frame as bytes.
-std::string Frame(std::uint8_t method, const std::string& payload = "", std::uint32_t sequence = 0);
+std::string Frame(std::uint8_t method, const std::string& payload = "", std::uint32_t sequence = 0,
+                  std::uint16_t uri = 1);
 
 // The bytes of a number as it stands in memory.
 std::string Bytes(std::uint32_t number);
@@ -57,6 +58,6 @@ private:
     int m_fd;
 };
 
-} // namespace PlatformTest
+} // namespace Support
 
 #endif

@@ -1,22 +1,24 @@
-#ifndef TESTS_PLATFORM_ROOT_DIRECTORY_H
-#define TESTS_PLATFORM_ROOT_DIRECTORY_H
+#ifndef TESTS_SUPPORT_ROOT_DIRECTORY_H
+#define TESTS_SUPPORT_ROOT_DIRECTORY_H
 
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
-namespace PlatformTest {
+namespace Support {
 
 // A framework root of the test's own, gone with it.
 class RootDirectory {
 public:
-    RootDirectory() {
-        char path[] = "/tmp/kestrel-XXXXXX";
-        m_path = ::mkdtemp(path);
+    explicit RootDirectory(const std::string& parent = "/tmp") : m_path(parent + "/kestrel-XXXXXX") {
+        if (::mkdtemp(m_path.data()) == nullptr) {
+            throw std::runtime_error("no directory can be made in " + parent);
+        }
         ::setenv("KESTREL_ROOT", m_path.c_str(), 1);
     }
     ~RootDirectory() {
@@ -26,6 +28,7 @@ public:
     RootDirectory(const RootDirectory&) = delete;
     RootDirectory& operator=(const RootDirectory&) = delete;
 
+    const std::string& Path() const { return m_path; }
     std::string Of(const std::string& name) const { return m_path + "/" + name; }
     // Writes a file and returns its path.
     std::string Writes(const std::string& name, const std::string& text) const {
@@ -54,6 +57,6 @@ bool Eventually(Claim claim) {
     return true;
 }
 
-} // namespace PlatformTest
+} // namespace Support
 
 #endif

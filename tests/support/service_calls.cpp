@@ -1,16 +1,11 @@
-#include "faults.h"
+#include "service_calls.h"
 
-#include <dlfcn.h>
-#include <fcntl.h>
 #include <linux/capability.h>
-#include <pthread.h>
 #include <pwd.h>
-#include <sys/statvfs.h>
 #include <sys/types.h>
 
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -18,29 +13,19 @@
 #include "securec/securec.h"
 #include "tern/tern.h"
 
-using ServiceTest::Call;
+using FaultTest::Call;
+using FaultTest::Fails;
 
 namespace {
 
 constexpr uid_t SSHD_UID = 105;
 constexpr gid_t SSHD_GID = 65534;
 
-// How many calls still go through before one fails.
-std::atomic<int> g_left[static_cast<int>(Call::COUNT)] = {};
 std::atomic<kestrel_event_mgr*> g_eventMgr{nullptr};
 
 // What the process seems to have. Start-up runs on one thread.
 std::vector<std::string> g_calls;
 __user_cap_data_struct g_capabilities[2] = {};
-
-std::atomic<int>& Left(Call call) {
-    return g_left[static_cast<int>(call)];
-}
-
-// 0 stands for "never", so that nothing needs to be initialised first.
-bool Fails(Call call) {
-    return Left(call) > 0 && --Left(call) == 0;
-}
 
 int Privileged(Call call, const std::string& line) {
     g_calls.push_back(line);
@@ -56,14 +41,6 @@ std::string Hex(uint32_t number) {
 } // namespace
 
 namespace ServiceTest {
-
-Failing::Failing(Call call, int after) : m_call(call) {
-    Left(call) = after + 1;
-}
-
-Failing::~Failing() {
-    Left(m_call) = 0;
-}
 
 std::vector<std::string> TakePrivilegedCalls() {
     g_capabilities[0] = {0x11, 0x12, 0x13};
@@ -139,39 +116,6 @@ int __wrap_setuid(uid_t user) {
     return Privileged(Call::SETUID, "setuid " + std::to_string(user));
 }
 
-// Opening a file with 64-bit offsets, which is what the service's sources do.
-int __real_open64(const char* path, int flags, ...);
-int __wrap_open64(const char* path, int flags, ...) {
-    std::va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
-    if (Fails(Call::OPEN)) {
-        errno = EMFILE;
-        return -1;
-    }
-    return __real_open64(path, flags, mode);
-}
-
-// A disk that is full to the last block, or keeps the last ones for those who ask for them by name.
-int __real_statvfs64(const char* path, struct statvfs64* status);
-int __wrap_statvfs64(const char* path, struct statvfs64* status) {
-    const int result = __real_statvfs64(path, status);
-    if (Left(Call::ROOM) > 0 || Left(Call::FREE_BLOCKS) > 0) {
-        status->f_bavail = 0;
-    }
-    return result;
-}
-
-int __real_fallocate64(int fd, int mode, off64_t offset, off64_t length);
-int __wrap_fallocate64(int fd, int mode, off64_t offset, off64_t length) {
-    if (Left(Call::ROOM) > 0) {
-        errno = ENOSPC;
-        return -1;
-    }
-    return __real_fallocate64(fd, mode, offset, length);
-}
-
 // Poco::Path::tryParse, which takes any text for a path of the system's own style.
 #define TRY_PARSE _ZN4Poco4Path8tryParseERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEENS0_5StyleE
 #define JOINED(prefix, name) prefix##name
@@ -179,13 +123,6 @@ int __wrap_fallocate64(int fd, int mode, off64_t offset, off64_t length) {
 bool WITH_PREFIX(__real_, TRY_PARSE)(void* path, const std::string& text, int style);
 bool WITH_PREFIX(__wrap_, TRY_PARSE)(void* path, const std::string& text, int style) {
     return !Fails(Call::PARSE_PATH) && WITH_PREFIX(__real_, TRY_PARSE)(path, text, style);
-}
-
-// Stands before the C library's for the whole process, the C++ library included.
-int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument) {
-    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
-    static const Create next = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
-    return Fails(Call::THREAD) ? EAGAIN : next(thread, attributes, run, argument);
 }
 
 } // extern "C"

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -12,7 +13,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
-#include <ctime>
 
 namespace FaultTest {
 
@@ -28,9 +28,10 @@ std::atomic<int> g_failures{0};
 thread_local int t_exempt = 0;
 
 const char* Name(Call call) {
-    static constexpr const char* NAMES[] = {"open",      "write", "fsync", "close",      "read",
-                                            "ftruncate", "fstat", "stat",  "allocation", "cipher allocation"};
-    return NAMES[static_cast<int>(call)];
+    static constexpr const char* NAMES[] = {
+        "open", "write",       "fsync", "close",  "read",       "ftruncate",        "fstat",
+        "stat", "free blocks", "room",  "thread", "allocation", "cipher allocation"};
+    return call <= Call::CIPHER_ALLOCATION ? NAMES[static_cast<int>(call)] : "call";
 }
 
 std::string ErrorText(int error) {
@@ -79,6 +80,10 @@ bool Fails(Call call) {
     ++g_failures;
     errno = std::max(g_error.load(), 0);
     return true;
+}
+
+bool IsInForce(Call call) {
+    return g_call == static_cast<int>(call);
 }
 
 int ErrorInForce() {
@@ -137,21 +142,23 @@ int __wrap_close(int fd) {
     return Fails(Call::CLOSE) ? -1 : result;
 }
 
-// Workers wait for seconds and minutes; here they hurry.
-int __real_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
-                                  const timespec* deadline);
-int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
-                                  const timespec* deadline) {
-    constexpr long LONGEST_WAIT_NS = 10'000'000;
-    constexpr long SECOND_NS = 1'000'000'000;
-    timespec soon{};
-    ::clock_gettime(clock, &soon);
-    soon.tv_nsec += LONGEST_WAIT_NS;
-    soon.tv_sec += soon.tv_nsec / SECOND_NS;
-    soon.tv_nsec %= SECOND_NS;
-    const bool isLater = deadline->tv_sec > soon.tv_sec ||
-                         (deadline->tv_sec == soon.tv_sec && deadline->tv_nsec > soon.tv_nsec);
-    return __real_pthread_cond_clockwait(condition, mutex, clock, isLater ? &soon : deadline);
+// A disk that is full to the last block, or keeps the last ones for those who ask for them by name.
+int __real_statvfs64(const char* path, struct statvfs64* status);
+int __wrap_statvfs64(const char* path, struct statvfs64* status) {
+    const int result = __real_statvfs64(path, status);
+    if (FaultTest::IsInForce(Call::ROOM) || FaultTest::IsInForce(Call::FREE_BLOCKS)) {
+        status->f_bavail = 0;
+    }
+    return result;
+}
+
+FORWARDED(int, fallocate64, ROOM, (int fd, int mode, off64_t at, off64_t length), (fd, mode, at, length))
+
+// Stands before the C library's for the whole process, the C++ library included.
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument) {
+    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+    static const Create next = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
+    return Fails(Call::THREAD) ? EAGAIN : next(thread, attributes, run, argument);
 }
 
 } // extern "C"

@@ -1,12 +1,43 @@
-// Calls of the service's threads that a test makes fail, one chosen call at a time.
-#ifndef TESTS_FAULTS_INJECTION_H
-#define TESTS_FAULTS_INJECTION_H
+// Calls that a test makes fail, one chosen call at a time. The linker sends each of them through here first.
+#ifndef TESTS_SUPPORT_INJECTION_H
+#define TESTS_SUPPORT_INJECTION_H
 
 #include <string>
 
 namespace FaultTest {
 
-enum class Call { OPEN, WRITE, FSYNC, CLOSE, READ, TRUNCATE, FSTAT, STAT, ALLOCATION, CIPHER_ALLOCATION };
+enum class Call {
+    OPEN,
+    WRITE,
+    FSYNC,
+    CLOSE,
+    READ,
+    TRUNCATE,
+    FSTAT,
+    STAT,
+    FREE_BLOCKS, // the file system has none left
+    ROOM,        // nor any that can be reserved
+    THREAD,
+    ALLOCATION,
+    CIPHER_ALLOCATION,
+    // in service_calls.cpp
+    CAPGET,
+    PRCTL,
+    GETPWNAM_R,
+    SETGID,
+    SETUID,
+    CAPSET,
+    EVENT_MGR_NEW,
+    SERVER_REGISTER,
+    IOCTL,
+    MESSAGE_NEW,
+    MESSAGE_SENDFD,
+    CONTENT,
+    CONTENT_ADD,
+    POOL,
+    COPY,
+    PARSE_PATH,
+};
 
 // As an error number: half of the bytes are written, and the count says so.
 constexpr int SHORT_WRITE = -1;
@@ -14,9 +45,9 @@ constexpr int SHORT_WRITE = -1;
 // The call of this kind that fails, counted from 1, and whether all after it fail as well.
 struct Fault {
     Call call;
-    int at;
-    bool forEver;
-    int error; // allocations have none
+    int at = 1;
+    bool forEver = false;
+    int error = 0; // allocations have none
 };
 std::string Described(const Fault& fault);
 
@@ -43,6 +74,7 @@ public:
 
 // Counts a call of this thread; true when it is to fail, with errno set.
 bool Fails(Call call);
+bool IsInForce(Call call);
 // The error of the fault in force.
 int ErrorInForce();
 

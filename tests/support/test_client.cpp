@@ -6,15 +6,16 @@
 
 #include <cerrno>
 
-namespace PlatformTest {
+namespace Support {
 
 std::string Bytes(std::uint32_t number) {
     return std::string(reinterpret_cast<const char*>(&number), sizeof number);
 }
 
-std::string Frame(std::uint8_t method, const std::string& payload, std::uint32_t sequence) {
+std::string Frame(std::uint8_t method, const std::string& payload, std::uint32_t sequence,
+                  std::uint16_t uri) {
     const auto length = static_cast<std::uint32_t>(payload.size());
-    const tern_header header{0x4E54, 0, method, 1, 0, sequence, length + 8};
+    const tern_header header{0x4E54, 0, method, uri, 0, sequence, length + 8};
     return std::string(reinterpret_cast<const char*>(&header), sizeof header) + Bytes(1) + Bytes(length) +
            payload;
 }
@@ -83,4 +84,4 @@ bool TestClient::MeetsEnd() {
     return got == 0 || (got < 0 && errno == ECONNRESET);
 }
 
-} // namespace PlatformTest
+} // namespace Support

@@ -1,0 +1,144 @@
+#include "host_process.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <spawn.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace Support {
+
+namespace {
+
+constexpr char ROOT_VARIABLE[] = "KESTREL_ROOT=";
+
+// What posix_spawn needs to be told, released with the object.
+struct SpawnSettings {
+    posix_spawn_file_actions_t files{};
+    posix_spawnattr_t attributes{};
+
+    // In a process group of its own, so that ctrl-C reaches this program only.
+    explicit SpawnSettings(const std::string& log) {
+        posix_spawn_file_actions_init(&files);
+        posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&files, STDERR_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_APPEND,
+                                         0644);
+        posix_spawnattr_init(&attributes);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
+    }
+    SpawnSettings(const SpawnSettings&) = delete;
+    SpawnSettings& operator=(const SpawnSettings&) = delete;
+    ~SpawnSettings() {
+        posix_spawn_file_actions_destroy(&files);
+        posix_spawnattr_destroy(&attributes);
+    }
+};
+
+// This program's environment with another framework root.
+std::vector<std::string> EnvironmentWith(const std::string& root) {
+    std::vector<std::string> result{ROOT_VARIABLE + root};
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        if (std::strncmp(*entry, ROOT_VARIABLE, sizeof ROOT_VARIABLE - 1) != 0) {
+            result.emplace_back(*entry);
+        }
+    }
+    return result;
+}
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+    std::vector<char*> result;
+    for (std::string& text : texts) {
+        result.push_back(text.data());
+    }
+    result.push_back(nullptr);
+    return result;
+}
+
+bool Accepts(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        throw std::runtime_error(path + ": too long for a socket");
+    }
+    std::memcpy(address.sun_path, path.c_str(), path.size());
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const void* untyped = &address;
+    const bool accepted = ::connect(fd, static_cast<const sockaddr*>(untyped), sizeof address) == 0;
+    ::close(fd);
+    return accepted;
+}
+
+} // namespace
+
+HostProcess::HostProcess(const std::string& build, const std::string& root) :
+    HostProcess({build + "/bin/kestrel_host", build + "/lib/libapp_cfg_mgmt_service.so"}, root) {}
+
+HostProcess::HostProcess(std::vector<std::string> command, std::string root) :
+    m_command(std::move(command)), m_root(std::move(root)), m_environment(EnvironmentWith(m_root)) {}
+
+HostProcess::~HostProcess() {
+    Kill();
+}
+
+void HostProcess::Start(std::chrono::seconds patience) {
+    Spawn();
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (!Accepts(m_root + "/storage.paas.orb")) {
+        if (HasEnded() || std::chrono::steady_clock::now() > deadline) {
+            Kill();
+            throw std::runtime_error("the service did not start; see " + LogPath());
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+void HostProcess::Spawn() {
+    const SpawnSettings settings(LogPath());
+    const int error = ::posix_spawnp(&m_pid, m_command[0].c_str(), &settings.files, &settings.attributes,
+                                     Pointers(m_command).data(), Pointers(m_environment).data());
+    if (error != 0) {
+        m_pid = -1;
+        throw std::runtime_error(m_command[0] + ": " + std::strerror(error));
+    }
+}
+
+// Leaves the process to be reaped.
+bool HostProcess::HasEnded() const {
+    siginfo_t info{};
+    return ::waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == m_pid;
+}
+
+void HostProcess::Kill() {
+    if (IsRunning()) {
+        SendKill();
+        Wait();
+    }
+}
+
+void HostProcess::SendKill() const {
+    ::kill(m_pid, SIGKILL);
+}
+
+int HostProcess::Stop() {
+    ::kill(m_pid, SIGTERM);
+    return Wait();
+}
+
+int HostProcess::Wait() {
+    int status = 0;
+    while (::waitpid(m_pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    m_pid = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : SIGNALLED + WTERMSIG(status);
+}
+
+} // namespace Support
