@@ -7,14 +7,14 @@ FUZZ_MAX_RUNS=5000000
 verb_fuzz() {
     local seconds=${1:-60} wanted=${2:-}
     if [[ ! $seconds =~ ^[0-9]+$ ]] || [ $# -gt 2 ]; then
-        fail "usage: ./dev fuzz [SECONDS] [TARGET]"
+        wrong "usage: ./dev fuzz [SECONDS] [TARGET]"
     fi
     install_packages build fuzz
     cd "$ROOT" || exit
     local targets=() target failed=no
     mapfile -t targets < <(cd fuzz/corpus && printf '%s\n' *)
     if [ -n "$wanted" ]; then
-        [ -d "fuzz/corpus/$wanted" ] || fail "no target '$wanted', but: ${targets[*]}"
+        [ -d "fuzz/corpus/$wanted" ] || wrong "no target '$wanted', but: ${targets[*]}"
         targets=("$wanted")
     fi
     build_preset fuzz

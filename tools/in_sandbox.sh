@@ -32,7 +32,7 @@ add_to() {
     done
     for entry in "$@"; do
         mkdir -p "$copy/${entry%%=*}"
-        mount --bind "${entry#*=}" "$copy/${entry%%=*}"
+        mount --rbind "${entry#*=}" "$copy/${entry%%=*}"
     done
     mount --rbind "$copy" "$parent"
 }

@@ -5,6 +5,7 @@
 LINT_MAX_LINES=600
 
 verb_lint() {
+    [ $# -eq 0 ] || wrong "usage: ./dev lint"
     install_packages build test lint
     cd "$ROOT" || exit
     local failed=no check
@@ -36,6 +37,7 @@ lint_length() {
 # Uses the commands of a configuration of its own: nothing needs to be built. A file that was clean is not
 # looked at again until it, a header or the rules change.
 lint_tidy() {
+    make_build_directory
     mkdir -p build/lint/clean
     cmake --preset dev -B build/lint >build/lint.configure.log || {
         cat build/lint.configure.log

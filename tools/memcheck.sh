@@ -2,11 +2,12 @@
 # ./dev memcheck [GTEST FILTER]: the unit tests under valgrind's memcheck. Sourced by ./dev.
 
 verb_memcheck() {
+    [ $# -le 1 ] || wrong "usage: ./dev memcheck [GTEST FILTER]"
     install_packages build test memcheck
     cd "$ROOT" || exit
     build_preset dev
     local area failed=no
-    for area in platform service client; do
+    for area in platform document service client; do
         memcheck_area "$area" "${1:-*}" || failed=yes
     done
     [ "$failed" = no ] || fail "memcheck: failed"

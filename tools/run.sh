@@ -6,7 +6,7 @@ SERVICE_PID=
 SERVICE_DIR=
 
 verb_run() {
-    [ $# -eq 0 ] || fail "usage: ./dev run"
+    [ $# -eq 0 ] || wrong "usage: ./dev run"
     install_packages build sandbox tour
     build_preset release
     run_day "$ROOT/build/release" "$ROOT/dev" serve
@@ -51,10 +51,9 @@ run_start() {
     run_show_process
 }
 
-# A bound socket that accepts connections carries this flag in the kernel's table.
+# The socket gets its name last, when it listens.
 run_listens() {
-    awk -v path="$SERVICE_DIR/storage.paas.orb" \
-        '$8 == path && $4 == "00010000" { found = 1 } END { exit !found }' /proc/net/unix
+    [ -S "$SERVICE_DIR/storage.paas.orb" ]
 }
 
 run_show_process() {
@@ -69,7 +68,7 @@ run_show_process() {
 run_inside() {
     awk -v field="$2:" '
         FNR == NR { if ($1 == field) outside = $3; next }
-        outside >= $2 && outside < $2 + $3 { print $1 + outside - $2 }
+        outside >= $2 && outside < $2 + $3 { printf "%.0f\n", $1 + outside - $2 }
     ' "/proc/$SERVICE_PID/status" "/proc/$SERVICE_PID/$1"
 }
 

@@ -81,7 +81,10 @@ sandbox_check_ranges() {
 sandbox_free_range() {
     { cat /etc/subuid /etc/subgid 2>/dev/null || true; } | awk -F: -v next_id=100000 '
         $2 + $3 > next_id { next_id = $2 + $3 }
-        END { range = next_id "-" next_id + 65535; print "--add-subuids " range " --add-subgids " range }'
+        END {
+            range = sprintf("%.0f-%.0f", next_id, next_id + 65535)
+            print "--add-subuids " range " --add-subgids " range
+        }'
 }
 
 # The kernel's likely reason to refuse, and what to do about it, in one line.

@@ -8,19 +8,22 @@ verb_serve() {
         case "$1" in
         --appmgr) appmgr=yes ;;
         --preset | --socket-mode | --socket-group)
-            [ $# -ge 2 ] || fail "$1 needs a value"
+            [ $# -ge 2 ] || wrong "$1 needs a value"
             if [ "$1" = --preset ]; then preset=$2; else options+=("$1" "$2"); fi
             shift
             ;;
-        -*) fail "./dev serve: unknown option $1" ;;
+        -*) wrong "./dev serve: unknown option $1" ;;
         *) break ;;
         esac
         shift
     done
-    [ $# -eq 1 ] || fail "usage: ./dev serve [--appmgr] [--preset NAME] [--socket-mode MODE] [--socket-group GROUP] DIR"
-    mkdir -p "$1"
+    [ $# -eq 1 ] || wrong "usage: ./dev serve [--appmgr] [--preset NAME] [--socket-mode MODE] [--socket-group GROUP] DIR"
+    check_preset "$preset"
+    mkdir -p -- "$1"
     local dir build="$ROOT/build/$preset"
-    dir=$(cd "$1" && pwd -P)
+    dir=$(cd -- "$1" && pwd -P)
+    # Its owner could put other directories in the place of those that the service writes to.
+    [ -O "$dir" ] || fail "./dev serve: $dir belongs to $(stat -c "%U (%u)" "$dir"); use a directory of your own"
 
     install_serve_packages "$preset"
     build_preset "$preset"

@@ -4,11 +4,12 @@
 verb_soak() {
     local seconds=${1:-60} preset=${2:-dev}
     if [[ ! $seconds =~ ^[1-9][0-9]*$ ]] || [ $# -gt 2 ]; then
-        fail "usage: ./dev soak [SECONDS] [PRESET]"
+        wrong "usage: ./dev soak [SECONDS] [PRESET]"
     fi
+    check_preset "$preset"
     install_packages build test sandbox
     build_preset "$preset"
-    [ -x "$ROOT/build/$preset/bin/soak" ] || fail "preset $preset is one without tests: dev, asan or tsan"
+    [ -x "$ROOT/build/$preset/bin/soak" ] || wrong "preset $preset is one without tests: dev, asan or tsan"
     soak_built "$ROOT/build/$preset" "$seconds" || fail "soak: failed"
     say "soak: passed; the picture is build/$preset/soak.svg"
 }
@@ -37,5 +38,5 @@ soak_in_sandbox() (
     mkdir "$2/setting" "$2/setting_bak"
     export PL_LOG_LEVEL=3 ASAN_OPTIONS="quarantine_size_mb=16:${ASAN_OPTIONS-}"
     export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:${TSAN_OPTIONS-}"
-    sandbox_enter "$2" setarch "$(uname -m)" -R "$1/bin/soak" "$@"
+    sandbox_enter "$2" "${FIXED_ADDRESSES[@]}" "$1/bin/soak" "$@"
 )
