@@ -25,8 +25,7 @@ using Poco::XML::SAXParser;
 
 namespace {
 
-constexpr unsigned long POOL_SIZES[] = {61,   127,   251,   509,   1021,   2039,         4093,
-                                        8191, 16381, 32749, 65521, 131071, MAX_XML_NAMES};
+constexpr unsigned long POOL_SIZES[] = {61, 127, 251, 509, 1021, 2039, 4093, 8191, 16381, MAX_XML_NAMES};
 
 // Few documents use a name less than three times, or above this size more names than the library's
 // default pool holds. One that does is read again with a larger pool.

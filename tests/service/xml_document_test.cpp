@@ -1,21 +1,63 @@
+// XML documents by themselves: their limits, what is read and written, and grafts.
 #include <pthread.h>
 
 #include <chrono>
+#include <sstream>
 #include <string>
 
+#include "Poco/AutoPtr.h"
 #include "Poco/DOM/Node.h"
 #include "Poco/Exception.h"
 
 #include "acm_limit.h"
+#include "acm_xml_configuration.h"
 #include "acm_xml_limits.h"
 #include "support/service_fixture.h"
-#include "xml_document.h"
 
 using namespace SystemServer;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
+using testing::StartsWith;
 
 namespace {
+
+using XmlPtr = Poco::AutoPtr<SystemServer::AcmXmlConfiguration>;
+
+XmlPtr XmlOf(const std::string& text) {
+    std::istringstream stream(text);
+    return new SystemServer::AcmXmlConfiguration(stream);
+}
+
+std::string Saved(XmlPtr& document) {
+    std::ostringstream out;
+    document->Save(out);
+    return out ? out.str() : "(bad stream)";
+}
+
+std::string RawOf(XmlPtr& document, const std::string& key) {
+    std::string text;
+    return document->GetRawString(key, text) == 0 ? text : "(nothing)";
+}
+
+std::string Repeated(size_t times, const std::string& text) {
+    std::string all;
+    for (size_t i = 0; i < times; ++i)
+        all += text;
+    return all;
+}
+
+std::string Nested(size_t levels) {
+    return Repeated(levels, "<d>") + Repeated(levels, "</d>");
+}
+
+// Empty elements whose names count up.
+std::string Siblings(size_t count, const std::string& prefix) {
+    std::string text;
+    for (size_t i = 0; i < count; ++i)
+        text += "<" + prefix + std::to_string(i) + "/>";
+    return text;
+}
 
 // Entities e1 to eN, each naming the one before it so many times.
 std::string Bomb(size_t entities, size_t fanOut, const std::string& seed = "lol") {
@@ -247,6 +289,96 @@ TEST(AnEncoding, IsHonouredWherePartsOfCharactersLookLikeMarkup) {
     XmlPtr latin =
         XmlOf("<?xml version='1.0' encoding='ISO-8859-1'?><r>" + std::string(3000, '\xE9') + "</r>");
     EXPECT_EQ(latin->getString("").size(), 6000U);
+}
+
+using AGraft = ServiceTest::ADirectory;
+
+TEST(AKey, OfThousandsOfStepsNeedsNoStack) {
+    XmlPtr document = XmlOf("<r><room/></r>");
+    EXPECT_EQ(document->FindNode("room" + Repeated(100000, "[0]")), document->FindNode("room"));
+    EXPECT_EQ(document->FindNode(std::string(300000, '.') + "room"), document->FindNode("room"));
+}
+
+TEST_F(AGraft, ThatIsTooDeepLeavesTheDocumentAsItWas) {
+    XmlPtr document = XmlOf("<r><a>" + Nested(100) + "</a></r>");
+    const std::string before = Saved(document);
+    const std::string deepest = "a" + Repeated(100, ".d");
+    for (const auto& [key, levels] : {std::pair("a", 255), {"a", 300000}, {deepest.c_str(), 155}}) {
+        EXPECT_THROW(document->SetRawString(key, Nested(levels)), AcmLimitException) << levels;
+        EXPECT_EQ(Saved(document), before) << levels;
+    }
+    EXPECT_EQ(document->SetRawString(deepest, Nested(154)), 0) << "the deepest that is allowed";
+}
+
+TEST_F(AGraft, OfManyChildrenTakesTimeInProportion) {
+    const auto secondsFor = [](size_t children) {
+        const auto start = std::chrono::steady_clock::now();
+        XmlPtr document = XmlOf("<r/>");
+        const std::string wide = "<w>" + Repeated(children, "<c/>") + "</w>";
+        EXPECT_EQ(document->SetRawString("", wide), 0);
+        EXPECT_EQ(document->SetRawString("", wide), 0);
+        EXPECT_EQ(document->SetRawString("w", "<c>first</c>"), 0);
+        EXPECT_EQ(document->SetRawString("w", "<last/>"), 0);
+        EXPECT_THAT(RawOf(document, "w"), StartsWith("<w><c>first</c><c/>"));
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
+    const double few = secondsFor(20000);
+    EXPECT_LT(secondsFor(200000), few * 40) << "a hundred times as long is quadratic";
+}
+
+TEST_F(AGraft, FindsRoomForNamesThatTheDocumentDidNotHave) {
+    XmlPtr document = XmlOf("<!DOCTYPE r [<!NOTATION n SYSTEM 'viewer'>]><!--top--><?p q?>"
+                            "<r xmlns:p='u'><a k='v'>t<p:b p:k='w'/></a></r><!--end-->");
+    for (int round = 0; round < 20; ++round) {
+        const std::string prefix = "n" + std::string(1, static_cast<char>('a' + round));
+        ASSERT_EQ(document->SetRawString("a", "<b>" + Siblings(500, prefix) + "</b>"), 0) << round;
+    }
+    EXPECT_NE(document->FindNode("a.b.nt499"), nullptr);
+    document->setString("a[@k]", "new");
+    EXPECT_EQ(document->SetRawString("a", "<b>" + Siblings(10000, "m") + "</b>"), 0);
+    EXPECT_NE(document->FindNode("a.b.m9999"), nullptr);
+    document->SetRawString("a", "<b/>");
+    EXPECT_EQ(Saved(document),
+              "<!DOCTYPE r [\n\t<!NOTATION n SYSTEM \"viewer\">\n]>\n<!--top-->\n<?p q?>\n"
+              "\n<r xmlns:p=\"u\">\n\t<a k=\"new\">t<p:b p:k=\"w\"/>\n\t\t<b/>\n\t</a>\n</r>\n"
+              "\n<!--end-->");
+}
+
+TEST_F(AGraft, OfMoreNamesThanAPoolMayHoldIsRefused) {
+    XmlPtr document = XmlOf("<r>" + Siblings(200000, "n") + "<a/></r>");
+    const std::string before = Saved(document);
+    EXPECT_THROW(document->SetRawString("a", "<b>" + Siblings(100000, "m") + "</b>"),
+                 Poco::PoolOverflowException);
+    EXPECT_EQ(Saved(document), before);
+    EXPECT_EQ(document->SetRawString("a", "<b/>"), 0);
+}
+
+TEST_F(AGraft, SavedToAStreamThatFailsLeavesItBad) {
+    XmlPtr document = XmlOf("<r><a>1</a></r>");
+    document->setString("a", "cut\x01here"); // what a caller prevents with IsStorable
+    std::ostringstream quiet;
+    document->Save(quiet);
+    EXPECT_TRUE(quiet.bad());
+    std::ostringstream loud;
+    loud.exceptions(std::ios::badbit);
+    EXPECT_NO_THROW(document->Save(loud));
+    EXPECT_TRUE(loud.bad());
+    EXPECT_THAT(m_log.Errors(), ElementsAre(StartsWith("3 XML"), StartsWith("3 XML")));
+
+    struct Full : std::streambuf {
+    } full;
+    std::ostream stream(&full);
+    document->setString("a", "fine");
+    document->Save(stream);
+    EXPECT_TRUE(stream.bad());
+}
+
+TEST(AValue, IsStorableWhenAFileCanHoldIt) {
+    for (const char* good : {"", "tab\tline\nreturn\r", "\x7F", "\xEF\xBF\xBD", "<&>\"'", "\xF4\x8F\xBF\xBF"})
+        EXPECT_TRUE(AcmXmlConfiguration::IsStorable(good)) << testing::PrintToString(std::string(good));
+    for (const char* bad : {"\x01", "a\x1F", "\x0B", "\x80", "\xEF\xBF\xBE", "\xEF\xBF\xBF", "\xED\xBF\xBF"})
+        EXPECT_FALSE(AcmXmlConfiguration::IsStorable(bad)) << testing::PrintToString(std::string(bad));
+    EXPECT_FALSE(AcmXmlConfiguration::IsStorable(std::string(1, '\0')));
 }
 
 } // namespace
