@@ -121,30 +121,12 @@ TEST_F(ACreation, WithAKnownHandleReplacesTheItem) {
     EXPECT_EQ(other.Value("from"), "status 404") << "a replacement that fails leaves none";
 }
 
-// New threads get little, as the host's do, or a 32-bit process cannot address them all.
-class ModestStacks {
-public:
-    ModestStacks() {
-        pthread_attr_t modest;
-        pthread_getattr_default_np(&m_former);
-        pthread_attr_init(&modest);
-        pthread_attr_setstacksize(&modest, 1 << 20);
-        pthread_setattr_default_np(&modest);
-        pthread_attr_destroy(&modest);
-    }
-    ~ModestStacks() {
-        pthread_setattr_default_np(&m_former);
-        pthread_attr_destroy(&m_former);
-    }
-    ModestStacks(const ModestStacks&) = delete;
-    ModestStacks& operator=(const ModestStacks&) = delete;
-
-private:
-    pthread_attr_t m_former{};
-};
-
 TEST_F(ACreation, IsRefusedWhenThereAreTooManyItems) {
-    const ModestStacks stacks;
+    pthread_attr_t
+        modest; // threads get little, as the host's do, or a 32-bit process cannot address them all
+    pthread_attr_init(&modest);
+    pthread_attr_setstacksize(&modest, 1 << 20);
+    pthread_setattr_default_np(&modest);
     Writes("cfg", FROM_CFG);
     AppCfgCreateReq item = Item("cfg", "", "");
     item.saveStrategy = ConfigSaveStrategy::NONE;

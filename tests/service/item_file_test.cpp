@@ -1,7 +1,6 @@
 // Files that are not what an item expects, and machines that have no more to give.
 #include <csignal>
 #include <functional>
-#include <memory>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -10,6 +9,7 @@
 
 namespace ServiceTest {
 
+using AFile = ADirectory;
 using AHostilePath = AService;
 using ASharedPath = AService;
 using ATornCopy = AService;
@@ -37,6 +37,32 @@ private:
     rlimit m_former{};
 };
 
+TEST_F(AFile, IsWrittenInPlaceWithItsModeKept) {
+    const std::string path = Path("new");
+    AppCfgMgr::SyncSaveToPath("longer text", path);
+    EXPECT_EQ(Text("new"), "longer text");
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600U);
+    ASSERT_EQ(chmod(path.c_str(), 0644), 0);
+    const ino_t inode = status.st_ino;
+    AppCfgMgr::SyncSaveToPath("short", path);
+    EXPECT_EQ(Text("new"), "short");
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0644U);
+    EXPECT_EQ(status.st_ino, inode);
+    EXPECT_THAT(m_log.Of(), IsEmpty());
+}
+
+TEST_F(AFile, ThatCannotBeWrittenIsOnlyTold) {
+    const LongestFile tight(10);
+    for (const std::string& path : {Path("nowhere/file"), Path(""), std::string("/dev/full"), Path("cut")}) {
+        AppCfgMgr::SyncSaveToPath("more than fits", path);
+    }
+    EXPECT_EQ(Text("cut"), "more than ");
+    EXPECT_EQ(m_log.Errors().size(), 4U);
+}
+
 struct PathCase {
     std::string path;
     uint16_t asFile; // the answer when the configuration path is this
@@ -61,21 +87,18 @@ TEST_F(AHostilePath, IsNeverReadAndOnlyADeviceIsWritten) {
         {Path("cfg") + "/below", 400, 400, 200},
         {Path("loop"), 400, 200, 200},
     };
+    const auto creates = [&](auto AppCfgCreateReq::*field, const char* cfg, const std::string& path) {
+        AppCfgCreateReq item = Item(cfg, "", "");
+        Put(item.*field, path);
+        return m_client.Creates(item);
+    };
     for (const PathCase& entry : cases) {
         SCOPED_TRACE(entry.path);
-        AppCfgCreateReq item = Item("cfg", "", "");
-        Put(item.cfgPath, entry.path);
-        EXPECT_EQ(m_client.Creates(item), entry.asFile);
-        item = Item("cfg", "", "");
-        Put(item.backupPath, entry.path);
-        EXPECT_EQ(m_client.Creates(item), entry.asBackup);
-        item = Item("cfg", "", "");
-        Put(item.defaultPath, entry.path);
-        EXPECT_EQ(m_client.Creates(item), entry.asDefault);
+        EXPECT_EQ(creates(&AppCfgCreateReq::cfgPath, "cfg", entry.path), entry.asFile);
+        EXPECT_EQ(creates(&AppCfgCreateReq::backupPath, "cfg", entry.path), entry.asBackup);
+        EXPECT_EQ(creates(&AppCfgCreateReq::defaultPath, "cfg", entry.path), entry.asDefault);
     }
-    AppCfgCreateReq recovered = Item("gone", "", "def");
-    Put(recovered.backupPath, "/dev/zero");
-    EXPECT_EQ(m_client.Creates(recovered), 400);
+    EXPECT_EQ(creates(&AppCfgCreateReq::backupPath, "gone", "/dev/zero"), 400);
     EXPECT_EQ(Text("gone"), "(missing)");
     EXPECT_EQ(Text("cfg"), SETTINGS);
 }
@@ -113,9 +136,7 @@ TEST_F(ASharedPath, AsFileBackupAndDefaultIsNotEmptied) {
         EXPECT_EQ(m_client.Value("a"), "1");
     }
     EXPECT_EQ(m_client.Creates(Item("cfg", "cfg", "")), 200);
-    const Reply keyChange =
-        m_client.Asks(APP_CFG_URI_CRYPTO_PARAM, APP_CFG_METHOD_SET, BytesOf(m_client.m_handle));
-    EXPECT_EQ(keyChange.header.status, 200);
+    EXPECT_EQ(m_client.Rekeys(""), 200);
     Writes("cfg", "broken");
     EXPECT_EQ(m_client.Creates(Item("cfg", "cfg", "twin")), 403);
     EXPECT_EQ(Text("cfg"), "broken");
@@ -183,9 +204,7 @@ TEST_F(AShortage, OfRoomLeavesEveryFileWhole) {
         const Injection injection({Call::ROOM, 1, true, ENOSPC});
         EXPECT_EQ(m_client.SetsRaw("a", "3"), 200);
         EXPECT_EQ(m_client.Restores(), 200);
-        EXPECT_EQ(m_client.Asks(APP_CFG_URI_CRYPTO_PARAM, APP_CFG_METHOD_SET, BytesOf(m_client.m_handle))
-                      .header.status,
-                  400);
+        EXPECT_EQ(m_client.Rekeys(""), 400);
     }
     EXPECT_EQ(
         m_log.Errors(),

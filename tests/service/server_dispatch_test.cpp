@@ -105,25 +105,4 @@ TEST_F(AHandle, BecomesTheItemsKey) {
     }
 }
 
-TEST_F(AHandle, OfNoItemIsNotFoundByAnyRequest) {
-    HasItem(SETTINGS);
-    m_client.m_handle = Handle("app1", "net", UINT32_MAX);
-    EXPECT_EQ(m_client.Value("volume"), "status 404");
-    EXPECT_EQ(m_client.Sets("volume|1"), 404);
-    EXPECT_EQ(m_client.Raw("volume"), "status 404");
-    EXPECT_EQ(m_client.SetsRaw("volume", "1"), 404);
-    EXPECT_EQ(m_client.Restores(), 404);
-    EXPECT_EQ(m_client.Deletes(), 404);
-    EXPECT_EQ(RegisteredKeys(), Lines{"app1.net.0"});
-}
-
-TEST_F(AHandle, ThatSharesAKeyReachesTheSameItem) {
-    m_client.m_handle = Handle("a.b", "c");
-    HasItem(SETTINGS);
-    Client other;
-    other.m_handle = Handle("a", "b.c");
-    EXPECT_EQ(other.Sets("volume|9"), 200);
-    EXPECT_EQ(m_client.Value("volume"), "9");
-}
-
 } // namespace ServiceTest

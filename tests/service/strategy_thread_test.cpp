@@ -1,3 +1,5 @@
+#include <Poco/Delegate.h>
+
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -5,6 +7,7 @@
 
 #include "app_cfg_backup_strategy_factory.h"
 #include "app_cfg_delay_strategy.h"
+#include "app_cfg_instant_strategy.h"
 #include "app_cfg_save_strategy_factory.h"
 #include "app_cfg_timing_strategy.h"
 #include "support/service_fixture.h"
@@ -44,6 +47,39 @@ public:
     std::atomic<int> m_backups{0};
     std::function<void()> m_onSave = [] {};
 };
+
+void ExpectSender(const void* sender, const std::string& path) {
+    EXPECT_EQ(path, static_cast<const AppCfgMgr*>(sender)->GetCfgPath());
+}
+
+// Nothing is announced before the notification thread waits, so nothing is lost.
+TEST(AnAnnouncement, IsHeardRightAfterTheConstruction) {
+    for (int i = 0; i < 300; ++i) {
+        CountingMgr mgr;
+        mgr.m_configChangedEvent += Poco::delegate(&ExpectSender);
+        AppCfgInstantStrategy strategy(mgr, AppCfgStrategy::SAVE);
+        strategy.Start();
+        mgr.AnnounceChange();
+        ASSERT_TRUE(mgr.Saved(1));
+        strategy.Stop();
+        strategy.Stop(); // no harm
+    }
+}
+
+TEST(AnAnnouncement, IsHeardThatComesWhileHandlersRun) {
+    CountingMgr mgr;
+    std::atomic<bool> goesOn{false};
+    mgr.m_onSave = [&] { EXPECT_TRUE(Eventually([&] { return goesOn.load(); })); };
+    AppCfgInstantStrategy strategy(mgr, AppCfgStrategy::SAVE);
+    strategy.Start();
+    mgr.AnnounceChange();
+    ASSERT_TRUE(mgr.Saved(1));
+    std::thread second([&] { mgr.AnnounceChange(); });
+    goesOn = true;
+    second.join();
+    EXPECT_TRUE(mgr.Saved(2));
+    strategy.Stop();
+}
 
 class ADelayedSave : public ::testing::Test {
 protected:
