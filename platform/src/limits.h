@@ -111,12 +111,10 @@ constexpr int LOG_WAIT_SHARE = 10;
 // What the requests of one connection may write to the log within a second, in lines of up to
 // LOG_SHARE_LENGTH (a longer one counts as several): information, of which each item that is created writes
 // two dozen lines, and errors of one place in the sources, one for each item that a connection may have, so
-// that none of an honest client's is lost. Too little to fill a disk before somebody looks. Places that share
-// a remainder share this, too.
+// that none of an honest client's is lost. Too little to fill a disk before somebody looks.
 constexpr unsigned LOG_SHARE_OF_INFORMATION = 1000;
 constexpr unsigned LOG_SHARE_OF_PLACE = 256;
 constexpr std::size_t LOG_SHARE_LENGTH = 512;
-constexpr std::size_t LOG_PLACES = 61;
 
 } // namespace Kestrel
 

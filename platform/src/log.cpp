@@ -99,7 +99,7 @@ void Emit(int module, int level, const char* file, int line, const char* format,
     out.Append(text.Text(), text.Length());
     out.Append("\n", 1);
     if (level > 0) {
-        LogBudget::Charge(out.Length());
+        LogBudget::Charge(level, file, line, out.Length());
     }
     Write(out);
 }
@@ -114,13 +114,14 @@ bool IsAdmitted(int level, const char* file, int line) {
 extern "C" {
 
 void PL_WriteLog(int module, int level, int, int, const char* file, int line, const char* format, ...) {
+    file = file != nullptr ? file : "?";
     if (level < g_level.load(std::memory_order_relaxed) || !IsAdmitted(level, file, line)) {
         return;
     }
     const int kept = errno;
     std::va_list arguments;
     va_start(arguments, format);
-    Emit(module, level, file != nullptr ? file : "?", line, format, arguments);
+    Emit(module, level, file, line, format, arguments);
     va_end(arguments);
     errno = kept;
 }

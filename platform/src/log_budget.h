@@ -1,10 +1,11 @@
 #ifndef KESTREL_LOG_BUDGET_H
 #define KESTREL_LOG_BUDGET_H
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <string>
+#include <vector>
 
 #include "fence.h"
 #include "limits.h"
@@ -13,7 +14,8 @@ namespace Kestrel {
 
 // How much of standard error the requests of one connection may fill within a second. Errors have a share for
 // each place in the sources, so that only repeats exhaust it and no line hides another; information has one
-// of its own. What is more is dropped and told in one line, once the second is over. Loop thread only.
+// share of its own. What is more is dropped and told in one line, once the second is over. Owned by a
+// connection, or by a server for clients that it accepts. Loop thread only.
 class LogBudget {
 public:
     // A descriptor below 0 stands for the clients that are being accepted.
@@ -45,17 +47,26 @@ public:
 
     // False when a line of this thread is to be dropped. One that is written is charged, by its length.
     static bool Admits(int level, const char* file, int line);
-    static void Charge(std::size_t length);
+    static void Charge(int level, const char* file, int line, std::size_t length);
 
 private:
+    // What one source line has written within the second. The file's name is a copy: a library whose line it
+    // was may be gone when the next is compared with it.
+    struct Place {
+        std::string file;
+        int line;
+        std::size_t used = 0;
+    };
+
+    std::size_t* UsedBy(int level, const char* file, int line);
     void Renew();
     void Tell();
 
     const int m_fd;
     std::time_t m_second = 0;
-    std::size_t m_share = 0; // of the last line that was admitted
     bool m_isUsed = false;
-    std::array<std::uint16_t, 1 + LOG_PLACES> m_used{}; // the first is that of information
+    std::size_t m_usedByInformation = 0;
+    std::vector<Place> m_places; // that logged an error within the second
     std::uint64_t m_dropped = 0;
 };
 

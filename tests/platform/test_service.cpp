@@ -116,7 +116,9 @@ void AServer::Serve(tern_message* msg, kestrel_connection* conn, Method method) 
         m_letGo.get_future().wait_for(std::chrono::seconds(20));
     }
     if (method == REFUSE) {
-        PL_WriteLog(4, 3, 0, 0, "service", 1, "refused");
+        std::int32_t line = 0;
+        std::memcpy(&line, request.data(), sizeof line);
+        PL_WriteLog(4, 3, 0, 0, "service", line, "%s", request.c_str() + sizeof line);
     }
     tern_header_clear(msg);
     if (method != RETURN_MESSAGE && method != RETURN_AND_CLEAR) {

@@ -29,7 +29,7 @@ enum Method : std::uint8_t {
     HOLD = 5,             // answers once the test lets go
     RETURN_MESSAGE = 6,   // the message as it came: the reply refers to the request's memory
     RETURN_AND_CLEAR = 7, // the same, and clears the content behind the send
-    REFUSE = 8,           // logs "refused"
+    REFUSE = 8,           // logs what follows the first word, from the line that this says
 };
 
 // So many bytes that count up.
