@@ -1,6 +1,7 @@
 #include "app.h"
 
 #include <cstdlib>
+#include <sstream>
 
 #include "appcfg/error.h"
 #include "command_table.h"
@@ -62,6 +63,10 @@ private:
     }
 };
 
+Messages MessagesOf(const Streams& streams) {
+    return Messages(streams.err, streams.errTerminal);
+}
+
 void SetRoot(const std::string& root) {
     if (!root.empty() && setenv("KESTREL_ROOT", root.c_str(), 1) != 0) {
         throw std::bad_alloc();
@@ -71,7 +76,7 @@ void SetRoot(const std::string& root) {
 ExitStatus RunShell(const CommandLine& line, const Streams& streams) {
     const auto lines = streams.terminal ? MakePromptSource() : MakeStreamSource(streams.in);
     ExitStatus result = EXIT_DONE;
-    const ExitStatus status = Guarded(streams.err, [&] {
+    const ExitStatus status = Guarded(MessagesOf(streams), [&] {
         Shell shell(line.MakeConnection(), streams, line.arguments.json);
         std::vector<std::string> files;
         for (const std::string& file : line.itemFiles) {
@@ -83,17 +88,18 @@ ExitStatus RunShell(const CommandLine& line, const Streams& streams) {
 }
 
 ExitStatus RunCommand(const CommandLine& line, const Streams& streams) {
-    return Guarded(streams.err, [&] {
-        Session session(line.MakeConnection(), Output(streams.out, streams.outTerminal, false), &streams.in);
+    return Guarded(MessagesOf(streams), [&] {
+        Session session(line.MakeConnection(), Output(streams.out, streams.outTerminal, false),
+                        MessagesOf(streams), &streams.in);
         session.Run(*line.command, line.arguments, false);
     });
 }
 
 } // namespace
 
-ExitStatus Guarded(std::ostream& err, const std::function<void()>& action) {
+ExitStatus Guarded(Messages messages, const std::function<void()>& action) {
     const auto report = [&](const std::exception& error, ExitStatus status) {
-        err << "appcfg: " << error.what() << '\n' << std::flush;
+        messages.Tell(error.what());
         return status;
     };
     try {
@@ -119,16 +125,19 @@ ExitStatus RunApp(const std::vector<std::string>& words, const Streams& streams)
     } catch (const CLI::ParseError& error) {
         const std::vector<std::string> unknown = line.app.remaining();
         if (error.get_name() == "RequiredError" && !unknown.empty()) {
-            streams.err << "appcfg: no command '" << unknown.front() << "'; --help lists them\n";
+            MessagesOf(streams).Tell("no command '" + unknown.front() + "'; --help lists them");
             return EXIT_USAGE;
         }
-        return line.app.exit(error, streams.out, streams.err) == 0 ? EXIT_DONE : EXIT_USAGE;
+        std::ostringstream problem;
+        const int status = line.app.exit(error, streams.out, problem);
+        MessagesOf(streams).Print(problem.str());
+        return status == 0 ? EXIT_DONE : EXIT_USAGE;
     }
     SetRoot(line.root);
     const ExitStatus status = line.shell->parsed() ? RunShell(line, streams) : RunCommand(line, streams);
     streams.out.flush();
     if (status == EXIT_DONE && !streams.out.good()) {
-        streams.err << "appcfg: cannot write standard output\n";
+        MessagesOf(streams).Tell("cannot write standard output");
         return EXIT_REFUSED;
     }
     return status;

@@ -9,16 +9,18 @@
 #include <vector>
 
 #include "exit_status.h"
+#include "output.h"
 
 namespace appcfg::cli {
 
-// `terminal`: a prompt is wanted on standard input. `outTerminal`: people read standard output.
+// `terminal`: a prompt is wanted on standard input. `outTerminal`, `errTerminal`: people read that stream.
 struct Streams {
     std::istream& in;
     std::ostream& out;
     std::ostream& err;
     bool terminal;
     bool outTerminal = false;
+    bool errTerminal = false;
 };
 
 // Runs the words that follow the program's name and returns its exit status. Throws nothing but what a
@@ -26,7 +28,7 @@ struct Streams {
 ExitStatus RunApp(const std::vector<std::string>& words, const Streams& streams);
 
 // Runs the action; an error is reported on one line and becomes the exit status that stands for it.
-ExitStatus Guarded(std::ostream& err, const std::function<void()>& action);
+ExitStatus Guarded(Messages messages, const std::function<void()>& action);
 
 } // namespace appcfg::cli
 

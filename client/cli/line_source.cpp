@@ -1,13 +1,18 @@
 #include "line_source.h"
 
+#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <editline/readline.h>
 #include <langinfo.h>
+#include <unistd.h>
+#include <utility>
 
 #include "command_table.h"
+#include "exit_status.h"
 
 namespace appcfg::cli {
 namespace {
@@ -51,15 +56,60 @@ void UseUtf8() {
     }
 }
 
+constexpr int NO_BYTE = -1;
+
+// The editing library's functions have no context: what is read ahead, and what the line has met.
+int g_ahead = NO_BYTE;
+bool g_isDamaged = false;
+
+int ReadByte() {
+    if (g_ahead != NO_BYTE) {
+        return std::exchange(g_ahead, NO_BYTE);
+    }
+    unsigned char byte = 0;
+    ssize_t got = 0;
+    do {
+        got = read(fileno(rl_instream), &byte, 1);
+    } while (got < 0 && errno == EINTR);
+    return got == 1 ? byte : NO_BYTE;
+}
+
+// Reads one character for the editing library, which by itself leaves out bytes that are no UTF-8, so that a
+// command would run that nobody typed.
+int ReadCharacter(FILE*) {
+    constexpr int REPLACEMENT = 0xFFFD;
+    std::mbstate_t state{};
+    for (bool isFirst = true;; isFirst = false) {
+        const int byte = ReadByte();
+        if (byte == NO_BYTE) {
+            g_isDamaged = g_isDamaged || !isFirst;
+            return byte;
+        }
+        const char next = static_cast<char>(byte);
+        wchar_t character = 0;
+        const size_t taken = std::mbrtowc(&character, &next, 1, &state);
+        if (taken == static_cast<size_t>(-1)) {
+            g_isDamaged = true;
+            g_ahead = isFirst ? NO_BYTE : byte; // what cuts a character off begins the next
+            return REPLACEMENT;
+        }
+        if (taken != static_cast<size_t>(-2)) {
+            return static_cast<int>(character);
+        }
+    }
+}
+
 class PromptSource : public LineSource {
 public:
     PromptSource() {
         UseUtf8();
+        rl_getc_function = ReadCharacter;
         using_history();
         rl_attempted_completion_function = Complete;
     }
 
     bool Next(std::string& line) override {
+        g_isDamaged = false;
         char* text = readline("appcfg> ");
         if (text == nullptr) {
             std::puts("");
@@ -67,6 +117,9 @@ public:
         }
         line = text;
         std::free(text);
+        if (g_isDamaged) {
+            throw UsageError("the line holds bytes that are no UTF-8; it was not run");
+        }
         if (!line.empty()) {
             add_history(line.c_str());
         }

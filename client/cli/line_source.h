@@ -12,7 +12,8 @@ class LineSource {
 public:
     virtual ~LineSource() = default;
 
-    // False at the end of the input.
+    // False at the end of the input. UsageError for a line that did not arrive as it was typed; the next call
+    // goes on behind it.
     virtual bool Next(std::string& line) = 0;
 };
 

@@ -48,6 +48,14 @@ std::string Escaped(std::string_view text, std::string_view kept) {
 
 } // namespace
 
+void Messages::Tell(std::string_view text) {
+    m_stream << "appcfg: " << (m_terminal ? Escaped(text, {}) : std::string(text)) << '\n' << std::flush;
+}
+
+void Messages::Print(std::string_view lines) {
+    m_stream << (m_terminal ? Escaped(lines, "\n") : std::string(lines)) << std::flush;
+}
+
 void Output::Line(std::string_view text, std::string_view kept) {
     if (m_terminal) {
         m_stream << Escaped(text, kept) << '\n';

@@ -9,6 +9,22 @@
 
 namespace appcfg::cli {
 
+// What people are told beside the results, on standard error. On a terminal control characters are shown as
+// \xNN, so that no value, key or path takes it over. Refers to its stream only.
+class Messages {
+public:
+    Messages(std::ostream& stream, bool terminal) : m_stream(stream), m_terminal(terminal) {}
+
+    // One line, behind the program's name.
+    void Tell(std::string_view text);
+    // Lines as they are.
+    void Print(std::string_view lines);
+
+private:
+    std::ostream& m_stream;
+    bool m_terminal;
+};
+
 struct ItemLine {
     std::string handle;
     std::string storage;
@@ -20,7 +36,7 @@ struct ItemLine {
 // other end of a pipe can follow. Owned by the session.
 class Output {
 public:
-    // On a terminal control characters are shown as \xNN, so that no value takes it over.
+    // A terminal is shown control characters as messages show them.
     Output(std::ostream& stream, bool terminal, bool confirms) :
         m_stream(stream), m_terminal(terminal), m_confirms(confirms) {}
 

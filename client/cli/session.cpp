@@ -57,8 +57,8 @@ std::string ReadInput(std::istream& input, bool mayBeEmpty) {
 
 } // namespace
 
-Session::Session(Connection connection, Output output, std::istream* data) :
-    m_output(output), m_data(data), m_connection(std::move(connection)) {}
+Session::Session(Connection connection, Output output, Messages messages, std::istream* data) :
+    m_output(output), m_messages(messages), m_data(data), m_connection(std::move(connection)) {}
 
 void Session::Run(const Command& command, const Arguments& arguments, bool json) {
     m_output.UseJson(json || arguments.json);
@@ -150,7 +150,7 @@ std::optional<std::string> Session::ReadDefault(ItemDescription description) {
 }
 
 // The service accepts every restore of an item that can be written, and keeps the values when it cannot load
-// the default. So the values are compared.
+// the default. So the values are compared, with those of the default where it is known which that is.
 void Session::Restore(const Arguments& arguments) {
     Item item = Target(arguments);
     const std::optional<ItemDescription> description = DescriptionOf(item.GetHandle(), arguments);
@@ -160,6 +160,13 @@ void Session::Restore(const Arguments& arguments) {
     std::optional<std::string> wanted;
     if (description && !description->defaultPath.empty()) {
         wanted = ReadDefault(*description);
+    }
+    if (!description && after == before) {
+        m_messages.Tell(
+            "restore " + item.GetHandle().ToString() +
+            ": the item's values are what they were; without its item file nobody can tell whether "
+            "they are those of the default");
+        return;
     }
     if (wanted ? after != *wanted : after == before) {
         throw Unconfirmed("restore " + item.GetHandle().ToString() +

@@ -19,7 +19,7 @@ class Session {
 public:
     // Connects with the first request, or by Connect. `data`, if not null, is where a raw set reads data that
     // it was not given.
-    Session(Connection connection, Output output, std::istream* data);
+    Session(Connection connection, Output output, Messages messages, std::istream* data);
 
     void Connect() { m_connection.Connect(); }
 
@@ -51,6 +51,7 @@ private:
     void Forget(const Handle& handle);
 
     Output m_output;
+    Messages m_messages;
     std::istream* m_data;
     Connection m_connection;
     std::vector<ItemDescription> m_held; // created here; the service ends them when the connection closes

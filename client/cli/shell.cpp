@@ -12,8 +12,9 @@ ExitStatus Combined(ExitStatus before, ExitStatus now) {
 } // namespace
 
 Shell::Shell(Connection connection, const Streams& streams, bool json) :
-    m_out(streams.out), m_err(streams.err),
-    m_session(std::move(connection), Output(m_out, streams.outTerminal, true), nullptr), m_json(json) {}
+    m_out(streams.out), m_messages(streams.err, streams.errTerminal),
+    m_session(std::move(connection), Output(m_out, streams.outTerminal, true), m_messages, nullptr),
+    m_json(json) {}
 
 ExitStatus Shell::Run(const std::vector<std::string>& itemFiles, LineSource& lines) {
     for (const std::string& file : itemFiles) {
@@ -24,9 +25,8 @@ ExitStatus Shell::Run(const std::vector<std::string>& itemFiles, LineSource& lin
     }
     m_session.Connect();
     ExitStatus result = EXIT_DONE;
-    std::string line;
-    while (!m_session.Quitting() && m_session.OutputGood() && lines.Next(line)) {
-        const ExitStatus status = RunLine(line);
+    ExitStatus status = EXIT_DONE;
+    while (!m_session.Quitting() && m_session.OutputGood() && RunNext(lines, status)) {
         if (status == EXIT_UNREACHABLE) {
             return status;
         }
@@ -35,14 +35,22 @@ ExitStatus Shell::Run(const std::vector<std::string>& itemFiles, LineSource& lin
     return result;
 }
 
-ExitStatus Shell::RunLine(const std::string& line) {
+bool Shell::RunNext(LineSource& lines, ExitStatus& status) {
+    bool found = true;
     std::vector<std::string> words;
-    const ExitStatus status = Guarded(m_err, [&] { words = SplitWords(line); });
-    return status != EXIT_DONE || words.empty() ? status : RunWords(words);
+    status = Guarded(m_messages, [&] {
+        std::string line;
+        found = lines.Next(line);
+        words = SplitWords(line);
+    });
+    if (!words.empty()) {
+        status = RunWords(words);
+    }
+    return found;
 }
 
 ExitStatus Shell::RunWords(const std::vector<std::string>& words) {
-    return Guarded(m_err, [&] {
+    return Guarded(m_messages, [&] {
         const Command* command = FindCommand(words.front());
         if (command == nullptr) {
             throw UsageError("no command '" + words.front() + "'; help lists them");

@@ -27,11 +27,12 @@ public:
 private:
     // Runs one command of the words and yields how it went.
     ExitStatus RunWords(const std::vector<std::string>& words);
-    ExitStatus RunLine(const std::string& line);
+    // Runs the next line; false when there is none.
+    bool RunNext(LineSource& lines, ExitStatus& status);
     void Parse(const Command& command, const std::vector<std::string>& words, Arguments& arguments);
 
     std::ostream& m_out;
-    std::ostream& m_err;
+    Messages m_messages;
     Session m_session;
     bool m_json;
 };

@@ -1,5 +1,7 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <sstream>
 
@@ -10,14 +12,8 @@
 namespace appcfg::cli {
 namespace {
 
-using Support::FragmentPayload;
-using Support::Reply;
-using Support::ReplyTo;
-using Support::RootDirectory;
-using Support::ScriptedPeer;
-using Support::ValuesPayload;
+using namespace Support;
 using testing::HasSubstr;
-using Words = std::vector<std::string>;
 
 // Answers every get alike, and all else with success, but for the item "gone".
 std::string Served(const Reply& request) {
@@ -34,11 +30,12 @@ std::string Served(const Reply& request) {
 
 class TheCommandLine : public testing::Test {
 protected:
-    ExitStatus Run(const Words& words, const std::string& input = {}, bool outTerminal = false) {
+    ExitStatus Run(const std::vector<std::string>& words, const std::string& input = {},
+                   bool onTerminal = false) {
         std::istringstream in(input);
         std::ostringstream out;
         std::ostringstream err;
-        const ExitStatus status = RunApp(words, {in, out, err, false, outTerminal});
+        const ExitStatus status = RunApp(words, {in, out, err, false, onTerminal, onTerminal});
         m_out = out.str();
         m_err = err.str();
         return status;
@@ -48,44 +45,45 @@ protected:
         return m_root.Writes(name + ".json", R"({"handle": "app/)" + name +
                                                  R"(", "storage": "json", "path": "/p", "default": "/d"})");
     }
+    // The content of the last request as text, from an offset to its NUL.
+    std::string Sent(size_t offset) const { return m_service.Requests().back().payload.c_str() + offset; }
 
     RootDirectory m_root;
+    ScriptedPeer m_service{m_root.Of("storage.paas.orb"), Served};
     std::string m_out;
     std::string m_err;
 };
 
-class TheCommandLineAtAService : public TheCommandLine {
-protected:
-    // The content of the last request as text, from an offset to its NUL.
-    std::string Sent(size_t offset) const { return m_service.Requests().back().payload.c_str() + offset; }
-
-    ScriptedPeer m_service{m_root.Of("storage.paas.orb"), Served};
-};
-
-TEST_F(TheCommandLineAtAService, ShowsATerminalNoControlCharacters) {
-    EXPECT_EQ(Run({"get", "app/net", "k"}, "", true), EXIT_DONE);
-    EXPECT_EQ(m_out, R"(\x1b[1m\x7f\x0a\xc2\x9b \x9b \xe0\x82\x9b K)"
-                     "\xC3\xBC \xF0\x9F\x98\x80\n");
-    EXPECT_EQ(Run({"get", "app/net", "k", "--json"}, "", true), EXIT_DONE);
-    EXPECT_THAT(m_out, HasSubstr(R"("\u001b[1m\u007f\n\u009b \ufffd )"));
-    EXPECT_EQ(Run({"get", "app/net", "k", "--json"}), EXIT_DONE);
-    EXPECT_THAT(m_out, HasSubstr("\xC2\x9B \xEF\xBF\xBD "));
-    EXPECT_EQ(Run({"get", "app/net", "k"}), EXIT_DONE);
-    EXPECT_THAT(m_out, HasSubstr("\x1B[1m\x7F\n\xC2\x9B \x9B"));
+TEST_F(TheCommandLine, ShowsATerminalNoControlCharacters) {
+    const struct {
+        std::vector<std::string> words;
+        const char* onTerminal;
+        const char* inPipe;
+    } rows[] = {
+        {{"get", "app/net", "k"},
+         "\\x1b[1m\\x7f\\x0a\\xc2\\x9b \\x9b \\xe0\\x82\\x9b K\xC3\xBC \xF0\x9F\x98\x80\n",
+         "\x1B[1m\x7F\n\xC2\x9B \x9B"},
+        {{"get", "app/net", "k", "--json"}, R"("\u001b[1m\u007f\n\u009b \ufffd )", "\xC2\x9B \xEF\xBF\xBD "},
+        {{"get", "\x1B[1m\n", "k"}, "'\\x1b[1m\\x0a' is no handle", "'\x1B[1m\n' is no"},
+        {{"rekey", "a/b", "--key-file", "/\x1B"}, ": /\\x1b: No such file", ": /\x1B: No such file"},
+        {{"\x1B"}, "no command '\\x1b'", "no command '\x1B'"},
+        {{"get", "a/b", "k", "--\x1B"}, "--\\x1b\nRun with", "--\x1B\nRun with"},
+    };
+    for (const auto& row : rows) {
+        Run(row.words, "", true);
+        EXPECT_THAT(m_out + m_err, HasSubstr(row.onTerminal));
+        Run(row.words);
+        EXPECT_THAT(m_out + m_err, HasSubstr(row.inPipe));
+    }
 }
 
-// Words that the parser has a use of its own for reach the service as they are.
-TEST_F(TheCommandLineAtAService, SendsWordsAndInputAsTheyAre) {
-    EXPECT_EQ(Run({"set", "app/net", "[0]=[1]", "k=a=b", "r[@id=x].l=1", "r[@id='x]=y'][@n]=[@a=b]",
-                   "[@v]=", "a[b=c"}),
-              EXIT_DONE);
-    EXPECT_EQ(Sent(72), "[0]|[1],k|a=b,r[@id=x].l|1,r[@id='x]=y'][@n]|[@a=b],[@v]|,a[b|c");
+TEST_F(TheCommandLine, SendsInputAsItIs) {
     EXPECT_EQ(Run({"raw", "app/net", "set", "k"}, "from input\n"), EXIT_DONE);
     EXPECT_EQ(Sent(72) + Sent(204), "kfrom input\n");
     EXPECT_EQ(Run({"raw", "app/net", "set", "k"}, std::string((16U << 20) + 1, 'x')), EXIT_USAGE);
 }
 
-TEST_F(TheCommandLineAtAService, CreatesWhatAnItemFileSays) {
+TEST_F(TheCommandLine, CreatesWhatAnItemFileSays) {
     const std::string head = R"({"handle": "app/net/3", "path": "/p", "storage": )";
     const std::pair<std::string, std::vector<int>> files[] = {
         {R"("ini", "save": "timing", "backupStrategy": "none"})", {0, 3, 0}},
@@ -101,30 +99,34 @@ TEST_F(TheCommandLineAtAService, CreatesWhatAnItemFileSays) {
     }
 }
 
-TEST_F(TheCommandLineAtAService, EndsAShellWithTheWorstOfItsResults) {
+TEST_F(TheCommandLine, EndsAShellWithTheWorstOfItsResults) {
     const std::string item = WriteItem();
-    EXPECT_EQ(Run({"shell", item}, "get k\n"), EXIT_DONE);
-    EXPECT_EQ(Run({"shell", item}, "use app/gone\nget k\nuse app/net\nget k\n"), EXIT_REFUSED);
-    EXPECT_EQ(Run({"shell", item}, "frobnicate\nget k\n"), EXIT_USAGE);
-    EXPECT_EQ(Run({"shell", item}, "frobnicate\nuse app/gone\nget k\nget 'a\n"), EXIT_REFUSED);
-    EXPECT_EQ(Run({"shell", item}, "raw set k\nget --help\nhelp\n"), EXIT_USAGE);
-    EXPECT_EQ(Run({"shell", m_root.Writes("bad", "{")}), EXIT_USAGE);
-    EXPECT_EQ(Run({"shell", WriteItem("gone")}, "echo not reached\n"), EXIT_REFUSED);
-    EXPECT_EQ(m_out, "");
+    const std::tuple<std::string, const char*, ExitStatus> rows[] = {
+        {item, "get k\n", EXIT_DONE},
+        {item, "use app/gone\nget k\nuse app/net\nget k\n", EXIT_REFUSED},
+        {item, "frobnicate\nget k\n", EXIT_USAGE},
+        {item, "frobnicate\nuse app/gone\nget k\nget 'a\n", EXIT_REFUSED},
+        {item, "raw set k\nget --help\nhelp\n", EXIT_USAGE},
+        {m_root.Writes("bad", "{"), "echo not reached\n", EXIT_USAGE},
+        {WriteItem("gone"), "echo not reached\n", EXIT_REFUSED},
+    };
+    for (const auto& [file, lines, status] : rows) {
+        EXPECT_EQ(Run({"shell", file}, lines), status) << lines;
+        EXPECT_EQ(m_out.find("not reached"), std::string::npos);
+    }
     EXPECT_EQ(Run({"--help"}), EXIT_DONE);
     EXPECT_THAT(m_out, HasSubstr("Exit status: 0 done"));
 }
 
-TEST_F(TheCommandLineAtAService, FailsWhenItsOutputIsLost) {
-    std::istringstream in;
-    std::ostringstream out;
+TEST_F(TheCommandLine, FailsWhenItsOutputIsLost) {
+    std::stringstream lost;
     std::ostringstream err;
-    out.setstate(std::ios::badbit);
-    EXPECT_EQ(RunApp({"get", "app/net", "a"}, {in, out, err, false}), EXIT_REFUSED);
+    lost.setstate(std::ios::badbit);
+    EXPECT_EQ(RunApp({"get", "app/net", "a"}, {lost, lost, err, false}), EXIT_REFUSED);
     EXPECT_THAT(err.str(), HasSubstr("cannot write"));
 }
 
-TEST_F(TheCommandLineAtAService, PrintsOneJsonDocumentALineInAShell) {
+TEST_F(TheCommandLine, PrintsOneJsonDocumentALineInAShell) {
     EXPECT_EQ(Run({"--json", "shell", WriteItem()}, "items\nset a=2\nraw get\necho x\n"), EXIT_DONE);
     EXPECT_EQ(m_out, "{\"done\":\"created app/net/0\"}\n"
                      "[{\"handle\":\"app/net/0\",\"storage\":\"json\",\"path\":\"/p\",\"gone\":false}]\n"
@@ -132,11 +134,40 @@ TEST_F(TheCommandLineAtAService, PrintsOneJsonDocumentALineInAShell) {
 }
 
 TEST_F(TheCommandLine, EndsAShellThatLosesItsConnection) {
-    ScriptedPeer service(m_root.Of("storage.paas.orb"), [](const Reply& request) {
+    const ScriptedPeer service(m_root.Of("storage.paas.orb"), [](const Reply& request) {
         return request.header.uri == 0 ? ReplyTo(request, 200) : ""; // hangs up at the first get
     });
     EXPECT_EQ(Run({"shell", WriteItem()}, "get a\necho not reached\n"), EXIT_UNREACHABLE);
     EXPECT_EQ(m_out, "created app/net/0\n");
+}
+
+// A terminal in the place of standard input and output; the lines wait in it.
+TEST_F(TheCommandLine, RunsNoLineOfAPromptThatIsNoUtf8) {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    unlockpt(terminal);
+    const int line = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const int former[] = {dup(STDIN_FILENO), dup(STDOUT_FILENO)};
+    dup2(line, STDIN_FILENO);
+    dup2(line, STDOUT_FILENO);
+    const std::string typed =
+        "set a=K\xC3\xBC\nset a=\xC3\nset a=\xFFx\nset a=\xF0\x9F\x98z\nset a=z\nquit\n";
+    EXPECT_EQ(write(terminal, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+    std::ostringstream out;
+    std::ostringstream err;
+    EXPECT_EQ(RunApp({"shell", WriteItem()}, {std::cin, out, err, true}), EXIT_USAGE);
+    std::fflush(stdout);
+    dup2(former[0], STDIN_FILENO);
+    dup2(former[1], STDOUT_FILENO);
+    for (const int fd : {former[0], former[1], line, terminal}) {
+        close(fd);
+    }
+    std::string sent;
+    for (const Reply& request : m_service.Requests()) {
+        sent += request.header.method == 3 ? request.payload.c_str() + 72 : "";
+    }
+    EXPECT_EQ(sent, "a|K\xC3\xBC"
+                    "a|z");
+    EXPECT_THAT(err.str(), HasSubstr("bytes that are no UTF-8; it was not run\n"));
 }
 
 } // namespace

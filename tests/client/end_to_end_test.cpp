@@ -1,9 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sstream>
-
-#include "app.h"
 #include "appcfg/connection.h"
 #include "appcfg/error.h"
 #include "support/page.h"
@@ -39,7 +36,7 @@ protected:
     }
 };
 
-TEST_F(AClientOfTheService, WorksOnAnItemFromItsDefaultToItsEnd) {
+TEST_F(AClientOfTheService, CarriesTheLongestQueryAndALargeFragment) {
     Connection connection;
     auto item = connection.Create(Described());
     EXPECT_EQ(item.GetInt("mtu"), 1500);
@@ -49,12 +46,6 @@ TEST_F(AClientOfTheService, WorksOnAnItemFromItsDefaultToItsEnd) {
     const std::string large(5U << 20, 'r');
     item.SetRaw("hostname", large);
     EXPECT_EQ(item.Get("hostname"), large);
-    item.Restore();
-    EXPECT_EQ(item.GetRaw("hostname"), "device");
-    EncryptionKey key;
-    key.key.fill(0x5A);
-    item.ChangeKey(key);
-    EXPECT_EQ(Text("net.json").size() % 16, 0U);
     item.Delete();
     EXPECT_TRUE(IsGone(item));
 }
@@ -74,25 +65,6 @@ TEST_F(AClientOfTheService, SharesItsItemsAndTakesThemAlong) {
     holder.reset();
     EXPECT_TRUE(Support::Eventually([&] { return IsGone(first); }));
     EXPECT_NE(Text("first.json").find("9000"), std::string::npos);
-}
-
-TEST_F(AClientOfTheService, SeesInAShellWhatAReplyDoesNotSay) {
-    const std::string item =
-        Writes("item", R"({"handle": "app/a.net", "storage": "json", "path": ")" + Path("net.json") +
-                           R"(", "backup": ")" + Path("net.bak") + R"(", "default": ")" +
-                           Writes("net.default", DEFAULT_TEXT) + "\"}");
-    std::ostringstream out;
-    const auto runs = [&](const std::string& lines) {
-        std::istringstream in(lines);
-        out.str("");
-        return cli::RunApp({"shell", item}, {in, out, out, false});
-    };
-    EXPECT_EQ(runs("set mtu=9\nrestore\nget mtu\nrestore\n"), cli::EXIT_DONE) << out.str();
-    Writes("net.default", "{");
-    EXPECT_EQ(runs("restore\n"), cli::EXIT_REFUSED) << "only the files are those of a broken default";
-    Writes("net.default", DEFAULT_TEXT);
-    EXPECT_EQ(runs("use app.a/net\ndelete\nitems\n"), cli::EXIT_DONE); // the same item by another name
-    EXPECT_THAT(out.str(), testing::HasSubstr("net.json (gone)\n"));
 }
 
 // What the page shows is what the library sends and understands, and what the service answers.
