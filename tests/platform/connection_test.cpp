@@ -1,4 +1,5 @@
 #include <cstring>
+#include <list>
 
 #include "test_service.h"
 
@@ -24,7 +25,7 @@ protected:
 };
 
 // Kind and reply bit reach the service as they come.
-TEST_F(AConnection, AnswersAFrameThatArrivesByteByByte) {
+TEST_F(AConnection, AnswersWithTheHeaderOfTheRequest) {
     for (const std::string& payload : {std::string(), std::string("hello")}) {
         TestClient client;
         std::string frame = Frame(ECHO | 0x80, payload, 77);
@@ -34,35 +35,42 @@ TEST_F(AConnection, AnswersAFrameThatArrivesByteByByte) {
         }
         const std::optional<Reply> reply = client.Receives();
         ASSERT_TRUE(reply);
-        const tern_header expected{0x4E54, 0, 0x80 | ECHO, 1, 200, 77, reply->header.length};
+        const auto length = static_cast<std::uint32_t>(payload.size());
+        const tern_header expected{0x4E54, 0, 0x80 | ECHO, 1, 200, 77, length + 8};
         EXPECT_EQ(std::memcmp(&reply->header, &expected, sizeof expected), 0);
-        EXPECT_EQ(reply->header.length, payload.size() + 8);
         EXPECT_EQ(reply->payload, payload);
         EXPECT_EQ(reply->pieces, payload.empty() ? 0U : 1U);
-        EXPECT_EQ(reply->firstLength, payload.size());
+        EXPECT_EQ(reply->firstLength, length);
     }
 }
 
-// Each size meets each other one before and behind it, in one stream, cut at every kind of place.
+// Each size meets each other one before and behind it, in one stream, cut at every kind of place. Replies of
+// all kinds wait before the first is read: they refer to their request or to the message's pool, in few
+// pieces and in more than one call takes.
 TEST_F(AConnection, AnswersPipelinedFramesOfMixedSizesInOrder) {
-    const std::size_t sizes[] = {0, 1, 7, 8, 24, 100, 12360, 16359, 16360, 16361, 40000, 0, 0, 0, 3};
+    const std::size_t sizes[] = {0, 1, 7, 8, 24, 100, 1023, 1024, 12360, 16359, 16360, 16361, 40000, 0, 0, 3};
     std::vector<std::string> payloads;
     std::string stream;
+    const auto adds = [&](Method method, const std::string& request, const std::string& reply) {
+        stream += Frame(method, request, static_cast<std::uint32_t>(payloads.size()));
+        payloads.push_back(reply);
+    };
     for (const std::size_t first : sizes) {
         for (const std::size_t second : sizes) {
-            for (const auto& [method, size] : {std::pair(ECHO, first), std::pair(RETURN_MESSAGE, second)}) {
-                stream += Frame(method, Pattern(size), static_cast<std::uint32_t>(payloads.size()));
-                payloads.push_back(Pattern(size));
-            }
+            adds(ECHO, Pattern(first), Pattern(first));
+            adds(RETURN_MESSAGE, Pattern(second), Pattern(second));
+            adds(GIVE, Bytes(3000) + Bytes(1), Pattern(3000));
+            adds(RETURN_AND_CLEAR, Pattern(first), Pattern(first));
         }
     }
     TestClient client;
     std::thread writer([&] { EXPECT_TRUE(client.Sends(stream)); });
+    EXPECT_TRUE(Eventually([this] { return m_served > 120; })); // more of replies than a socket takes
     for (std::size_t i = 0; i < payloads.size() && !HasFailure(); ++i) {
         ExpectNext(client, i, payloads[i]);
     }
+    client.ShutDownWriting();
     writer.join();
-    EXPECT_EQ(m_misaligned, 0);
 }
 
 TEST_F(AConnection, IsPausedWhenItsClientDoesNotReadWhileOthersAreServed) {
@@ -96,40 +104,16 @@ TEST_F(AConnection, IsPausedWhenItsClientDoesNotReadWhileOthersAreServed) {
     EXPECT_TRUE(slow.Asks(ECHO, "again"));
 }
 
-// Replies that refer to their request or to the message's pool, in few pieces and in more than one call
-// takes.
-TEST_F(AConnection, KeepsTheOrderOfWaitingRepliesOfAllKinds) {
-    TestClient client;
-    std::vector<std::string> payloads;
-    std::string stream;
-    const Method methods[] = {ECHO, GIVE, RETURN_MESSAGE, RETURN_AND_CLEAR};
-    const std::uint32_t lengths[] = {10, 1023, 1024, 3000};
-    for (std::uint32_t i = 0; i < 400; ++i) {
-        const std::uint32_t given = lengths[i / 4 % 4];
-        const std::uint32_t piece = i % 4 == 1 ? 1 : given;
-        const std::string request = Bytes(given) + Bytes(piece) + std::string(i % 16 < 8 ? 0 : 2000, 'p');
-        stream += Frame(methods[i % 4], request, i);
-        payloads.push_back(methods[i % 4] == GIVE ? Pattern(given) : request);
-    }
-    ASSERT_TRUE(client.Sends(stream));
-    for (std::size_t i = 0; i < payloads.size() && !HasFailure(); ++i) {
-        ExpectNext(client, i, payloads[i]);
-    }
-}
-
 TEST_F(AConnection, ThatIsHalfClosedStillGetsItsReplies) {
     TestClient client;
-    for (std::uint32_t i = 0; i < 5; ++i) {
-        ASSERT_TRUE(client.Sends(Frame(GIVE, Bytes(300'000), i)));
-    }
-    ASSERT_TRUE(client.Sends(Frame(ECHO, "cut off").substr(0, 28)));
+    ASSERT_TRUE(client.Sends(Frame(GIVE, Bytes(900'000)) + Frame(ECHO, "cut off").substr(0, 28)));
     client.ShutDownWriting();
-    for (std::uint32_t i = 0; i < 5; ++i) {
-        ExpectNext(client, i, Pattern(300'000));
+    for (int turn = 0; turn < 3; ++turn) { // in which the service meets the end
+        EXPECT_TRUE(TestClient().Asks(ECHO));
     }
+    ExpectNext(client, 0, Pattern(900'000));
     EXPECT_TRUE(client.MeetsEnd());
-    EXPECT_TRUE(HasClosed(1));
-    EXPECT_EQ(m_opened, 1);
+    EXPECT_TRUE(HasClosed(4));
 }
 
 TEST_F(AConnection, WhosePeerIsGoneWithRepliesWaitingOrToComeIsClosedAfterTheCallback) {
@@ -139,12 +123,10 @@ TEST_F(AConnection, WhosePeerIsGoneWithRepliesWaitingOrToComeIsClosedAfterTheCal
         ASSERT_TRUE(waiting.Sends(Frame(GIVE, Bytes(4 * MEBIBYTE)) + Frame(GIVE, Bytes(4 * MEBIBYTE))));
         ASSERT_TRUE(Eventually([this] { return m_served > 0; }));
         ASSERT_TRUE(client.Sends(Frame(HOLD) + Frame(ECHO, "behind it")));
-        ASSERT_TRUE(Holds());
+        ASSERT_TRUE(Eventually([this] { return m_holds.load(); }));
     }
     m_letGo.set_value();
     EXPECT_TRUE(HasClosed(2));
-    EXPECT_EQ(m_closedInsideMessage, 0);
-    EXPECT_EQ(m_closedWithoutDescriptor, 0);
     EXPECT_TRUE(TestClient().Asks(ECHO, "others go on"));
 }
 
@@ -153,10 +135,10 @@ TEST_F(AConnection, WhosePeerIsGoneWithRepliesWaitingOrToComeIsClosedAfterTheCal
 TEST_F(AConnection, ThatStandsStillIsClosedWhenAllHoldTooMuch) {
     TestClient honest;
     int closed = 0;
-    int told = 0;
+    std::size_t told = 0;
     for (const std::string& sent : {Frame(ECHO, std::string(16 * MEBIBYTE, 'p')).substr(0, 15 * MEBIBYTE),
                                     Frame(GIVE, Bytes(15 * MEBIBYTE))}) {
-        std::vector<TestClient> clients(12); // of which a loop holds eight
+        std::list<TestClient> clients(12); // of which a loop holds eight
         for (TestClient& client : clients) {
             client.Sends(sent);
         }
@@ -166,41 +148,22 @@ TEST_F(AConnection, ThatStandsStillIsClosedWhenAllHoldTooMuch) {
             ExpectNext(honest, 0, Pattern(length));
         }
         EXPECT_LE(m_closed, closed + 5);
-        told += m_closed - closed;
-        EXPECT_EQ(m_log.Count("all together too many"), static_cast<std::size_t>(told));
+        told += static_cast<std::size_t>(m_closed - closed);
+        EXPECT_EQ(m_log.Count("all together too many"), told);
         clients.clear();
         closed += 12;
         EXPECT_TRUE(HasClosed(closed)); // all is given back
     }
 }
 
-TEST_F(AConnection, IsClosedWhenAServiceThrowsInsteadOfAnswering) {
-    TestClient client;
-    ASSERT_TRUE(client.Asks(ANSWER_AND_THROW));
-    ASSERT_TRUE(client.Sends(Frame(THROW)));
-    EXPECT_TRUE(client.MeetsEnd());
-    EXPECT_EQ(m_log.Count("thrown after the reply"), 1U);
-    EXPECT_EQ(m_log.Count("thrown by the service"), 1U);
-    EXPECT_TRUE(TestClient().Asks(ECHO, "others go on"));
-}
-
 TEST_F(AConnection, IsClosedWithOneLineByABadFrame) {
-    const std::pair<std::uint16_t, std::uint32_t> magicsAndLengths[] = {
-        {0x544E, 8}, {0x4E54, 0}, {0x4E54, 7}, {0x4E54, 16 * MEBIBYTE + 9}, {0x4E54, 0xFFFFFFF8}};
     TestClient good;
-    int closed = 0;
-    for (const auto& [magic, length] : magicsAndLengths) {
-        const tern_header header{magic, 0, ECHO, 1, 0, 0, length};
-        TestClient bad;
-        ASSERT_TRUE(bad.Sends(Frame(ECHO, "in front")));
-        ASSERT_TRUE(bad.Sends(std::string(reinterpret_cast<const char*>(&header), sizeof header)));
-        ExpectNext(bad, 0, "in front");
-        EXPECT_TRUE(bad.MeetsEnd());
-        EXPECT_TRUE(HasClosed(++closed));
-        EXPECT_TRUE(good.Asks(ECHO, "others go on"));
-        EXPECT_EQ(m_log.Count("bad frame"), static_cast<std::size_t>(closed));
-        EXPECT_EQ(m_log.Of().size(), static_cast<std::size_t>(closed));
-    }
+    TestClient bad;
+    ASSERT_TRUE(bad.Sends(Frame(ECHO, "in front") + std::string(16, '\0')));
+    ExpectNext(bad, 0, "in front");
+    EXPECT_TRUE(bad.MeetsEnd());
+    EXPECT_TRUE(good.Asks(ECHO, "others go on"));
+    EXPECT_EQ(m_log.Of(), (Lines{"3 connection fd[N]: bad frame, magic 0x0000, length 0, closed"}));
 }
 
 } // namespace PlatformTest

@@ -14,7 +14,13 @@ protected:
         ::getrlimit(RLIMIT_NOFILE, &m_former);
         Runs();
         SetLimit(120);
-        FillsUp();
+        // Clients come until one of them is not accepted; that one is the last.
+        while (!HasPaused() || m_opened == static_cast<int>(m_clients.size())) {
+            m_clients.emplace_back();
+            EXPECT_TRUE(m_clients.back().Sends(Frame(ECHO, "waiting")));
+            const auto come = static_cast<int>(m_clients.size());
+            EXPECT_TRUE(Eventually([&] { return m_opened == come || HasPaused(); }));
+        }
     }
     ~AShortage() override { SetLimit(m_former.rlim_cur); }
 
@@ -22,35 +28,18 @@ protected:
         const rlimit changed{limit, m_former.rlim_max};
         ::setrlimit(RLIMIT_NOFILE, &changed);
     }
-
     bool HasPaused() { return m_log.Count("accepting pauses") > 0; }
-
-    // Clients come until one of them is not accepted; that one is the last.
-    void FillsUp() {
-        while (!HasPaused() || m_opened == static_cast<int>(m_clients.size())) {
-            m_clients.emplace_back();
-            ASSERT_TRUE(m_clients.back().Sends(Frame(ECHO, "waiting")));
-            const auto accepted = static_cast<int>(m_clients.size());
-            ASSERT_TRUE(Eventually([&] { return m_opened == accepted || HasPaused(); }));
-        }
-    }
 
     rlimit m_former{};
     std::list<TestClient> m_clients;
 };
 
-TEST_F(AShortage, LeavesTheServiceDescriptorsOfItsOwn) {
-    std::vector<int> files;
-    for (int fd = 0; (fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
-        files.push_back(fd);
+TEST_F(AShortage, LeavesTheServiceSomeAndAcceptsAgainWhenAConnectionCloses) {
+    std::list<TestClient> files;
+    while (files.emplace_back(::open("/dev/null", O_RDONLY | O_CLOEXEC)).IsConnected()) {
     }
-    EXPECT_GE(files.size(), 20U); // the reserve of this limit is 30; the clients here take from it too
-    for (const int fd : files) {
-        ::close(fd);
-    }
-}
-
-TEST_F(AShortage, AcceptsAgainWhenAConnectionCloses) {
+    EXPECT_GT(files.size(), 20U); // the reserve of this limit is 30; the clients here take from it too
+    files.clear();
     const int accepted = m_opened;
     ASSERT_TRUE(m_clients.front().Receives());
     EXPECT_TRUE(m_clients.front().Asks(ECHO, "those inside are served"));

@@ -3,11 +3,8 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
 
 #include "kestrel/kestrel.h"
 
@@ -31,14 +28,13 @@ int TellWhatIsMissing() {
     struct sigaction action {};
     rlimit limit{};
     pthread_attr_t attributes;
-    std::size_t stack = SIZE_MAX;
+    size_t stack = SIZE_MAX;
     ::sigaction(SIGPIPE, nullptr, &action);
     ::getrlimit(RLIMIT_NOFILE, &limit);
     ::pthread_getattr_default_np(&attributes);
     ::pthread_attr_getstacksize(&attributes, &stack);
-    ::pthread_attr_destroy(&attributes);
     return (action.sa_handler == SIG_IGN ? 0 : 1) |
            (limit.rlim_cur == std::min<rlim_t>(limit.rlim_max, 1024) ? 0 : 2) |
-           (stack <= std::size_t{2} << 20 ? 0 : 4) | (::fcntl(STDIN_FILENO, F_GETFD) == 0 ? 0 : 8);
+           (stack <= size_t{2} << 20 ? 0 : 4) | (::fcntl(STDIN_FILENO, F_GETFD) == 0 ? 0 : 8);
 }
 }

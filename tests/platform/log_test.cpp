@@ -32,7 +32,8 @@ Tally Count(const std::string& log, const std::string& end) {
     Tally tally;
     std::istringstream lines(log);
     for (std::string line; std::getline(lines, line);) {
-        EXPECT_EQ(line.compare(0, 2, "20"), 0) << "begins without its time: " << line;
+        EXPECT_EQ(line.find("Z "), 23U) << "does not begin with its time: " << line;
+        EXPECT_EQ(line.rfind("Z "), 23U) << "two lines in one: " << line;
         const std::size_t behind = std::min(line.find(" more lines were"), line.find(" lines were dropped"));
         if (behind != std::string::npos) {
             tally.dropped += std::stoi(line.substr(line.rfind(' ', behind - 1)));

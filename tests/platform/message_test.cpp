@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <cstring>
 #include <string_view>
 #include <thread>
@@ -29,10 +28,8 @@ protected:
         return ends;
     }
 
-    void Adds(const std::string& bytes) {
-        auto* copy = static_cast<char*>(pcalloc(m_msg->pool, bytes.size()));
-        std::memcpy(copy, bytes.data(), bytes.size());
-        ASSERT_EQ(tern_content_add(m_msg, copy, static_cast<std::uint32_t>(bytes.size()), 0), 0);
+    bool Adds(const void* data, std::size_t length) {
+        return tern_content_add(m_msg, data, static_cast<std::uint32_t>(length), 0) == 0;
     }
     int Receives() { return tern_message_recvfd(m_msg, m_end.Fd()); }
     std::string Payload() const {
@@ -53,15 +50,20 @@ protected:
     TestClient m_end{m_ends[1]};
 };
 
-using APool = AMessage;
-using AReceivedMessage = AMessage;
-
-TEST_F(AReceivedMessage, ShowsItsContentAndAddedPiecesAsOneSection) {
+TEST_F(AMessage, ShowsRangesOfReceivedContentAndAddedPiecesAndNoOther) {
     m_peer.Sends(Frame(0x83, "came", 99));
     ASSERT_EQ(Receives(), 0);
-    Adds("/a/path");
+    EXPECT_EQ(Section(0, 12), Bytes(1) + Bytes(4) + "came");
+    EXPECT_TRUE(Adds("/a/path", 7));
     EXPECT_EQ(Section(0, 19), Bytes(2) + Bytes(4) + "came/a/path");
-    Adds("more");
+    EXPECT_EQ(Section(18, 1), "h");
+    EXPECT_EQ(Section(19, 0), "");
+    const std::pair<std::uint32_t, std::uint32_t> outside[] = {
+        {19, 1}, {0, 20}, {20, 0}, {8, UINT32_MAX - 7}, {UINT32_MAX, 2}};
+    for (const auto& [offset, length] : outside) {
+        EXPECT_EQ(Section(offset, length), "none") << offset << " " << length;
+    }
+    EXPECT_TRUE(Adds("more", 4));
     EXPECT_EQ(Payload(), "came/a/pathmore");
     tern_content_clear(m_msg);
     EXPECT_EQ(Payload(), "none");
@@ -76,33 +78,17 @@ TEST_F(AReceivedMessage, ShowsItsContentAndAddedPiecesAsOneSection) {
 
 TEST_F(AMessage, RefusesAPayloadBeyondTheLargest) {
     const std::string half(8U << 20, 'h');
-    const auto adds = [&](std::uint32_t length) {
-        return tern_content_add(m_msg, half.data(), length, 0) == 0;
-    };
-    EXPECT_TRUE(adds(8U << 20));
-    EXPECT_FALSE(adds((8U << 20) + 1));
-    EXPECT_FALSE(adds(UINT32_MAX));
-    EXPECT_TRUE(adds(8U << 20));
-    EXPECT_FALSE(adds(1));
-    EXPECT_NE(tern_content_add(m_msg, nullptr, 1, 0), 0);
+    EXPECT_TRUE(Adds(half.data(), half.size()));
+    EXPECT_FALSE(Adds(half.data(), half.size() + 1));
+    EXPECT_FALSE(Adds(half.data(), UINT32_MAX));
+    EXPECT_TRUE(Adds(half.data(), half.size()));
+    EXPECT_FALSE(Adds(half.data(), 1));
+    EXPECT_FALSE(Adds(nullptr, 1));
     EXPECT_EQ(Payload().size(), 16U << 20);
 }
 
-TEST_F(AReceivedMessage, YieldsRangesOfItsSectionAndNoOther) {
-    m_peer.Sends(Frame(2, "0123456789"));
-    ASSERT_EQ(Receives(), 0);
-    EXPECT_EQ(Section(0, 18), Bytes(1) + Bytes(10) + "0123456789");
-    EXPECT_EQ(Section(17, 1), "9");
-    EXPECT_EQ(Section(18, 0), "");
-    const std::pair<std::uint32_t, std::uint32_t> outside[] = {
-        {18, 1}, {0, 19}, {19, 0}, {8, UINT32_MAX - 7}, {UINT32_MAX, 2}};
-    for (const auto& [offset, length] : outside) {
-        EXPECT_EQ(Section(offset, length), "none") << offset << " " << length;
-    }
-}
-
-TEST_F(AReceivedMessage, ReplacesHeaderAndContentUndisturbedBySignals) {
-    Adds("what was here before");
+TEST_F(AMessage, IsReplacedByWhatItReceivesUndisturbedBySignals) {
+    EXPECT_TRUE(Adds("what was here before", 20));
     void* memory = pcalloc(m_msg->pool, 100);
     tern_header* header = m_msg->header;
     struct sigaction action {};
@@ -127,7 +113,7 @@ TEST_F(AReceivedMessage, ReplacesHeaderAndContentUndisturbedBySignals) {
     std::memset(memory, 1, 100); // the pool lives as long as the message
 }
 
-TEST_F(AReceivedMessage, FailsOnBadAndCutFrames) {
+TEST_F(AMessage, IsNotReceivedFromBadAndCutFrames) {
     const std::pair<std::uint16_t, std::uint32_t> magicsAndLengths[] = {
         {0x544E, 9}, {0x4E54, 7}, {0x4E54, (16U << 20) + 9}};
     for (const auto& [magic, length] : magicsAndLengths) {
@@ -145,11 +131,11 @@ TEST_F(AReceivedMessage, FailsOnBadAndCutFrames) {
 }
 
 TEST_F(AMessage, CrossesASocketWholeWithMorePiecesThanOneCallTakes) {
+    static const char DIGITS[] = "0123456789";
     std::string expected;
     for (int i = 0; i < 400'000; ++i) {
-        static const char DIGITS[] = "0123456789";
         expected += DIGITS[i % 10];
-        ASSERT_EQ(tern_content_add(m_msg, &DIGITS[i % 10], 1, 0), 0);
+        ASSERT_TRUE(Adds(&DIGITS[i % 10], 1));
     }
     m_msg->header->sequence = 5;
     std::thread sender([this] { EXPECT_GE(tern_message_sendfd(m_msg, m_end.Fd()), 0); });
@@ -161,7 +147,7 @@ TEST_F(AMessage, CrossesASocketWholeWithMorePiecesThanOneCallTakes) {
     EXPECT_TRUE(received->payload == expected);
 }
 
-TEST_F(APool, GivesZeroedAlignedMemoryOfEverySize) {
+TEST_F(AMessage, HasAPoolOfZeroedAlignedMemoryOfEverySize) {
     std::vector<std::string_view> given;
     for (std::size_t size = 0; size < 6000; size += size < 40 ? 1 : 97) {
         auto* memory = static_cast<char*>(pcalloc(m_msg->pool, size));

@@ -1,9 +1,8 @@
 #include "test_service.h"
 
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <numeric>
 #include <stdexcept>
 
@@ -39,6 +38,9 @@ std::string Pattern(std::size_t length) {
 AServer::~AServer() {
     Stops();
     kestrel_event_mgr_free(m_mgr);
+    EXPECT_EQ(m_closedInMessage, 0);
+    EXPECT_EQ(m_closedLate, 0);
+    EXPECT_EQ(m_misaligned, 0);
 }
 
 int AServer::Registers(const std::string& name) {
@@ -67,38 +69,29 @@ int AServer::Start(kestrel_server* server, void*) {
                                                       [](kestrel_connection*) { ++g_test->m_writable; }};
     server->protocol_ops = &PROTOCOL;
     server->connection_ops = &CONNECTION;
-    if (g_test->m_askedBuffer != 0) {
-        std::uint32_t words[3] = {0, 0, g_test->m_askedBuffer};
-        EXPECT_EQ(kestrel_ioctl(server->fd, 0x400C0200, words), 0);
-        EXPECT_EQ(kestrel_ioctl(server->fd, 0x400C0201, words), 0);
-    }
-    return g_test->m_startResult;
+    g_test->m_fd = server->fd;
+    return 0;
 }
 
 void AServer::Opened(kestrel_connection* conn) {
-    int size = 0;
-    socklen_t length = sizeof size;
-    ::getsockopt(conn->fd, SOL_SOCKET, SO_SNDBUF, &size, &length);
-    g_test->m_sendBuffer = size;
+    g_test->m_fd = conn->fd;
     ++g_test->m_opened;
 }
 
 void AServer::Closed(kestrel_connection* conn) {
     AServer& test = *g_test;
     std::int32_t pid = 0;
-    const bool open = kestrel_ioctl(conn->fd, 0x80040305, &pid) == 0 && pid == ::getpid();
-    test.m_closedWithoutDescriptor += open ? 0 : 1;
-    test.m_closedInsideMessage += test.m_inMessage ? 1 : 0;
+    const bool isOpen = kestrel_ioctl(conn->fd, 0x80040305, &pid) == 0 && pid == ::getpid();
+    test.m_closedLate += isOpen ? 0 : 1;
+    test.m_closedInMessage += test.m_inMessage ? 1 : 0;
     test.m_closedWhileListening += test.m_stopping && TestClient().IsConnected() ? 1 : 0;
     ++test.m_closed;
 }
 
 void AServer::Message(tern_message* msg, kestrel_connection* conn) {
-    struct Inside {
-        Inside() { g_test->m_inMessage = true; }
-        ~Inside() { g_test->m_inMessage = false; }
-    } inside;
     ++g_test->m_served;
+    g_test->m_inMessage = true;
+    const std::shared_ptr<void> atEnd(nullptr, [](void*) { g_test->m_inMessage = false; });
     g_test->Serve(msg, conn, static_cast<Method>(msg->header->method & 0x7F));
 }
 
@@ -112,7 +105,7 @@ void AServer::Serve(tern_message* msg, kestrel_connection* conn, Method method) 
         throw std::runtime_error("thrown by the service");
     }
     if (method == HOLD) {
-        m_holding = true;
+        m_holds = true;
         m_letGo.get_future().wait_for(std::chrono::seconds(20));
     }
     if (method == REFUSE) {
