@@ -86,15 +86,15 @@ TEST_F(TheCommandLine, SendsInputAsItIs) {
 TEST_F(TheCommandLine, CreatesWhatAnItemFileSays) {
     const std::string head = R"({"handle": "app/net/3", "path": "/p", "storage": )";
     const std::pair<std::string, std::vector<int>> files[] = {
-        {R"("ini", "save": "timing", "backupStrategy": "none"})", {0, 3, 0}},
-        {R"("xml", "save": "delay", "backupStrategy": "timing"})", {1, 2, 3}},
-        {R"("json", "save": "none", "backupStrategy": "delay"})", {3, 0, 2}},
-        {R"("json"})", {3, 1, 1}},
+        {R"("ini", "save": "timing", "backupStrategy": "none"})", {3, 0, 3, 0}},
+        {R"("xml", "save": "delay", "backupStrategy": "timing"})", {3, 1, 2, 3}},
+        {R"("json", "save": "none", "backupStrategy": "delay"})", {3, 3, 0, 2}},
+        {R"("json"})", {3, 3, 1, 1}},
     };
     for (const auto& [rest, numbers] : files) {
         EXPECT_EQ(Run({"shell", m_root.Writes("item", head + rest)}), EXIT_DONE);
         const std::string record = m_service.Requests().back().payload;
-        EXPECT_EQ((std::vector<int>{record[72], record[80], record[84]}), numbers) << rest;
+        EXPECT_EQ((std::vector<int>{record[64], record[72], record[80], record[84]}), numbers) << rest;
         EXPECT_EQ(Sent(88) + Sent(344) + Sent(600), "/p");
     }
 }
@@ -124,13 +124,6 @@ TEST_F(TheCommandLine, FailsWhenItsOutputIsLost) {
     lost.setstate(std::ios::badbit);
     EXPECT_EQ(RunApp({"get", "app/net", "a"}, {lost, lost, err, false}), EXIT_REFUSED);
     EXPECT_THAT(err.str(), HasSubstr("cannot write"));
-}
-
-TEST_F(TheCommandLine, PrintsOneJsonDocumentALineInAShell) {
-    EXPECT_EQ(Run({"--json", "shell", WriteItem()}, "items\nset a=2\nraw get\necho x\n"), EXIT_DONE);
-    EXPECT_EQ(m_out, "{\"done\":\"created app/net/0\"}\n"
-                     "[{\"handle\":\"app/net/0\",\"storage\":\"json\",\"path\":\"/p\",\"gone\":false}]\n"
-                     "{\"done\":\"set 1 value\"}\n\"<all/>\"\n\"x\"\n");
 }
 
 TEST_F(TheCommandLine, EndsAShellThatLosesItsConnection) {
