@@ -136,31 +136,25 @@ TEST_F(TheCommandLine, EndsAShellThatLosesItsConnection) {
 
 // A terminal in the place of standard input and output; the lines wait in it.
 TEST_F(TheCommandLine, RunsNoLineOfAPromptThatIsNoUtf8) {
-    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    unlockpt(terminal);
-    const int line = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    const int former[] = {dup(STDIN_FILENO), dup(STDOUT_FILENO)};
-    dup2(line, STDIN_FILENO);
-    dup2(line, STDOUT_FILENO);
+    TestClient terminal(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+    unlockpt(terminal.Fd());
+    const TestClient line(open(ptsname(terminal.Fd()), O_RDWR | O_NOCTTY | O_CLOEXEC));
     const std::string typed =
         "set a=K\xC3\xBC\nset a=\xC3\nset a=\xFFx\nset a=\xF0\x9F\x98z\nset a=z\nquit\n";
-    EXPECT_EQ(write(terminal, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
-    std::ostringstream out;
-    std::ostringstream err;
-    EXPECT_EQ(RunApp({"shell", WriteItem()}, {std::cin, out, err, true}), EXIT_USAGE);
+    EXPECT_EQ(write(terminal.Fd(), typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+    const TestClient formerIn(dup(STDIN_FILENO));
+    const TestClient formerOut(dup(STDOUT_FILENO));
+    dup2(line.Fd(), STDIN_FILENO);
+    dup2(line.Fd(), STDOUT_FILENO);
+    std::stringstream out;
+    EXPECT_EQ(RunApp({"shell", WriteItem()}, {out, out, out, true}), EXIT_USAGE);
     std::fflush(stdout);
-    dup2(former[0], STDIN_FILENO);
-    dup2(former[1], STDOUT_FILENO);
-    for (const int fd : {former[0], former[1], line, terminal}) {
-        close(fd);
-    }
-    std::string sent;
-    for (const Reply& request : m_service.Requests()) {
-        sent += request.header.method == 3 ? request.payload.c_str() + 72 : "";
-    }
-    EXPECT_EQ(sent, "a|K\xC3\xBC"
-                    "a|z");
-    EXPECT_THAT(err.str(), HasSubstr("bytes that are no UTF-8; it was not run\n"));
+    dup2(formerIn.Fd(), STDIN_FILENO);
+    dup2(formerOut.Fd(), STDOUT_FILENO);
+    const std::string refused = "appcfg: the line holds bytes that are no UTF-8; it was not run\n";
+    EXPECT_EQ(out.str(), "created app/net/0\nset 1 value\n" + refused + refused + refused + "set 1 value\n");
+    EXPECT_EQ(m_service.Requests().size(), 3U);
+    EXPECT_EQ(Sent(72), "a|z");
 }
 
 } // namespace

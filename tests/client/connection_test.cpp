@@ -139,10 +139,9 @@ TEST(AStoppedService, IsGivenUpAfterTheTimeOut) {
 
 class AClientOfTheService : public ServiceTest::AService {
 protected:
-    appcfg::Item Creates(Connection& connection, const std::string& name = "net") const {
-        constexpr char TEXT[] = R"({"hostname": "device", "mtu": 1500})";
-        ItemDescription item{Handle("app", name)};
-        item.path = Writes(name + ".json", TEXT);
+    auto Creates(Connection& connection) const {
+        ItemDescription item{Handle("app", "net")};
+        item.path = Writes("net.json", R"({"hostname": "device", "mtu": 1500})");
         return connection.Create(item);
     }
 };
@@ -158,22 +157,6 @@ TEST_F(AClientOfTheService, CarriesTheLongestQueryAndALargeFragment) {
     const std::string large(5U << 20, 'r');
     item.SetRaw("hostname", large);
     EXPECT_EQ(item.Get("hostname"), large);
-}
-
-TEST_F(AClientOfTheService, SharesItsItemsAndTakesThemAlong) {
-    auto holder = std::make_unique<Connection>();
-    Creates(*holder, "first").Release();
-    auto second = Creates(*holder, "second");
-    Connection other;
-    auto first = other.Open(Handle("app", "first"));
-    first.Set("mtu", "9000");
-    EXPECT_EQ(holder->Open(Handle("app", "first")).Get("mtu"), "9000");
-
-    { const auto ended = std::move(second); }
-    EXPECT_THAT(RegisteredKeys(), ElementsAre("app.first.0"));
-    holder.reset();
-    EXPECT_TRUE(Knows({}));
-    EXPECT_NE(Text("first.json").find("9000"), std::string::npos);
 }
 
 // What the page shows is what the library sends and understands, and what the service answers.

@@ -15,45 +15,32 @@ class AConnection : public AServer {
 protected:
     AConnection() { Runs(); }
 
-    // The reply to the i-th request, counted by sequence, has this payload.
-    static void ExpectNext(TestClient& client, std::size_t i, const std::string& payload) {
+    // The reply to the i-th request, counted by sequence, has this payload, and the request's header
+    // otherwise.
+    static void ExpectNext(TestClient& client, std::uint32_t i, const std::string& payload, Method method) {
         const std::optional<Reply> reply = client.Receives();
         ASSERT_TRUE(reply) << i;
-        ASSERT_EQ(reply->header.sequence, i);
+        const auto length = static_cast<std::uint32_t>(payload.size());
+        const std::uint8_t answered = method | 0x80;
+        const tern_header expected{0x4E54, 0, answered, 1, 200, i, length + 8};
+        ASSERT_EQ(std::memcmp(&reply->header, &expected, sizeof expected), 0) << i;
         ASSERT_TRUE(reply->payload == payload) << i;
+        ASSERT_EQ(reply->pieces == 0, payload.empty()) << i;
+        ASSERT_LE(reply->firstLength, length) << i;
     }
 };
-
-// Kind and reply bit reach the service as they come.
-TEST_F(AConnection, AnswersWithTheHeaderOfTheRequest) {
-    for (const std::string& payload : {std::string(), std::string("hello")}) {
-        TestClient client;
-        std::string frame = Frame(ECHO | 0x80, payload, 77);
-        frame[2] = 9;
-        for (const char byte : frame) {
-            ASSERT_TRUE(client.Sends(std::string(1, byte)));
-        }
-        const std::optional<Reply> reply = client.Receives();
-        ASSERT_TRUE(reply);
-        const auto length = static_cast<std::uint32_t>(payload.size());
-        const tern_header expected{0x4E54, 0, 0x80 | ECHO, 1, 200, 77, length + 8};
-        EXPECT_EQ(std::memcmp(&reply->header, &expected, sizeof expected), 0);
-        EXPECT_EQ(reply->payload, payload);
-        EXPECT_EQ(reply->pieces, payload.empty() ? 0U : 1U);
-        EXPECT_EQ(reply->firstLength, length);
-    }
-}
 
 // Each size meets each other one before and behind it, in one stream, cut at every kind of place. Replies of
 // all kinds wait before the first is read: they refer to their request or to the message's pool, in few
 // pieces and in more than one call takes.
 TEST_F(AConnection, AnswersPipelinedFramesOfMixedSizesInOrder) {
     const std::size_t sizes[] = {0, 1, 7, 8, 24, 100, 1023, 1024, 12360, 16359, 16360, 16361, 40000, 0, 0, 3};
-    std::vector<std::string> payloads;
+    std::vector<std::pair<Method, std::string>> replies;
     std::string stream;
     const auto adds = [&](Method method, const std::string& request, const std::string& reply) {
-        stream += Frame(method, request, static_cast<std::uint32_t>(payloads.size()));
-        payloads.push_back(reply);
+        stream += Frame(method | 0x80, request, static_cast<std::uint32_t>(replies.size()));
+        stream[stream.size() - request.size() - 22] = 9; // kind and reply bit reach the service as they come
+        replies.emplace_back(method, reply);
     };
     for (const std::size_t first : sizes) {
         for (const std::size_t second : sizes) {
@@ -66,8 +53,8 @@ TEST_F(AConnection, AnswersPipelinedFramesOfMixedSizesInOrder) {
     TestClient client;
     std::thread writer([&] { EXPECT_TRUE(client.Sends(stream)); });
     EXPECT_TRUE(Eventually([this] { return m_served > 120; })); // more of replies than a socket takes
-    for (std::size_t i = 0; i < payloads.size() && !HasFailure(); ++i) {
-        ExpectNext(client, i, payloads[i]);
+    for (std::uint32_t i = 0; i < replies.size() && !HasFailure(); ++i) {
+        ExpectNext(client, i, replies[i].second, replies[i].first);
     }
     client.ShutDownWriting();
     writer.join();
@@ -81,24 +68,22 @@ TEST_F(AConnection, IsPausedWhenItsClientDoesNotReadWhileOthersAreServed) {
     int asked = 0;
     // Until the socket has been full during ten turns of the loop: nobody reads from it.
     for (int full = 0; full < 10;) {
-        const std::size_t taken = slow.SendsWithoutWaiting(request);
-        if (taken == 0) {
+        if (const std::size_t taken = slow.SendsWithoutWaiting(request)) {
+            full = 0;
+            ASSERT_TRUE(slow.Sends(request.substr(taken)));
+            ASSERT_LT(++sent, 1000);
+        } else {
             ++full;
             ++asked;
             ASSERT_TRUE(other.Asks(ECHO, "served"));
-            continue;
         }
-        full = 0;
-        ++sent;
-        ASSERT_TRUE(slow.Sends(request.substr(taken)));
-        ASSERT_LT(sent, 1000);
     }
     const int served = m_served - asked;
     EXPECT_GE(served, 16);     // a MiB of replies
     EXPECT_LE(served, 16 + 8); // and what the socket took
     EXPECT_LT(served, sent);
     for (int i = 0; i < sent; ++i) {
-        ExpectNext(slow, 0, Pattern(64U << 10));
+        ExpectNext(slow, 0, Pattern(64U << 10), GIVE);
     }
     EXPECT_TRUE(Eventually([this] { return m_writable > 0; }));
     EXPECT_TRUE(slow.Asks(ECHO, "again"));
@@ -111,7 +96,7 @@ TEST_F(AConnection, ThatIsHalfClosedStillGetsItsReplies) {
     for (int turn = 0; turn < 3; ++turn) { // in which the service meets the end
         EXPECT_TRUE(TestClient().Asks(ECHO));
     }
-    ExpectNext(client, 0, Pattern(900'000));
+    ExpectNext(client, 0, Pattern(900'000), GIVE);
     EXPECT_TRUE(client.MeetsEnd());
     EXPECT_TRUE(HasClosed(4));
 }
@@ -145,7 +130,7 @@ TEST_F(AConnection, ThatStandsStillIsClosedWhenAllHoldTooMuch) {
         EXPECT_TRUE(Eventually([&] { return m_closed >= closed + 3; }));
         for (const std::uint32_t length : {2 * MEBIBYTE, 16 * MEBIBYTE}) {
             ASSERT_TRUE(honest.Sends(Frame(ECHO, Pattern(length))));
-            ExpectNext(honest, 0, Pattern(length));
+            ExpectNext(honest, 0, Pattern(length), ECHO);
         }
         EXPECT_LE(m_closed, closed + 5);
         told += static_cast<std::size_t>(m_closed - closed);
@@ -160,7 +145,7 @@ TEST_F(AConnection, IsClosedWithOneLineByABadFrame) {
     TestClient good;
     TestClient bad;
     ASSERT_TRUE(bad.Sends(Frame(ECHO, "in front") + std::string(16, '\0')));
-    ExpectNext(bad, 0, "in front");
+    ExpectNext(bad, 0, "in front", ECHO);
     EXPECT_TRUE(bad.MeetsEnd());
     EXPECT_TRUE(good.Asks(ECHO, "others go on"));
     EXPECT_EQ(m_log.Of(), (Lines{"3 connection fd[N]: bad frame, magic 0x0000, length 0, closed"}));

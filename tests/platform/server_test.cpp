@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
@@ -48,16 +49,11 @@ TEST_F(ARegistration, FailsAndLeavesEverythingAsItWas) {
     EXPECT_EQ(Registers(), 0);
 }
 
-TEST_F(ARegistration, GivesTheSocketItsModeWhateverTheUmask) {
+TEST_F(ARegistration, OpensTheSocketToAllWhateverTheUmask) {
     const mode_t former = ::umask(0077);
-    EXPECT_EQ(Registers("open.orb"), 0);
-    kestrel_socket_access(0640, ::getgid());
-    EXPECT_EQ(Registers("narrow.orb"), 0);
-    kestrel_socket_access(0666, static_cast<gid_t>(-1));
+    EXPECT_EQ(Registers(), 0);
     ::umask(former);
-    using std::filesystem::perms;
-    EXPECT_EQ(std::filesystem::status(m_root.Of("open.orb")).permissions(), perms{0666});
-    EXPECT_EQ(std::filesystem::status(m_root.Of("narrow.orb")).permissions(), perms{0640});
+    EXPECT_EQ(std::filesystem::status(m_root.Of("test.orb")).permissions(), std::filesystem::perms{0666});
 }
 
 TEST_F(ALoop, ClosesEveryConnectionAfterAcceptingHasStopped) {
@@ -87,28 +83,40 @@ TEST_F(ALoop, EndsWhenItsTimeRunsOutAndClosesAllWhenItIsFreed) {
 }
 
 TEST_F(ALoop, StopsOnSignalsOnlyWhileItRuns) {
-    for (const int signal : {SIGTERM, SIGINT}) {
+    const auto isCaught = [] {
         struct sigaction now {};
-        const auto isCaught = [&] {
-            return ::sigaction(signal, nullptr, &now) == 0 && now.sa_handler != SIG_DFL;
-        };
-        EXPECT_FALSE(isCaught());
-        std::thread sender([&] {
-            EXPECT_TRUE(Eventually(isCaught));
-            ::kill(::getpid(), signal);
-        });
-        EXPECT_EQ(RunsOnThisThread(20'000), 0);
-        sender.join();
-        EXPECT_FALSE(isCaught());
-    }
+        return ::sigaction(SIGINT, nullptr, &now) == 0 && now.sa_handler != SIG_DFL;
+    };
+    EXPECT_FALSE(isCaught());
+    std::thread sender([&] {
+        EXPECT_TRUE(Eventually(isCaught));
+        ::kill(::getpid(), SIGINT);
+    });
+    EXPECT_EQ(RunsOnThisThread(20'000), 0);
+    sender.join();
+    EXPECT_FALSE(isCaught());
 }
 
-TEST_F(AnIoctl, GivesFutureConnectionsTheirBuffers) {
+TEST_F(AnIoctl, GivesFutureConnectionsTheirBuffersAndRefusesWhatItDoesNotKnow) {
     ASSERT_EQ(Registers(), 0);
     std::uint32_t send[3] = {0, 0, 0x8000};
     std::uint32_t receive[3] = {0, 0, 0x9000};
-    EXPECT_EQ(kestrel_ioctl(m_fd, 0x400C0200, send), 0);
-    EXPECT_EQ(kestrel_ioctl(m_fd, 0x400C0201, receive), 0);
+    std::uint32_t tooLarge[3] = {0, 0, 0x80000000};
+    const TestClient file(::open("/dev/null", O_RDWR | O_CLOEXEC));
+    const struct {
+        int fd;
+        unsigned long request;
+        void* words;
+        int error;
+    } rows[] = {{m_fd, 0x400C0200, send, 0},           {m_fd, 0x400C0201, receive, 0},
+                {m_fd, 0x5401, send, ENOTTY},          {file.Fd(), 0x80040305, send, ENOTTY},
+                {file.Fd(), 0x400C0200, send, ENOTTY}, {-1, 0x80040305, send, EBADF},
+                {m_fd, 0x80040305, nullptr, EFAULT},   {m_fd, 0x400C0200, tooLarge, EINVAL}};
+    for (const auto& row : rows) {
+        errno = 0;
+        EXPECT_EQ(kestrel_ioctl(row.fd, row.request, row.words), row.error == 0 ? 0 : -1);
+        EXPECT_EQ(errno, row.error) << row.fd << " " << row.request;
+    }
     const TestClient client;
     EXPECT_EQ(RunsOnThisThread(20), 1);
     for (const auto& [option, asked] : {std::pair(SO_SNDBUF, 0x8000), std::pair(SO_RCVBUF, 0x9000)}) {
@@ -116,27 +124,6 @@ TEST_F(AnIoctl, GivesFutureConnectionsTheirBuffers) {
         socklen_t length = sizeof size;
         EXPECT_EQ(::getsockopt(m_fd, SOL_SOCKET, option, &size, &length), 0);
         EXPECT_EQ(size, 2 * asked); // the kernel counts its bookkeeping
-    }
-}
-
-TEST_F(AnIoctl, RefusesWhatItDoesNotKnow) {
-    Runs();
-    const TestClient client;
-    const TestClient file(::open("/dev/null", O_RDWR | O_CLOEXEC));
-    std::uint32_t words[3] = {0, 0, 0x20000};
-    std::uint32_t tooLarge[3] = {0, 0, 0x80000000};
-    const struct {
-        int fd;
-        unsigned long request;
-        void* words;
-        int error;
-    } rows[] = {{client.Fd(), 0x5401, words, ENOTTY},       {file.Fd(), 0x80040305, words, ENOTTY},
-                {file.Fd(), 0x400C0200, words, ENOTTY},     {-1, 0x80040305, words, EBADF},
-                {client.Fd(), 0x80040305, nullptr, EFAULT}, {client.Fd(), 0x400C0200, tooLarge, EINVAL}};
-    for (const auto& row : rows) {
-        errno = 0;
-        EXPECT_EQ(kestrel_ioctl(row.fd, row.request, row.words), -1);
-        EXPECT_EQ(errno, row.error) << row.fd << " " << row.request;
     }
 }
 
@@ -153,6 +140,53 @@ TEST(AnOpen, TellsWhyItFailed) {
         EXPECT_EQ(kestrel_open(path.c_str(), O_RDWR), -1);
         EXPECT_EQ(errno, error) << path;
     }
+}
+
+// A process that may open few descriptors. Client and server share them here.
+class AShortage : public AServer {
+protected:
+    AShortage() {
+        ::getrlimit(RLIMIT_NOFILE, &m_former);
+        Runs();
+        SetLimit(120);
+        // Clients come until one of them is not accepted; that one is the last.
+        while (!HasPaused() || m_opened == static_cast<int>(m_clients.size())) {
+            m_clients.emplace_back();
+            EXPECT_TRUE(m_clients.back().Sends(Frame(ECHO, "waiting")));
+            const auto come = static_cast<int>(m_clients.size());
+            EXPECT_TRUE(Eventually([&] { return m_opened == come || HasPaused(); }));
+        }
+    }
+    ~AShortage() override { SetLimit(m_former.rlim_cur); }
+
+    void SetLimit(rlim_t limit) const {
+        const rlimit changed{limit, m_former.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &changed);
+    }
+    bool HasPaused() { return m_log.Count("accepting pauses") > 0; }
+
+    rlimit m_former{};
+    std::list<TestClient> m_clients;
+};
+
+TEST_F(AShortage, LeavesTheServiceSomeAndAcceptsAgainWhenThereAreMore) {
+    std::list<TestClient> files;
+    while (files.emplace_back(::open("/dev/null", O_RDONLY | O_CLOEXEC)).IsConnected()) {
+    }
+    EXPECT_GT(files.size(), 20U); // the reserve of this limit is 30; the clients here take from it too
+    files.clear();
+    const int accepted = m_opened;
+    ASSERT_TRUE(m_clients.front().Receives());
+    EXPECT_TRUE(m_clients.front().Asks(ECHO, "those inside are served"));
+    m_clients.pop_front();
+    EXPECT_TRUE(m_clients.back().Receives());
+    EXPECT_EQ(m_opened, accepted + 1);
+    EXPECT_EQ(m_log.Count("accepting pauses"), 1U);
+    m_clients.emplace_back();
+    EXPECT_TRUE(Eventually([this] { return m_log.Count("accepting pauses") == 2; }));
+    SetLimit(m_former.rlim_cur); // descriptors may become free elsewhere, too
+    EXPECT_TRUE(m_clients.back().Asks(ECHO));
+    EXPECT_EQ(m_log.Count("accepting again"), 2U);
 }
 
 } // namespace PlatformTest

@@ -20,10 +20,9 @@ void AddBytes(tern_message* msg, const std::string& bytes, std::size_t piece) {
     if (copy == nullptr) {
         throw std::bad_alloc();
     }
-    std::memcpy(copy, bytes.data(), bytes.size());
+    bytes.copy(copy, bytes.size());
     for (std::size_t at = 0; at < bytes.size(); at += piece) {
-        const std::size_t length = std::min(piece, bytes.size() - at);
-        tern_content_add(msg, copy + at, static_cast<std::uint32_t>(length), 0);
+        tern_content_add(msg, copy + at, static_cast<std::uint32_t>(std::min(piece, bytes.size() - at)), 0);
     }
 }
 
@@ -101,6 +100,8 @@ void AServer::Serve(tern_message* msg, kestrel_connection* conn, Method method) 
     tern_content(msg, &content, &length);
     m_misaligned += reinterpret_cast<std::uintptr_t>(content) % 8 == 0 ? 0 : 1;
     const std::string request(static_cast<char*>(content), length);
+    std::uint32_t words[2] = {0, UINT32_MAX};
+    std::memcpy(words, request.data(), std::min<std::size_t>(length, sizeof words));
     if (method == THROW) {
         throw std::runtime_error("thrown by the service");
     }
@@ -109,20 +110,14 @@ void AServer::Serve(tern_message* msg, kestrel_connection* conn, Method method) 
         m_letGo.get_future().wait_for(std::chrono::seconds(20));
     }
     if (method == REFUSE) {
-        std::int32_t line = 0;
-        std::memcpy(&line, request.data(), sizeof line);
-        PL_WriteLog(4, 3, 0, 0, "service", line, "%s", request.c_str() + sizeof line);
+        PL_WriteLog(4, 3, 0, 0, "service", static_cast<int>(words[0]), "%s", request.c_str() + 4);
     }
     tern_header_clear(msg);
     if (method != RETURN_MESSAGE && method != RETURN_AND_CLEAR) {
         tern_content_clear(msg);
     }
-    if (method == ECHO) {
-        AddBytes(msg, request, length);
-    } else if (method == GIVE) {
-        std::uint32_t words[2] = {0, UINT32_MAX};
-        std::memcpy(words, request.data(), std::min<std::size_t>(length, sizeof words));
-        AddBytes(msg, Pattern(words[0]), words[1]);
+    if (method == ECHO || method == GIVE) {
+        AddBytes(msg, method == ECHO ? request : Pattern(words[0]), method == ECHO ? length : words[1]);
     }
     msg->header->status = 200;
     msg->header->method = static_cast<std::uint8_t>(msg->header->method | 0x80);
