@@ -8,38 +8,38 @@
 #include <ostream>
 #include <string>
 
+#include "acm_document.h"
 #include "acm_text_bound.h"
 
 namespace SystemServer {
 
 // One JSON file in memory. Owned by its manager, which calls it; the base serves values by key.
 // Locks nothing: the manager's document guard is held for every call.
-class AcmJsonConfiguration : public Poco::Util::JSONConfiguration {
+class AcmJsonConfiguration : public Poco::Util::JSONConfiguration, public AcmDocument {
 public:
     // Throws a Poco::Exception for a file that cannot be read, is no JSON, or whose root is no object, and
     // AcmLimitException for one that would be written beyond MAX_DOCUMENT_BYTES.
     explicit AcmJsonConfiguration(const std::string& path);
 
-    // Replace the document. They hide the base's, which takes an array for a root and then holds no
-    // document at all. After an exception the old document stands.
-    void load(const std::string& path);
-    void load(std::istream& stream);
+    // The base's would take an array for a root and then hold no document at all.
+    void load(const std::string& path) override;
+    void load(std::istream& stream) override;
 
     // The value at the key as text, objects and arrays indented by 2; an empty key is the whole document.
     // 0, or -1 when there is none.
-    int GetRawString(const std::string& key, std::string& out);
+    int GetRawString(const std::string& key, std::string& out) override;
 
     // Stores raw as a string at the key, making what leads to it; an empty key replaces the whole document
     // by the JSON text raw. 0, or -1 for what cannot be stored.
-    int SetRawString(const std::string& key, const std::string& raw);
+    int SetRawString(const std::string& key, const std::string& raw) override;
 
     // Writes the document, indented by 2. Throws what the stream or the library throws.
-    void Save(std::ostream& stream);
+    void Save(std::ostream& stream) override;
 
     // Whether a set would store the value where a get finds it, and the file could be read back: every step
     // of the key is there, the value is UTF-8, and the document has room for it. The base's lookup passes
     // over empty steps and indexes of what is no array, while its setter makes members and nulls of them.
-    bool Admits(const std::string& key, const std::string& value);
+    bool Admits(const std::string& key, const std::string& value) override;
 
 protected:
     ~AcmJsonConfiguration() override;

@@ -10,13 +10,14 @@
 #include "Poco/DOM/Document.h"
 #include "Poco/Util/XMLConfiguration.h"
 
+#include "acm_document.h"
 #include "acm_text_bound.h"
 
 namespace SystemServer {
 
 // One XML file in memory. Owned by its manager, which calls it; the base serves values from the same tree.
 // Locks nothing: the manager's document guard is held for every call.
-class AcmXmlConfiguration : public Poco::Util::XMLConfiguration {
+class AcmXmlConfiguration : public Poco::Util::XMLConfiguration, public AcmDocument {
 public:
     // Throw Poco exceptions: the file library's for a path that cannot be read, Poco::XML::XMLException for
     // content that is malformed, AcmLimitException for what is beyond the limits of XML documents.
@@ -24,10 +25,9 @@ public:
     explicit AcmXmlConfiguration(std::istream& stream);
     ~AcmXmlConfiguration() override;
 
-    // Replace the document. They hide the base's, which would part the two trees. After an exception the old
-    // document stands.
-    void load(const std::string& path);
-    void load(std::istream& stream);
+    // The base's would part the two trees.
+    void load(const std::string& path) override;
+    void load(std::istream& stream) override;
 
     // The node that a key addresses, or null; the document keeps it. Keys start below the document element:
     // "a.b" for levels, "[n]" for the n-th following sibling of the same name, "[@k=v]" and "[@k='v']" for
@@ -45,19 +45,19 @@ public:
 
     // Writes the node, its own tags included, to out; an attribute is an empty text. The document element's
     // name is a key too. 0, or -1 when the key addresses nothing.
-    int GetRawString(const std::string& key, std::string& out);
+    int GetRawString(const std::string& key, std::string& out) override;
 
     // Grafts the one element that raw holds below the node: in place of the first child of that name, else
     // as the last child. 0, or -1 when the key addresses nothing. Malformed text, a DOCTYPE or too much depth
     // leave as exceptions; the document is then as it was.
-    int SetRawString(const std::string& key, const std::string& raw);
+    int SetRawString(const std::string& key, const std::string& raw) override;
 
     // Writes the document. A fault is logged and leaves the stream bad: what it holds is then not whole.
-    void Save(std::ostream& stream);
+    void Save(std::ostream& stream) override;
 
     // Whether a value can be stored at a key that exists: it can be written and read back, and the document
     // has room for it.
-    bool Admits(const std::string& key, const std::string& value);
+    bool Admits(const std::string& key, const std::string& value) override;
 
     // Whether a value can be written to a file and read back: UTF-8 without control characters other than
     // tab, line feed and carriage return.

@@ -1,9 +1,9 @@
 #ifndef APP_CFG_INI_MGR_H
 #define APP_CFG_INI_MGR_H
 
+#include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "app_cfg_mgr.h"
 
@@ -15,10 +15,6 @@ class AppCfgIniMgr final : public AppCfgMgr {
 public:
     // Loads the file, decrypting it when it is encrypted.
     AppCfgIniMgr(const std::string& path, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr);
-    ~AppCfgIniMgr() override;
-
-    int32_t GetData(const std::string& query, std::vector<std::string>& values) const override;
-    int32_t SetData(const std::string& query) override;
 
     // Sets one entry of a section from "name=value". The name must exist above the first section, while the
     // section's entry is written; kept, since clients depend on it.
@@ -27,11 +23,8 @@ public:
     // Raw reading is not supported, and reported as success with data as it was; kept.
     int32_t GetRawData(const std::string& key, std::string& data) override;
 
-    bool IsConfigWritable() override;
-    void Save() override;
-    void Backup() override;
-    void Restore() override;
-    void Save(std::ostream& out) override;
+    void Backup() override {}
+    void Restore() override {}
     std::shared_ptr<AppCfgMgr> DeepClone(const std::string& path) override;
 
 protected:

@@ -8,7 +8,6 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <ostream>
@@ -16,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "acm_document.h"
 #include "acm_file_store.h"
 #include "app_cfg_crypto_mgr.h"
 
@@ -37,32 +37,36 @@ public:
     AppCfgMgr& operator=(const AppCfgMgr&) = delete;
     virtual ~AppCfgMgr();
 
+    // The virtual operations, whose order is fixed. A subclass overrides those in which its format differs.
+
     // Appends the value of each key of the query ("a,b.c") to values; 0. Throws Poco::NotFoundException for
     // a missing key and Poco::RangeException for a request beyond MAX_REQUEST_WORK.
-    virtual int32_t GetData(const std::string& query, std::vector<std::string>& values) const = 0;
+    virtual int32_t GetData(const std::string& query, std::vector<std::string>& values) const;
 
     // Stores the values of the query ("a|1,b.c|2") as strings, in order and without rollback, and wakes the
     // notification thread. 0, or -1 with a log line for a fault of grammar, an unknown key or a value that
     // the format cannot hold.
-    virtual int32_t SetData(const std::string& query) = 0;
+    virtual int32_t SetData(const std::string& query);
 
-    // Replaces or reads a fragment of the document. 0, or -1 with a log line.
-    virtual int32_t SetRawData(const std::string& key, const std::string& data) = 0;
-    virtual int32_t GetRawData(const std::string& key, std::string& data) = 0;
+    // Replaces or reads a fragment of the document. 0, or -1 with a log line. A set raises the change event
+    // on the calling thread: an instant save is done when it returns.
+    virtual int32_t SetRawData(const std::string& key, const std::string& data);
+    virtual int32_t GetRawData(const std::string& key, std::string& data);
 
-    virtual bool IsConfigWritable() = 0;
+    // Whether the format is one that is written.
+    virtual bool IsConfigWritable();
 
     // Write the document to the configuration file and to the backup copy. A failed write is only logged; a
     // text that could not be made, for want of memory or by the cipher, throws.
-    virtual void Save() = 0;
-    virtual void Backup() = 0;
+    virtual void Save();
+    virtual void Backup();
 
     // Copies the default file over the configuration and backup files and reloads the document. Throws what
     // the file or document libraries throw.
-    virtual void Restore() = 0;
+    virtual void Restore();
 
     // Writes the document's text to the stream; a fault throws or leaves the stream bad.
-    virtual void Save(std::ostream& out) = 0;
+    virtual void Save(std::ostream& out);
 
     // A manager of the same kind for another file, which it loads with the same encryption.
     virtual std::shared_ptr<AppCfgMgr> DeepClone(const std::string& path) = 0;
@@ -110,8 +114,12 @@ protected:
     void SaveCfgToPath(const std::string& path);
     void NotifyConfigChanged();
 
-    // Replaces the document by what is in the file now. Load is called with both mutexes held.
-    void Reload(const std::function<void()>& load);
+    // Takes over a new document of a format that is written.
+    template <typename Document>
+    void Own(Document* document) {
+        m_config = document;
+        m_document = document;
+    }
 
     // A copy of the encryption manager that works on another file; empty for plain files.
     std::shared_ptr<AppCfgCryptoMgr> CloneCryptoMgr(const std::string& path) const;
@@ -120,8 +128,12 @@ protected:
     // the document has room for it. The document guard is held.
     virtual bool Admits(const std::string& key, const std::string& value);
 
+    // One text for reading and writing; logs are searched for it as it is.
+    virtual void LogRawRefused() const {}
+
     // Set by the subclass's constructor; the tree behind it is guarded by m_documentMutex.
     Poco::AutoPtr<Poco::Util::AbstractConfiguration> m_config;
+    AcmDocument* m_document = nullptr; // the same object; null for a format that is only read
     const std::string m_cfgPath;
 
     // Serialises the writing of files with the reloading of the document, and guards what Save and Backup
@@ -140,6 +152,8 @@ protected:
 private:
     void RunNotifyThread();
     bool SetItem(const std::string& item, class AcmWorkBudget& budget);
+    void RestoreFiles();
+    void Reload();
     void ReplaceCopy(const std::string& source, AcmFileStore::Copy copy);
     uint32_t ChangeNumber() const;
     void NoteChange();

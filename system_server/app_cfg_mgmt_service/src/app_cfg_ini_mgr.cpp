@@ -36,16 +36,6 @@ AppCfgIniMgr::AppCfgIniMgr(const std::string& path, const std::shared_ptr<AppCfg
     m_config = new Poco::Util::IniFileConfiguration(*text);
 }
 
-AppCfgIniMgr::~AppCfgIniMgr() = default;
-
-int32_t AppCfgIniMgr::GetData(const std::string& query, std::vector<std::string>& values) const {
-    return AppCfgMgr::GetData(query, values);
-}
-
-int32_t AppCfgIniMgr::SetData(const std::string& query) {
-    return AppCfgMgr::SetData(query);
-}
-
 int32_t AppCfgIniMgr::SetRawData(const std::string& section, const std::string& data) {
     if (std::count(data.begin(), data.end(), NAME_VALUE_SEPARATOR) != 1) {
         ACM_LOG(ACM_ERROR, "invaild grammar[num of '=' not equal to 1]");
@@ -75,22 +65,6 @@ int32_t AppCfgIniMgr::SetRawData(const std::string& section, const std::string& 
 
 int32_t AppCfgIniMgr::GetRawData(const std::string&, std::string&) {
     return 0;
-}
-
-bool AppCfgIniMgr::IsConfigWritable() {
-    return AppCfgMgr::IsConfigWritable();
-}
-
-void AppCfgIniMgr::Save() {
-    AppCfgMgr::Save();
-}
-
-void AppCfgIniMgr::Backup() {}
-
-void AppCfgIniMgr::Restore() {}
-
-void AppCfgIniMgr::Save(std::ostream& out) {
-    AppCfgMgr::Save(out);
 }
 
 std::shared_ptr<AppCfgMgr> AppCfgIniMgr::DeepClone(const std::string& path) {

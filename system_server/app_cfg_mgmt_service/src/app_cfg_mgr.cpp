@@ -106,6 +106,28 @@ bool AppCfgMgr::SetItem(const std::string& item, AcmWorkBudget& budget) {
     return true;
 }
 
+int32_t AppCfgMgr::SetRawData(const std::string& key, const std::string& data) {
+    {
+        const std::lock_guard<std::mutex> document(m_documentMutex);
+        if (m_document->SetRawString(key, data) != 0) {
+            LogRawRefused();
+            return -1;
+        }
+        ++m_changes;
+    }
+    m_configChangedEvent(this, m_cfgPath);
+    return 0;
+}
+
+int32_t AppCfgMgr::GetRawData(const std::string& key, std::string& data) {
+    const std::lock_guard<std::mutex> document(m_documentMutex);
+    if (m_document->GetRawString(key, data) != 0) {
+        LogRawRefused();
+        return -1;
+    }
+    return 0;
+}
+
 void AppCfgMgr::Save() {
     const std::lock_guard<std::mutex> lock(m_saveMutex);
     ACM_LOG(ACM_TRACE, "save [%s]...", m_cfgPath.c_str());
@@ -122,6 +144,13 @@ void AppCfgMgr::Backup() {
 }
 
 void AppCfgMgr::Restore() {
+    RestoreFiles();
+    if (m_document != nullptr) {
+        Reload();
+    }
+}
+
+void AppCfgMgr::RestoreFiles() {
     const std::string defaultPath = GetDefaultPath();
     if (defaultPath.empty()) {
         return;
@@ -155,11 +184,15 @@ void AppCfgMgr::ReplaceCopy(const std::string& source, AcmFileStore::Copy copy) 
     }
 }
 
-void AppCfgMgr::Reload(const std::function<void()>& load) {
+void AppCfgMgr::Reload() {
     const std::lock_guard<std::mutex> files(m_fileMutex);
     const std::lock_guard<std::mutex> document(m_documentMutex);
     try {
-        load();
+        if (m_cryptoMgr) {
+            m_document->load(*m_cryptoMgr->GetDecryptStream());
+        } else {
+            m_document->load(m_cfgPath);
+        }
     } catch (...) {
         ++m_changes; // neither copy holds the text of the document that stays
         throw;
@@ -167,14 +200,19 @@ void AppCfgMgr::Reload(const std::function<void()>& load) {
     m_files.NoteWhole(AcmFileStore::CFG, m_changes);
 }
 
-void AppCfgMgr::Save(std::ostream&) {}
+void AppCfgMgr::Save(std::ostream& out) {
+    const std::lock_guard<std::mutex> document(m_documentMutex);
+    if (m_document != nullptr) {
+        m_document->Save(out);
+    }
+}
 
-bool AppCfgMgr::Admits(const std::string&, const std::string&) {
-    return true;
+bool AppCfgMgr::Admits(const std::string& key, const std::string& value) {
+    return m_document == nullptr || m_document->Admits(key, value);
 }
 
 bool AppCfgMgr::IsConfigWritable() {
-    return false;
+    return m_document != nullptr;
 }
 
 void AppCfgMgr::SaveCfgToPath(const std::string& path) {
