@@ -1,7 +1,10 @@
 #ifndef APP_CFG_STRATEGY_H
 #define APP_CFG_STRATEGY_H
 
+#include <Poco/Delegate.h>
+
 #include <cstdint>
+#include <string>
 
 #include "app_cfg_mgr.h"
 
@@ -29,6 +32,12 @@ public:
     void Execute();
 
 protected:
+    // The subscription of a strategy that listens to its manager's changes.
+    template <typename Strategy>
+    static Poco::Delegate<Strategy, const std::string> ChangeDelegate(Strategy* strategy) {
+        return Poco::delegate(strategy, &Strategy::OnConfigChangedEvent);
+    }
+
     AppCfgMgr& m_manager;
 
 private:

@@ -1,29 +1,17 @@
 #include "app_cfg_delay_strategy.h"
 
-#include <Poco/Delegate.h>
-
 #include "app_cfg_fault.h"
 #include "app_cfg_log.h"
 
 namespace SystemServer {
 
-namespace {
-
-Poco::Delegate<AppCfgDelayStrategy, const std::string> ChangeDelegate(AppCfgDelayStrategy* strategy) {
-    return Poco::delegate(strategy, &AppCfgDelayStrategy::OnConfigChangedEvent);
-}
-
-} // namespace
-
 AppCfgDelayStrategy::AppCfgDelayStrategy(AppCfgMgr& manager, AppCfgStrategyType type,
                                          std::chrono::milliseconds tick) :
-    AppCfgStrategy(manager, type),
+    AppCfgWorkerStrategy(manager, type),
     m_tick(tick) {}
 
 AppCfgDelayStrategy::~AppCfgDelayStrategy() {
-    if (m_running) {
-        Fence(LOG_FILE, __LINE__, [this] { Stop(); });
-    }
+    Fence(LOG_FILE, __LINE__, [this] { Stop(); });
 }
 
 void AppCfgDelayStrategy::Start() {
@@ -32,11 +20,9 @@ void AppCfgDelayStrategy::Start() {
     }
     m_manager.m_configChangedEvent += ChangeDelegate(this);
     m_lastActionBegun = false;
-    m_running = true;
     try {
-        m_thread = std::make_shared<std::thread>(&AppCfgDelayStrategy::SaveThread, this);
+        StartWorker();
     } catch (...) {
-        m_running = false;
         m_manager.m_configChangedEvent -= ChangeDelegate(this);
         m_curRemainSaveDelay = 0;
         throw;
@@ -48,22 +34,13 @@ void AppCfgDelayStrategy::Stop() {
         return;
     }
     m_manager.m_configChangedEvent -= ChangeDelegate(this);
+    m_running = false; // before the count: a worker that saw only that at 0 would act once more
+    m_curRemainSaveDelay = 0;
     EndWorker();
-    // A worker that had not begun to wait, or was acting on an older change, ends without a last action.
+    // A worker that was acting on an older change ends without a last action.
     if (!m_lastActionBegun) {
         Act();
     }
-}
-
-void AppCfgDelayStrategy::EndWorker() {
-    m_running = false;
-    m_curRemainSaveDelay = 0;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_cv.notify_one();
-    }
-    m_thread->join();
-    m_thread.reset();
 }
 
 void AppCfgDelayStrategy::OnConfigChangedEvent(const void*, const std::string&) {
@@ -93,7 +70,7 @@ void AppCfgDelayStrategy::SaveThread() {
 void AppCfgDelayStrategy::AwaitWork() {
     std::unique_lock<std::mutex> lock(m_mutex);
     while (m_running) {
-        if (m_cv.wait_for(lock, m_tick) == std::cv_status::no_timeout || m_curRemainSaveDelay != 0) {
+        if (AwaitWakeUp(lock, m_tick) || m_curRemainSaveDelay != 0) {
             return;
         }
     }

@@ -1,16 +1,6 @@
 #include "app_cfg_instant_strategy.h"
 
-#include <Poco/Delegate.h>
-
 namespace SystemServer {
-
-namespace {
-
-Poco::Delegate<AppCfgInstantStrategy, const std::string> ChangeDelegate(AppCfgInstantStrategy* strategy) {
-    return Poco::delegate(strategy, &AppCfgInstantStrategy::OnConfigChangedEvent);
-}
-
-} // namespace
 
 AppCfgInstantStrategy::AppCfgInstantStrategy(AppCfgMgr& manager, AppCfgStrategyType type) :
     AppCfgStrategy(manager, type) {}

@@ -33,8 +33,9 @@ enum AppCfgStatus : uint16_t {
 enum class ConfigStorageType : int32_t { INI = 0, XML = 1, JSON = 3 };
 
 // When a changed item is saved, and when its backup is refreshed. Any other value: never by itself.
-enum class ConfigSaveStrategy : int32_t { NONE = 0, INSTANT = 1, DELAY = 2, TIMING = 3 };
-enum class ConfigBackupStrategy : int32_t { NONE = 0, INSTANT = 1, DELAY = 2, TIMING = 3 };
+enum class ConfigStrategy : int32_t { NONE = 0, INSTANT = 1, DELAY = 2, TIMING = 3 };
+using ConfigSaveStrategy = ConfigStrategy;
+using ConfigBackupStrategy = ConfigStrategy;
 
 enum class ConfigCryptoType : int32_t { NONE = 0, AES_256_CBC = 1 };
 
