@@ -136,7 +136,8 @@ private:
     static void RemoveItemsOf(int32_t connFd);
     static void RemoveAllItems();
 
-    static const std::array<MsgHndl, 25> m_msgHndl;
+    static constexpr unsigned METHODS_PER_URI = APP_CFG_METHOD_DELETE + 1; // none counts as well
+    static const std::array<MsgHndl, APP_CFG_URI_COUNT * METHODS_PER_URI> m_msgHndl;
     static const std::map<std::string, PathVarFinder> m_pathVarFinder;
 };
 

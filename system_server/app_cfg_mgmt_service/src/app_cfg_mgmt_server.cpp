@@ -17,7 +17,6 @@ namespace {
 
 constexpr uint8_t REPLY_FLAG = 0x80;
 constexpr uint8_t METHOD_MASK = 0x7F;
-constexpr unsigned METHODS_PER_URI = 5;
 
 // Requests to the framework: the buffers of a server's connections, as two reserved words and a size.
 constexpr unsigned long SET_SEND_BUFFER = 0x400C0200;
@@ -51,7 +50,7 @@ AppCfgMgmtServer::ItemMap AppCfgMgmtServer::m_appCfgMgmtItemMap;
 
 // Indexed by URI * METHODS_PER_URI + method: a row for each URI, with none, create, get, set and delete.
 // clang-format off
-const std::array<AppCfgMgmtServer::MsgHndl, 25> AppCfgMgmtServer::m_msgHndl = {{
+const decltype(AppCfgMgmtServer::m_msgHndl) AppCfgMgmtServer::m_msgHndl = {{
     {}, CreateAppCfgItem, {}, {}, DeleteAppCfgItem,
     {}, {}, GetAppCfgData, SetAppCfgData, {},
     {}, {}, GetAppCfgRawData, SetAppCfgRawData, {},
@@ -94,7 +93,7 @@ void AppCfgMgmtServer::ProcessMsg(tern_message* msg, kestrel_connection* conn) {
     const unsigned uri = msg->header->uri;
     ACM_LOG(ACM_TRACE, "receive uri: %d,method: %d", static_cast<int>(uri), static_cast<int>(method));
     const ReplyMsgInfo refusal = {APP_CFG_STATUS_BAD_REQUEST, nullptr, 0};
-    if (uri > APP_CFG_URI_CRYPTO_PARAM) {
+    if (uri >= APP_CFG_URI_COUNT) {
         ACM_LOG(ACM_ERROR, "invalid uri[%u] from connect fd[%d]", uri, conn->fd);
         ReplyMsg(msg, conn, &refusal);
         return;

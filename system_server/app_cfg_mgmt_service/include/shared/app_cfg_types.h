@@ -12,6 +12,7 @@ enum AppCfgUri : uint16_t {
     APP_CFG_URI_RAW_DATA = 2,
     APP_CFG_URI_DEFAULT = 3,
     APP_CFG_URI_CRYPTO_PARAM = 4,
+    APP_CFG_URI_COUNT,
 };
 
 enum AppCfgMethod : uint8_t {
