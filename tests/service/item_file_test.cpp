@@ -182,19 +182,6 @@ TEST_F(AShortage, StartsNoRecovery) {
     EXPECT_EQ(m_client.Value("a"), "1");
 }
 
-// A save that finds no descriptor is told, and the next one makes up for it.
-TEST_F(AShortage, DuringASaveIsMadeUpForByTheNext) {
-    HasItem(SETTINGS);
-    {
-        const Injection injection({Call::OPEN, 1, false, EMFILE});
-        EXPECT_EQ(m_client.SetsRaw("a", "2"), 200);
-    }
-    EXPECT_EQ(m_log.Errors(), Lines{"3 open [cfg] fail."});
-    EXPECT_EQ(Text("cfg"), SETTINGS);
-    EXPECT_EQ(m_client.SetsRaw("a", "3"), 200);
-    EXPECT_EQ(Text("cfg"), "{\n  \"a\": \"3\"\n}");
-}
-
 TEST_F(AShortage, OfRoomLeavesEveryFileWhole) {
     Writes("def", R"({"a": "def"})");
     HasItem(SETTINGS);
