@@ -13,6 +13,9 @@ SANDBOX_AWAIT_MAP='
     echo "no sandbox: the user map of the namespace could not be written" >&2
     exit 1'
 
+# More namespaces that a caller wants: options of unshare.
+SANDBOX_MORE=()
+
 # Number of the service's user sshd where the machine has none: the one that some distributions reserve,
 # small enough for every range of subordinate ids.
 SANDBOX_SSHD=74
@@ -22,15 +25,20 @@ SANDBOX_USER_MAP=("--map-user=$SANDBOX_SSHD" "--map-group=$SANDBOX_SSHD" --map-a
 
 # sandbox_enter DIR COMMAND...: this process becomes COMMAND, inside, with DIR as tools/in_sandbox.sh says.
 sandbox_enter() {
-    local stage="$ROOT/build/sandbox" inside="$ROOT/tools/in_sandbox.sh" user=$SANDBOX_SSHD:$SANDBOX_SSHD
+    local stage="$ROOT/build/sandbox" user=$SANDBOX_SSHD:$SANDBOX_SSHD
     mkdir -p "$stage"
+    [ "$(id -u)" -ne 0 ] || user=$(getent passwd sshd | cut -d: -f3,4 | grep . || echo "$user")
+    sandbox_become "$ROOT/tools/in_sandbox.sh" "$stage" "$user" "$@"
+}
+
+# sandbox_become COMMAND...: this process becomes COMMAND, as root of new namespaces with every capability.
+sandbox_become() {
     sandbox_check_here
     if [ "$(id -u)" -eq 0 ]; then
-        user=$(getent passwd sshd | cut -d: -f3,4 | grep . || echo "$user")
         sandbox_map_later "$BASHPID"
-        exec unshare --user --mount -- bash -c "$SANDBOX_AWAIT_MAP" "$inside" "$stage" "$user" "$@"
+        exec unshare --user --mount "${SANDBOX_MORE[@]}" -- bash -c "$SANDBOX_AWAIT_MAP" "$@"
     fi
-    exec unshare --user "${SANDBOX_USER_MAP[@]}" --mount -- "$inside" "$stage" "$user" "$@"
+    exec unshare --user "${SANDBOX_USER_MAP[@]}" --mount "${SANDBOX_MORE[@]}" -- "$@"
 }
 
 # Root maps every user and group to itself, which needs no range of subordinate ids and leaves all files
