@@ -21,7 +21,7 @@ public:
     // AcmLimitException for one that would be written beyond MAX_DOCUMENT_BYTES.
     explicit AcmJsonConfiguration(const std::string& path);
 
-    // The base's would take an array for a root and then hold no document at all.
+    // The base's load would accept an array as the root and then hold no document at all.
     void load(const std::string& path) override;
     void load(std::istream& stream) override;
 
@@ -29,37 +29,38 @@ public:
     // 0, or -1 when there is none.
     int GetRawString(const std::string& key, std::string& out) override;
 
-    // Stores raw as a string at the key, making what leads to it; an empty key replaces the whole document
-    // by the JSON text raw. 0, or -1 for what cannot be stored.
+    // Stores raw as a string at the key and makes the members that lead to it. With an empty key, raw is the
+    // JSON text of a whole new document. 0, or -1 for what cannot be stored.
     int SetRawString(const std::string& key, const std::string& raw) override;
 
     // Writes the document, indented by 2. Throws what the stream or the library throws.
     void Save(std::ostream& stream) override;
 
-    // Whether a set would store the value where a get finds it, and the file could be read back: every step
-    // of the key is there, the value is UTF-8, and the document has room for it. The base's lookup passes
-    // over empty steps and indexes of what is no array, while its setter makes members and nulls of them.
+    // Whether a set would store the value where a get finds it, so that the file can be loaded again: every
+    // step of the key exists, the value is UTF-8, and the document does not become too long. The first is
+    // checked because the base's lookup skips empty steps and indexes of what is no array, while its setter
+    // would make members and nulls for them.
     bool Admits(const std::string& key, const std::string& value) override;
 
 protected:
     ~AcmJsonConfiguration() override;
 
 private:
-    // What the base's setter would find on its way along a key.
+    // What the base's setter would find along a key.
     struct SetterPath {
         bool exists = true;    // every step names something that is there
         uint64_t levels = 0;   // names and indexes
-        uint64_t padding = 0;  // nulls that would be put in front of the elements it names
-        uint64_t furthest = 0; // the most of them in one array
+        uint64_t padding = 0;  // nulls that it would put in front of the named elements
+        uint64_t furthest = 0; // the most nulls in one array
     };
 
     AcmJsonConfiguration(const Poco::JSON::Object::Ptr& root, const std::string& path);
 
     SetterPath FollowSetter(const std::string& key) const;
-    bool HasRoomFor(uint64_t growth);
+    bool ReserveText(uint64_t growth);
     int StoreRaw(const std::string& key, const std::string& raw);
 
-    // The tree itself, which the base keeps from its subclasses: the same object, whose content is replaced.
+    // The tree, which the base hides from its subclasses: the same object, whose content is replaced on load.
     Poco::JSON::Object::Ptr m_root;
     AcmTextBound m_textBound;
 };

@@ -1,14 +1,13 @@
-// An XML configuration document: values by key, and sub-trees as raw XML text.
 #ifndef ACM_XML_CONFIGURATION_H
 #define ACM_XML_CONFIGURATION_H
+
+#include <Poco/DOM/AutoPtr.h>
+#include <Poco/DOM/Document.h>
+#include <Poco/Util/XMLConfiguration.h>
 
 #include <istream>
 #include <ostream>
 #include <string>
-
-#include "Poco/DOM/AutoPtr.h"
-#include "Poco/DOM/Document.h"
-#include "Poco/Util/XMLConfiguration.h"
 
 #include "acm_document.h"
 #include "acm_text_bound.h"
@@ -25,7 +24,7 @@ public:
     explicit AcmXmlConfiguration(std::istream& stream);
     ~AcmXmlConfiguration() override;
 
-    // The base's would part the two trees.
+    // The base's load would leave it with another tree than this class.
     void load(const std::string& path) override;
     void load(std::istream& stream) override;
 
@@ -52,7 +51,7 @@ public:
     // leave as exceptions; the document is then as it was.
     int SetRawString(const std::string& key, const std::string& raw) override;
 
-    // Writes the document. A fault is logged and leaves the stream bad: what it holds is then not whole.
+    // Writes the document. A fault is logged and leaves the stream bad, since its text is then incomplete.
     void Save(std::ostream& stream) override;
 
     // Whether a value can be stored at a key that exists: it can be written and read back, and the document
@@ -66,9 +65,9 @@ public:
 private:
     void Read(const std::string& text);
     void Adopt(const Poco::AutoPtr<Poco::XML::Document>& document);
-    bool HasRoomFor(const std::string& raw, const Poco::XML::Document& fragment,
-                    const Poco::XML::Node& parent);
-    bool HasRoomFor(uint64_t growth);
+    bool ReserveText(const std::string& raw, const Poco::XML::Document& fragment,
+                     const Poco::XML::Node& parent);
+    bool ReserveText(uint64_t growth);
     bool FitsItsTag(const std::string& key, const std::string& value);
     Poco::XML::Node* FindRawNode(const std::string& key);
     void MakeRoomForNames(const Poco::XML::Element* fragment);

@@ -7,8 +7,8 @@
 
 namespace SystemServer {
 
-// The encryption of one item's files. Owned by the item's configuration manager, and a copy of it by the
-// clone that rewrites another file.
+// The encryption of one item's files. Owned by the item's configuration manager; a manager cloned for another
+// file has a copy.
 // Threads: Encrypt and GetDecryptStream only read the fields, so any threads may call them at once.
 class AppCfgCryptoMgr {
 public:

@@ -33,7 +33,7 @@ private:
 
     const uint32_t m_saveDelay = 3;                // ticks
     std::atomic<uint32_t> m_curRemainSaveDelay{0}; // ticks left before the action; 0 = none pending
-    bool m_lastActionBegun = false; // by the worker, once m_running was clear; read after the join
+    bool m_lastActionBegun = false; // the worker began one after m_running was cleared; read after the join
     const std::chrono::milliseconds m_tick;
 };
 

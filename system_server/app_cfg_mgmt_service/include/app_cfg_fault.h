@@ -1,4 +1,4 @@
-// The fence around code that must not throw further: what escapes is logged, and the service goes on.
+// The fence around code whose exceptions must not go further: they are logged, and the service goes on.
 #ifndef APP_CFG_FAULT_H
 #define APP_CFG_FAULT_H
 
@@ -7,7 +7,7 @@
 
 namespace SystemServer {
 
-// While it lives, the fences of this thread name the client and the item that it works for in their lines.
+// While it lives, the log lines of this thread's fences name the client and the item being worked on.
 class AppCfgFaultContext {
 public:
     // The key must outlive this object; it is empty until it is known.

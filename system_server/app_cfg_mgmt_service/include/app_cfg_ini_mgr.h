@@ -16,11 +16,12 @@ public:
     // Loads the file, decrypting it when it is encrypted.
     AppCfgIniMgr(const std::string& path, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr);
 
-    // Sets one entry of a section from "name=value". The name must exist above the first section, while the
-    // section's entry is written; kept, since clients depend on it.
+    // Sets one entry of a section from "name=value". The name must exist outside any section, although the
+    // section's entry is what is written; kept, since clients depend on it.
     int32_t SetRawData(const std::string& section, const std::string& data) override;
 
-    // Raw reading is not supported, and reported as success with data as it was; kept.
+    // Raw reading is not supported, but reported as success with data unchanged; kept, since clients depend
+    // on it.
     int32_t GetRawData(const std::string& key, std::string& data) override;
 
     void Backup() override {}
@@ -28,11 +29,11 @@ public:
     std::shared_ptr<AppCfgMgr> DeepClone(const std::string& path) override;
 
 protected:
-    // Nothing is written, so that any bytes will do as long as there is room for them.
-    bool Admits(const std::string& key, const std::string& value) override;
+    // Any bytes will do, since nothing is written; only their number is limited.
+    bool Admits(const std::string& key, const std::string& value) override ACM_REQUIRES(m_documentMutex);
 
 private:
-    uint64_t m_bytes = 0; // keys and values in memory; guarded by m_documentMutex
+    uint64_t m_bytes ACM_GUARDED_BY(m_documentMutex) = 0; // keys and values in memory
 };
 
 } // namespace SystemServer

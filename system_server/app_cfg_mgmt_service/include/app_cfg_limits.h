@@ -1,4 +1,4 @@
-// The limits that a client can meet, each with its reason. None is reachable in ordinary use.
+// The limits that a client can meet, each with its reason. Ordinary use stays far below all of them.
 #ifndef APP_CFG_LIMITS_H
 #define APP_CFG_LIMITS_H
 
@@ -14,47 +14,47 @@ constexpr uint64_t MAX_REPLY_BYTES = 16ULL << 20;
 // The same holds for what is written: a document that could not be loaded again must not come to be.
 constexpr uint64_t MAX_DOCUMENT_BYTES = 16ULL << 20;
 
-// What a document that was measured must have left besides, so that measuring it, which takes as long as
-// saving it, is paid for by as much growth.
+// Space that must be left after a document was measured. Measuring takes as long as saving; with this slack
+// it happens at most once for each such amount of growth.
 constexpr uint64_t DOCUMENT_SLACK_BYTES = 1ULL << 20;
 
-// The longest file that a document can make: encryption fills up its last block.
+// The longest file of a document: encryption pads the last block.
 constexpr uint64_t MAX_FILE_BYTES = MAX_DOCUMENT_BYTES + 16;
 
-// Bytes that one data request may fetch from its document, references and containers included: each is
-// copied under the registry lock, where every other client waits.
+// Bytes that one data request may fetch from its document, references and containers included. They are
+// copied under the registry lock, while every other client waits.
 constexpr uint64_t MAX_REQUEST_WORK = 16ULL << 20;
 
-// What following one "${...}" reference counts for beside its bytes: the lookup itself.
+// The cost of looking up one "${...}" reference, counted in bytes beside those of its value.
 constexpr uint64_t REFERENCE_WORK = 256;
 
-// The document library gives up on references that nest deeper.
+// How deep references may nest; the same as in the document library.
 constexpr int MAX_REFERENCE_DEPTH = 10;
 
-// How long the lookups of one request may take, in milliseconds: siblings are walked one by one, so that a
-// few thousand keys of a wide document could keep every other client waiting for a minute.
+// How long the lookups of one request may take, in milliseconds. The library walks siblings one by one: a few
+// thousand keys of a wide document could otherwise keep every other client waiting for a minute.
 constexpr int64_t MAX_REQUEST_MILLISECONDS = 2000;
 
-// Steps of one key. The document library follows a key by recursion, 200 bytes a step on a 64-bit machine,
-// and a query could name 4,096 steps; no document is deeper than half of this.
+// Steps of one key. The document library follows a key by recursion, with 200 bytes of stack a step on a
+// 64-bit machine, and a query could hold a key of 4,096 steps. No document is deeper than half of this.
 constexpr size_t MAX_KEY_STEPS = 512;
 
-// Objects and arrays inside each other that the library's JSON parser takes.
+// How deep objects and arrays may nest for the library's JSON parser.
 constexpr uint64_t MAX_JSON_DEPTH = 128;
 
-// Levels that a keyed raw set of a JSON document may reach: a document that nests deeper than the parser
-// takes could be saved, but not loaded again.
+// How deep a key may be at which a raw set makes members: a document that nests deeper than MAX_JSON_DEPTH
+// could be saved, but not loaded again.
 constexpr uint64_t MAX_JSON_KEY_LEVELS = 100;
 
-// Blanks for each level of a JSON document that is written.
+// Blanks for each level of a saved JSON document.
 constexpr unsigned JSON_INDENTATION = 2;
 
-// Elements that one keyed raw set may leave empty before the indexes that it names: the library fills
-// them with nulls, 72 bytes each.
+// How far beyond the end of an array a raw set may write: the library fills the gap with nulls of 72 bytes
+// each.
 constexpr uint64_t MAX_ARRAY_PADDING = 65535;
 
-// Items at one time, and of one connection: each has three threads at most with 256 KiB of stack, which for
-// all of them is a quarter of what a 32-bit process can address. One client leaves room for others.
+// Items at one time, in all and of one connection. Each item has at most three threads with 256 KiB of stack;
+// for all items that is a quarter of what a 32-bit process can address.
 constexpr size_t MAX_ITEMS = 1024;
 constexpr size_t MAX_ITEMS_PER_CONNECTION = 256;
 

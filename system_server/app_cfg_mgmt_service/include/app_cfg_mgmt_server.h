@@ -6,9 +6,9 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
+#include "acm_mutex.h"
 #include "app_cfg_mgr.h"
 #include "app_cfg_reply.h"
 #include "app_cfg_strategy.h"
@@ -35,19 +35,19 @@ public:
         // Stop and start the strategies. Faults are logged.
         void Stop() const;
         void Start();
-        // After the strategies have stopped: writes what the files still lack, for every strategy but none.
-        // Throws when a text cannot be made; a write that fails is logged.
+        // After the strategies have stopped: writes the changes that are not on disk yet, unless the item has
+        // no strategy for them. Throws when a text cannot be made; a write that fails is logged.
         void CatchUp() const;
         // Stops and catches up. Faults are logged.
         void End() const;
-        // After an end that failed: the item stays, and what is not saved is announced once more.
+        // After an end that failed: the item stays, and its strategies are told once more of unsaved changes.
         void GoOn();
-        // An item that was never registered: nothing is written any more.
+        // For an item that will not be registered: stops it and writes nothing.
         void Abandon() const;
     };
     using ItemMap = std::map<std::string, AppCfgMgmtItem>;
 
-    // What is known of the peer of a connection.
+    // The peer of a connection.
     struct ConnectionInfo {
         int32_t pid = 0;
     };
@@ -85,19 +85,19 @@ public:
     }
     static int ReplyMsg(tern_message* msg, kestrel_connection* conn, const ReplyMsgInfo* info);
 
-    // The registry's key of a handle: "owner.name.index". A handle whose names hold points can share the key
-    // of another; it is taken as it is.
+    // The registry's key of a handle: "owner.name.index". Two handles whose names hold points can have the
+    // same key; they then mean the same item.
     static std::string GetAppCfgKey(const AppCfgHndl* hndl);
 
     static int GetConnectionInfo(kestrel_connection* conn, ConnectionInfo* info);
-    // The path with its placeholders replaced; what is no known placeholder stays as text.
+    // The path with its placeholders replaced; unknown ones stay as they are.
     static std::string ExpandPath(const std::string& path, ConnectionInfo* info);
     static std::string GetContainerRootPath(ConnectionInfo* info);
     static std::string GetDefaultSettingPath(ConnectionInfo* info);
     static std::string GetDefaultBackupPath(ConnectionInfo* info);
 
-    // Copies the source over the configuration file and loads that; empty when there is no source or the
-    // copy cannot be loaded either.
+    // Copies the source over the configuration file and loads that; empty when there is no source or it
+    // cannot be loaded either.
     static std::shared_ptr<AppCfgMgr>
     CreateAppCfgMgrByFile(ConfigStorageType storageType, const std::string& cfgPath,
                           const std::string& sourcePath, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr);
@@ -115,10 +115,18 @@ public:
     static const kestrel_connection_ops m_connectionOps;
     static const kestrel_protocol_ops m_protocolOps;
 
-    // Guards the registry and every manager and strategy reached through it. The outermost lock of the
-    // service: nothing inside a manager or strategy ever takes it, and the locks of AppCfgMgr come after.
-    static std::mutex m_itemMapMutex;
-    static ItemMap m_appCfgMgmtItemMap;
+    // Guards the registry and every manager and strategy reached through it, and is held for a whole request.
+    //
+    // The order of all locks, outermost first:
+    // 1. m_itemMapMutex; nothing inside a manager or strategy ever takes it.
+    // 2. AppCfgMgr::m_notifyMutex, held while the change event is raised.
+    // 3. m_saveMutex or m_backupMutex.
+    // 4. m_documentMutex, while the text is made. It is released before the next one is waited for, and never
+    //    held while an event is raised or a file is written.
+    // 5. m_fileMutex. Only reloading takes it before m_documentMutex.
+    // A strategy's own mutex guards only its worker's waits, and no other lock is taken under it.
+    static AcmMutex m_itemMapMutex;
+    static ItemMap m_appCfgMgmtItemMap ACM_GUARDED_BY(m_itemMapMutex);
 
 private:
     using MsgHndl = std::function<void(tern_message*, kestrel_connection*)>;
@@ -133,10 +141,10 @@ private:
     static uint16_t ServeItem(tern_message* msg, kestrel_connection* conn, uint32_t requiredLen, Body&& body,
                               uint16_t shortStatus = APP_CFG_STATUS_BAD_REQUEST);
 
-    static void RemoveItemsOf(int32_t connFd);
+    static void RemoveItemsOf(int32_t connFd) ACM_REQUIRES(m_itemMapMutex);
     static void RemoveAllItems();
 
-    static constexpr unsigned METHODS_PER_URI = APP_CFG_METHOD_DELETE + 1; // none counts as well
+    static constexpr unsigned METHODS_PER_URI = APP_CFG_METHOD_DELETE + 1; // method 0 counts as well
     static const std::array<MsgHndl, APP_CFG_URI_COUNT * METHODS_PER_URI> m_msgHndl;
     static const std::map<std::string, PathVarFinder> m_pathVarFinder;
 };

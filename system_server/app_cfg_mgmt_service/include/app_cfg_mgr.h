@@ -9,7 +9,6 @@
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <ostream>
 #include <string>
 #include <thread>
@@ -17,6 +16,7 @@
 
 #include "acm_document.h"
 #include "acm_file_store.h"
+#include "acm_mutex.h"
 #include "app_cfg_crypto_mgr.h"
 
 namespace SystemServer {
@@ -25,10 +25,7 @@ namespace SystemServer {
 // stopped first.
 // Threads: data calls come from the event thread, Save and Backup from strategy threads, and the change
 // event is raised on the notification thread or, after a raw set, on the caller's.
-//
-// Lock order: the registry's lock; m_notifyMutex; m_saveMutex or m_backupMutex; then m_documentMutex while
-// the text is made, released before m_fileMutex is waited for. Reloading takes m_fileMutex and then
-// m_documentMutex. The document guard is never held while an event is raised or a file is written.
+// The order of its locks stands at AppCfgMgmtServer::m_itemMapMutex.
 class AppCfgMgr {
 public:
     // Returns once the notification thread waits, so that a change that follows at once is heard.
@@ -71,32 +68,32 @@ public:
     // A manager of the same kind for another file, which it loads with the same encryption.
     virtual std::shared_ptr<AppCfgMgr> DeepClone(const std::string& path) = 0;
 
-    // Writes the bytes in place: no temporary file and no rename, so that the file keeps its owner, mode and
-    // links; what a crash leaves, the backup copy covers. Failures are logged.
+    // Writes the bytes in place, without a temporary file and a rename, so that the file keeps its owner,
+    // mode and links. A crash can leave it torn; that is what the backup copy is for. Failures are logged.
     static void SyncSaveToPath(const std::string& data, const std::string& path);
 
     // Copies src over dst when src exists.
     static void Replace(const std::string& src, const std::string& dst);
 
-    // From now on nothing is written: the item was never registered, and its files are to stay as they are.
+    // From now on nothing is written: the item will not be registered, and its files stay as they are.
     void Abandon() { m_abandoned = true; }
 
-    // Whether the file or the backup lacks the newest values, or is torn. Never for an item that is not
-    // written.
+    // Whether the file or the backup lacks the newest change or was torn by a write. Never for a format that
+    // is only read.
     bool IsBehind(AcmFileStore::Copy copy);
     bool IsTorn(AcmFileStore::Copy copy) const;
     void NoteTorn(AcmFileStore::Copy copy);
     // Why the copy could not be opened when it was last written, or 0.
     int OpenError(AcmFileStore::Copy copy) const;
 
-    // At the end of an item, after its strategies: saves and backs up what is still behind. Throws as they
-    // do.
+    // At the end of an item, after its strategies have stopped: saves and backs up if the file or the backup
+    // is behind. Throws as they do.
     void CatchUp(bool isSaved, bool isBackedUp);
 
     // Wakes the notification thread.
     void AnnounceChange();
 
-    // A key change could not rewrite the default: it is not restored until it can be loaded again.
+    // A key change has torn the default file: restoring is refused until it can be loaded again.
     void NoteDefaultTorn() { m_isDefaultTorn = true; }
 
     const std::string& GetCfgPath() const { return m_cfgPath; }
@@ -125,33 +122,34 @@ protected:
     std::shared_ptr<AppCfgCryptoMgr> CloneCryptoMgr(const std::string& path) const;
 
     // Whether the value can be stored at the key, which exists: the format can write it and read it back, and
-    // the document has room for it. The document guard is held.
-    virtual bool Admits(const std::string& key, const std::string& value);
+    // the document has room for it.
+    virtual bool Admits(const std::string& key, const std::string& value) ACM_REQUIRES(m_documentMutex);
 
     // One text for reading and writing; logs are searched for it as it is.
     virtual void LogRawRefused() const {}
 
-    // Set by the subclass's constructor; the tree behind it is guarded by m_documentMutex.
-    Poco::AutoPtr<Poco::Util::AbstractConfiguration> m_config;
-    AcmDocument* m_document = nullptr; // the same object; null for a format that is only read
+    // Set by the subclass's constructor, and never again.
+    Poco::AutoPtr<Poco::Util::AbstractConfiguration> m_config ACM_PT_GUARDED_BY(m_documentMutex);
+    // The same object; null for a format that is only read.
+    AcmDocument* m_document ACM_PT_GUARDED_BY(m_documentMutex) = nullptr;
     const std::string m_cfgPath;
 
-    // Serialises the writing of files with the reloading of the document, and guards what Save and Backup
-    // read beside the document: the next four members.
-    mutable std::mutex m_fileMutex;
-    std::string m_backupPath;
-    std::string m_defaultPath;
-    std::shared_ptr<AppCfgCryptoMgr> m_cryptoMgr;
-    AcmFileStore m_files{m_cfgPath, m_backupPath};
+    // The file guard: held while files are written and while the document is reloaded. Guards what Save and
+    // Backup need beside the document.
+    mutable AcmMutex m_fileMutex;
+    std::string m_backupPath ACM_GUARDED_BY(m_fileMutex);
+    std::string m_defaultPath ACM_GUARDED_BY(m_fileMutex);
+    std::shared_ptr<AppCfgCryptoMgr> m_cryptoMgr ACM_GUARDED_BY(m_fileMutex);
+    AcmFileStore m_files ACM_GUARDED_BY(m_fileMutex){m_cfgPath, m_backupPath};
 
     // The document guard: held for every read, write, serialisation and reload of the tree, which is not
     // safe even for two readers.
-    mutable std::mutex m_documentMutex;
-    uint32_t m_changes = 0; // of the document so far; guarded by m_documentMutex
+    mutable AcmMutex m_documentMutex;
+    uint32_t m_changes ACM_GUARDED_BY(m_documentMutex) = 0; // of the document so far
 
 private:
     void RunNotifyThread();
-    bool SetItem(const std::string& item, class AcmWorkBudget& budget);
+    bool SetItem(const std::string& item, class AcmWorkBudget& budget) ACM_REQUIRES(m_documentMutex);
     void RestoreFiles();
     void Reload();
     void ReplaceCopy(const std::string& source, AcmFileStore::Copy copy);
@@ -161,15 +159,15 @@ private:
     std::atomic<bool> m_abandoned{false};
     bool m_isDefaultTorn = false; // event thread only
 
-    std::mutex m_saveMutex;   // serialises Save()
-    std::mutex m_backupMutex; // serialises Backup()
+    AcmMutex m_saveMutex;   // serialises Save()
+    AcmMutex m_backupMutex; // serialises Backup()
 
-    // Guards the notification thread's wait. Kept while the event is raised, so that a set that ends
-    // meanwhile waits for the handlers and is heard after them.
-    std::mutex m_notifyMutex;
-    bool m_notifyWaiting = false;              // the thread has come to its first wait
-    std::condition_variable_any m_notifyCond;  // wakes the notification thread
-    std::condition_variable_any m_notifyReady; // tells of its first wait
+    // Guards the notification thread's wait. Held while the event is raised: a set that ends meanwhile waits
+    // for the handlers, and its wake-up is then heard.
+    AcmMutex m_notifyMutex;
+    bool m_notifyWaiting ACM_GUARDED_BY(m_notifyMutex) = false; // the thread has come to its first wait
+    std::condition_variable_any m_notifyCond;                   // wakes the notification thread
+    std::condition_variable_any m_notifyReady;                  // tells of its first wait
     std::atomic<bool> m_notifyStop{false};
     std::atomic<bool> m_notifyQuit{false};
     std::shared_ptr<std::thread> m_notifyThread;

@@ -32,7 +32,7 @@ public:
     void Execute();
 
 protected:
-    // The subscription of a strategy that listens to its manager's changes.
+    // What a strategy subscribes with to its manager's changes, and unsubscribes.
     template <typename Strategy>
     static Poco::Delegate<Strategy, const std::string> ChangeDelegate(Strategy* strategy) {
         return Poco::delegate(strategy, &Strategy::OnConfigChangedEvent);

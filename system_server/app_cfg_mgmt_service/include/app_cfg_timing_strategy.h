@@ -17,7 +17,8 @@ public:
     ~AppCfgTimingStrategy() override;
 
     void Start() override;
-    // May take a period: a worker that is about to wait does not hear it. Kept, and its last action with it.
+    // May take a whole period: a worker that has tested m_running, but does not wait yet, does not hear the
+    // wake-up. Kept; it acts once more after its wait.
     void Stop() override;
 
 private:

@@ -5,9 +5,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <thread>
 
+#include "acm_mutex.h"
 #include "app_cfg_strategy.h"
 
 namespace SystemServer {
@@ -28,15 +28,15 @@ protected:
     void EndWorker();
 
     // For the worker: waits on m_cv, once; false when the time has passed.
-    bool AwaitWakeUp(std::unique_lock<std::mutex>& lock, std::chrono::milliseconds time);
+    bool AwaitWakeUp(std::chrono::milliseconds time) ACM_REQUIRES(m_mutex);
 
     std::shared_ptr<std::thread> m_thread; // set while started; Start and Stop come from one thread
     std::atomic<bool> m_running{false};
-    std::mutex m_mutex; // guards the worker's waits against the wake-ups; never held during an action
+    AcmMutex m_mutex; // guards the worker's waits against the wake-ups; never held during an action
     std::condition_variable_any m_cv;
 
 private:
-    bool m_waits = false; // the worker has come to its first wait
+    bool m_waits ACM_GUARDED_BY(m_mutex) = false; // the worker has come to its first wait
     std::condition_variable_any m_firstWait;
 };
 

@@ -157,7 +157,7 @@ int AcmJsonConfiguration::StoreRaw(const std::string& key, const std::string& ra
         return -1;
     }
     const uint64_t layout = (path.padding + 2 * path.levels) * (JsonLineBytes(path.levels) + sizeof "null");
-    if (!HasRoomFor(EscapedBytes(key) + EscapedBytes(raw) + layout)) {
+    if (!ReserveText(EscapedBytes(key) + EscapedBytes(raw) + layout)) {
         ACM_LOG(ACM_ERROR, "value of key[%s] would make the document too large.", key.c_str());
         return -1;
     }
@@ -170,11 +170,11 @@ void AcmJsonConfiguration::Save(std::ostream& stream) {
 }
 
 bool AcmJsonConfiguration::Admits(const std::string& key, const std::string& value) {
-    return IsUtf8(value) && FollowSetter(key).exists && HasRoomFor(EscapedBytes(value) + JsonLineBytes(0));
+    return IsUtf8(value) && FollowSetter(key).exists && ReserveText(EscapedBytes(value) + JsonLineBytes(0));
 }
 
-bool AcmJsonConfiguration::HasRoomFor(uint64_t growth) {
-    return m_textBound.Admits(growth, [this](std::ostream& out) { save(out, JSON_INDENTATION); });
+bool AcmJsonConfiguration::ReserveText(uint64_t growth) {
+    return m_textBound.Reserve(growth, [this](std::ostream& out) { save(out, JSON_INDENTATION); });
 }
 
 AcmJsonConfiguration::SetterPath AcmJsonConfiguration::FollowSetter(const std::string& key) const {

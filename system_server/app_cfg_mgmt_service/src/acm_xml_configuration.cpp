@@ -1,12 +1,12 @@
 #include "acm_xml_configuration.h"
 
+#include <Poco/DOM/Attr.h>
+#include <Poco/DOM/Element.h>
+#include <Poco/Exception.h>
+#include <Poco/StreamCopier.h>
+
 #include <algorithm>
 #include <sstream>
-
-#include "Poco/DOM/Attr.h"
-#include "Poco/DOM/Element.h"
-#include "Poco/Exception.h"
-#include "Poco/StreamCopier.h"
 
 #include "acm_file.h"
 #include "acm_limit.h"
@@ -44,8 +44,9 @@ bool HasAttributeValue(const Node* node, const std::string& attribute, const std
 
 Node* NextOfSameName(const Node* node) {
     Node* sibling = node->nextSibling();
-    while (sibling && sibling->nodeName() != node->nodeName())
+    while (sibling && sibling->nodeName() != node->nodeName()) {
         sibling = sibling->nextSibling();
+    }
     return sibling;
 }
 
@@ -134,21 +135,24 @@ Node* AcmXmlConfiguration::FindNode(std::string::const_iterator& position,
 
 Node* AcmXmlConfiguration::FindElement(const std::string& name, Node* node) {
     for (Node* child = node ? node->firstChild() : nullptr; child; child = child->nextSibling()) {
-        if (child->nodeType() == Node::ELEMENT_NODE && child->nodeName() == name)
+        if (child->nodeType() == Node::ELEMENT_NODE && child->nodeName() == name) {
             return child;
+        }
     }
     return nullptr;
 }
 
 Node* AcmXmlConfiguration::FindElement(int index, Node* node) {
-    for (; node && index > 0; --index)
+    for (; node && index > 0; --index) {
         node = NextOfSameName(node);
+    }
     return node;
 }
 
 Node* AcmXmlConfiguration::FindElement(const std::string& attribute, const std::string& value, Node* node) {
-    while (node && !HasAttributeValue(node, attribute, value))
+    while (node && !HasAttributeValue(node, attribute, value)) {
         node = NextOfSameName(node);
+    }
     return node;
 }
 
@@ -165,51 +169,57 @@ Node* AcmXmlConfiguration::FindRawNode(const std::string& key) {
 
 int AcmXmlConfiguration::GetRawString(const std::string& key, std::string& out) {
     const Node* const node = FindRawNode(key);
-    if (!node)
+    if (!node) {
         return -1;
+    }
     std::ostringstream text;
     WriteXml(*node, text);
-    if (!text)
+    if (!text) {
         throw Poco::OutOfMemoryException("the text of an XML node could not be kept");
+    }
     out = text.str();
     return 0;
 }
 
 int AcmXmlConfiguration::SetRawString(const std::string& key, const std::string& raw) {
     const Node* const parent = FindRawNode(key);
-    if (!parent)
+    if (!parent) {
         return -1;
+    }
     ACM_LOG(ACM_INFO, "find parent node.");
     ACM_LOG(ACM_INFO, "start parse rawString.");
     const AutoPtr<Document> fragment = ReadXml(raw, AcmXmlDoctype::REFUSED);
     ACM_LOG(ACM_INFO, "parse done.");
     const Element* const element = fragment->documentElement();
-    if (XmlDepth(parent) + XmlHeight(element) > MAX_XML_DEPTH)
+    if (XmlDepth(parent) + XmlHeight(element) > MAX_XML_DEPTH) {
         throw AcmLimitException("elements nest too deep", element->nodeName());
-    if (!HasRoomFor(raw, *fragment, *parent))
+    }
+    if (!ReserveText(raw, *fragment, *parent)) {
         throw AcmLimitException("document too large", element->nodeName());
+    }
     MakeRoomForNames(element);
     Graft(FindRawNode(key), element);
     return 0;
 }
 
 // The fragment is measured when its bound leaves no room: each of its lines is indented below the parent.
-bool AcmXmlConfiguration::HasRoomFor(const std::string& raw, const Document& fragment, const Node& parent) {
+bool AcmXmlConfiguration::ReserveText(const std::string& raw, const Document& fragment, const Node& parent) {
     const uint64_t endTag = XmlTagBytes(parent.nodeName()); // of a parent that was empty
-    if (WrittenBytes(raw) <= MAX_DOCUMENT_BYTES && HasRoomFor(WrittenBytes(raw) + endTag))
+    if (WrittenBytes(raw) <= MAX_DOCUMENT_BYTES && ReserveText(WrittenBytes(raw) + endTag)) {
         return true;
+    }
     const auto lines = static_cast<uint64_t>(std::count(raw.begin(), raw.end(), '<'));
-    return HasRoomFor(MeasureXml(fragment) + lines * XmlDepth(&parent) + endTag);
+    return ReserveText(MeasureXml(fragment) + lines * XmlDepth(&parent) + endTag);
 }
 
-bool AcmXmlConfiguration::HasRoomFor(uint64_t growth) {
-    return m_textBound.Admits(growth, [this](std::ostream& out) { WriteXml(*m_document, out); });
+bool AcmXmlConfiguration::ReserveText(uint64_t growth) {
+    return m_textBound.Reserve(growth, [this](std::ostream& out) { WriteXml(*m_document, out); });
 }
 
 bool AcmXmlConfiguration::Admits(const std::string& key, const std::string& value) {
     const Node* const node = FindNode(key);
     const uint64_t endTag = node ? XmlTagBytes(node->nodeName()) : 0; // of an element that was empty
-    return IsStorable(value) && FitsItsTag(key, value) && HasRoomFor(EscapedBytes(value) + endTag);
+    return IsStorable(value) && FitsItsTag(key, value) && ReserveText(EscapedBytes(value) + endTag);
 }
 
 // A tag with the value in its attribute must not become longer than one that can be loaded.
@@ -236,8 +246,9 @@ void AcmXmlConfiguration::MakeRoomForNames(const Element* fragment) {
 void AcmXmlConfiguration::Graft(Node* parent, const Element* fragment) {
     AutoPtr<Element> element = CopyXmlElement(fragment, *m_document);
     Node* child = parent->firstChild();
-    while (child && child->nodeName() != element->nodeName())
+    while (child && child->nodeName() != element->nodeName()) {
         child = child->nextSibling();
+    }
     if (child) {
         parent->replaceChild(element, child);
         m_document->collectGarbage(); // or the old child would live as long as the document

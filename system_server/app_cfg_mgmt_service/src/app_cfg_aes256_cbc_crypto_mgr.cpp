@@ -23,8 +23,8 @@ size_t CipherSize(size_t plainSize) {
     return BLOCK_SIZE * (plainSize / BLOCK_SIZE + 1);
 }
 
-// An unreadable file counts as empty, and so as undecryptable; a shortage or a path that is no regular
-// file says nothing about the content and must not look like that.
+// A file that cannot be read counts as empty, and so as one that cannot be decrypted. A shortage, or a path
+// that is no regular file, is thrown on instead: it says nothing about the content.
 std::string ReadCipherText(const std::string& path) {
     RequireRegularFile(path);
     try {
@@ -37,9 +37,8 @@ std::string ReadCipherText(const std::string& path) {
     }
 }
 
-// The library goes on with a null context when it cannot have one, and dies of it. One like it is made and
-// given back right before, so that a shortage of memory shows here, unless another thread takes it in
-// between.
+// Without memory the library goes on with a null context and crashes. So a context like its own is made and
+// freed right before: a shortage shows here, unless another thread takes the memory in between.
 void RequireContext() {
     static constexpr unsigned char KEY[32] = {};
     EVP_CIPHER_CTX* const context = EVP_CIPHER_CTX_new();
@@ -59,10 +58,10 @@ AppCfgAes256CbcCryptoMgr::AppCfgAes256CbcCryptoMgr(const std::string& filePath, 
 AppCfgAes256CbcCryptoMgr::~AppCfgAes256CbcCryptoMgr() = default;
 
 Poco::Crypto::Cipher::Ptr AppCfgAes256CbcCryptoMgr::CreateCipher() const {
-    // Kept for good: else the library frees its locks with each last cipher, and makes new ones with each
-    // first, without a lock between the threads that do so.
+    // One cipher user is kept for good: otherwise the library would free its locks with the last cipher and
+    // make them anew with the next one, which is a race between threads.
     static const Poco::Crypto::OpenSSLInitializer library;
-    // As byte vectors: given strings, the library would derive another key from them.
+    // As byte vectors: from strings the library would derive another key.
     const Poco::Crypto::CipherKey::ByteVec key(m_key.begin(), m_key.end());
     const Poco::Crypto::CipherKey::ByteVec iv(m_iv.begin(), m_iv.end());
     Poco::Crypto::Cipher::Ptr cipher(Poco::Crypto::CipherFactory::defaultFactory().createCipher(
@@ -85,7 +84,7 @@ void AppCfgAes256CbcCryptoMgr::Encrypt(const std::string& plain, std::string& ci
     Poco::Crypto::Cipher::Ptr encryption = CreateCipher();
     RequireContext();
     cipher = encryption->encryptString(plain, Poco::Crypto::Cipher::ENC_NONE);
-    // The library's stream swallows faults and would hand over a cut text, which must not reach the file.
+    // Not with the library's stream: it hides faults, and a cut text would reach the file.
     if (cipher.size() != CipherSize(plain.size())) {
         throw Poco::IOException("encryption incomplete", m_filePath);
     }

@@ -34,7 +34,7 @@ void AppCfgDelayStrategy::Stop() {
         return;
     }
     m_manager.m_configChangedEvent -= ChangeDelegate(this);
-    m_running = false; // before the count: a worker that saw only that at 0 would act once more
+    m_running = false; // before the count: a worker that saw only the count at 0 would act twice
     m_curRemainSaveDelay = 0;
     EndWorker();
     // A worker that was acting on an older change ends without a last action.
@@ -48,7 +48,7 @@ void AppCfgDelayStrategy::OnConfigChangedEvent(const void*, const std::string&) 
         ACM_LOG(ACM_INFO, "------------> start delay save process...");
         m_curRemainSaveDelay = m_saveDelay;
         ACM_LOG(ACM_INFO, "------------> m_curRemainSaveDelay %u.", m_curRemainSaveDelay.load());
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const AcmLock lock(m_mutex);
         m_cv.notify_one();
         ACM_LOG(ACM_INFO, "OnConfigChangedEvent notify_one.\n");
     } else {
@@ -65,12 +65,12 @@ void AppCfgDelayStrategy::SaveThread() {
     }
 }
 
-// Waits in turns of one tick: a change that came between a countdown and this wait was not heard, and is
-// found by its count.
+// Waits in turns of one tick: the wake-up of a change that came between a countdown and this wait was not
+// heard, but its count is found at the end of the turn.
 void AppCfgDelayStrategy::AwaitWork() {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    const AcmLock lock(m_mutex);
     while (m_running) {
-        if (AwaitWakeUp(lock, m_tick) || m_curRemainSaveDelay != 0) {
+        if (AwaitWakeUp(m_tick) || m_curRemainSaveDelay != 0) {
             return;
         }
     }
@@ -79,13 +79,14 @@ void AppCfgDelayStrategy::AwaitWork() {
 void AppCfgDelayStrategy::CountDown() {
     uint32_t remain = m_curRemainSaveDelay;
     while (remain != 0) {
-        // Stop may store 0 at any time; a plain decrement would then go below it.
+        // Not a plain decrement: Stop may store 0 at any time, and the count would go below it.
         if (!m_curRemainSaveDelay.compare_exchange_weak(remain, remain - 1)) {
             continue;
         }
         {
-            std::unique_lock<std::mutex> lock(m_mutex);
-            m_cv.wait_until(lock, std::chrono::steady_clock::now() + m_tick, [this] { return !m_running; });
+            const AcmLock lock(m_mutex);
+            m_cv.wait_until(m_mutex, std::chrono::steady_clock::now() + m_tick,
+                            [this] { return !m_running; });
         }
         remain = m_curRemainSaveDelay;
         ACM_LOG(ACM_INFO, "[save thread]------------> m_curRemainSaveDelay %u.", remain);

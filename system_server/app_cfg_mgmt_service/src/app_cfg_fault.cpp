@@ -46,7 +46,7 @@ void LogCurrentFault(const char* file, int line, const char* context) noexcept {
         try {
             write(fault.displayText().c_str());
         } catch (...) {
-            write(fault.name()); // not even memory for the text
+            write(fault.name()); // there is no memory for the text
         }
     } catch (const std::exception& fault) {
         write(fault.what());

@@ -16,7 +16,7 @@ namespace {
 
 constexpr char NAME_VALUE_SEPARATOR = '=';
 
-// The library's loader never ends on a bad stream, so that it is given text that was read before.
+// The library's loader does not end when its stream turns bad; so it is given text that was read before.
 std::shared_ptr<std::istream> OpenText(const std::string& path,
                                        const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
     if (cryptoMgr) {
@@ -48,12 +48,12 @@ int32_t AppCfgIniMgr::SetRawData(const std::string& section, const std::string& 
     const Poco::StringTokenizer pieces(data, std::string(1, NAME_VALUE_SEPARATOR),
                                        Poco::StringTokenizer::TOK_TRIM |
                                            Poco::StringTokenizer::TOK_IGNORE_EMPTY);
-    const std::lock_guard<std::mutex> document(m_documentMutex);
+    const AcmLock document(m_documentMutex);
     if (pieces.count() > 0 && !m_config->hasProperty(pieces[0])) {
         ACM_LOG(ACM_ERROR, "query key[%s] not found.", pieces[0].c_str());
         return -1;
     }
-    // A piece that is missing, since it held only blanks, is the tokenizer's Poco::RangeException.
+    // A value of blanks only gives no second piece: the tokenizer then throws Poco::RangeException.
     const std::string key = section + "." + pieces[0];
     if (!Admits(key, pieces[1])) {
         ACM_LOG(ACM_ERROR, "value of key[%s] cannot be stored.", key.c_str());

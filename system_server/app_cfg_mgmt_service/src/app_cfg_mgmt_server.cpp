@@ -18,7 +18,8 @@ namespace {
 constexpr uint8_t REPLY_FLAG = 0x80;
 constexpr uint8_t METHOD_MASK = 0x7F;
 
-// Requests to the framework: the buffers of a server's connections, as two reserved words and a size.
+// Requests to the framework that set the buffer size of a server's connections. The argument is two zero
+// words and the size.
 constexpr unsigned long SET_SEND_BUFFER = 0x400C0200;
 constexpr unsigned long SET_RECEIVE_BUFFER = 0x400C0201;
 constexpr uint32_t CONNECTION_BUFFER_SIZE = 0x20000;
@@ -45,10 +46,10 @@ const kestrel_server_ops AppCfgMgmtServer::m_serverOps = {StartServer, nullptr};
 const kestrel_connection_ops AppCfgMgmtServer::m_connectionOps = {nullptr, CloseConnection, nullptr};
 const kestrel_protocol_ops AppCfgMgmtServer::m_protocolOps = {nullptr, ProcessMsg};
 
-std::mutex AppCfgMgmtServer::m_itemMapMutex;
+AcmMutex AppCfgMgmtServer::m_itemMapMutex;
 AppCfgMgmtServer::ItemMap AppCfgMgmtServer::m_appCfgMgmtItemMap;
 
-// Indexed by URI * METHODS_PER_URI + method: a row for each URI, with none, create, get, set and delete.
+// A row for each URI. Its columns are the methods: none (never reached), create, get, set, delete.
 // clang-format off
 const decltype(AppCfgMgmtServer::m_msgHndl) AppCfgMgmtServer::m_msgHndl = {{
     {}, CreateAppCfgItem, {}, {}, DeleteAppCfgItem,
@@ -145,15 +146,15 @@ std::string AppCfgMgmtServer::GetAppCfgKey(const AppCfgHndl* hndl) {
     return FieldText(hndl->ownerName) + "." + FieldText(hndl->cfgName) + "." + std::to_string(hndl->cfgIndex);
 }
 
-// What all handlers share: the registry's lock for the whole run, one reply on every path. A fault in the
-// body is logged and answered with the status held until then; the body tells the item's key once it knows
-// it. Returns the status that was sent.
+// What all handlers share: the registry's lock for the whole run, and one reply on every path. An exception
+// of the body is logged and answered with the status that the reply held until then. The body stores the
+// item's key as soon as it knows it, for that log line. Returns the status that was sent.
 template <typename Body>
 uint16_t AppCfgMgmtServer::Serve(tern_message* msg, kestrel_connection* conn, Body&& body) {
     ReplyMsgInfo reply = {APP_CFG_STATUS_BAD_REQUEST, nullptr, 0};
     std::string key;
     const AppCfgFaultContext context(conn->fd, key);
-    const std::lock_guard<std::mutex> lock(m_itemMapMutex);
+    const AcmLock lock(m_itemMapMutex);
     Fence(LOG_FILE, __LINE__, [&] { body(reply, key); });
     ReplyMsg(msg, conn, &reply);
     return reply.status;
@@ -164,6 +165,7 @@ template <typename Record, typename Body>
 uint16_t AppCfgMgmtServer::ServeItem(tern_message* msg, kestrel_connection* conn, uint32_t requiredLen,
                                      Body&& body, uint16_t shortStatus) {
     return Serve(msg, conn, [&](ReplyMsgInfo& reply, std::string& key) {
+        m_itemMapMutex.AssertHeld();
         Record* record = nullptr;
         if (GetParamFromContent(msg, conn, &record, requiredLen) != 0) {
             reply.status = shortStatus;
@@ -214,7 +216,7 @@ void AppCfgMgmtServer::GetAppCfgRawData(tern_message* msg, kestrel_connection* c
         }
         BuildRawReply(msg, record, query, fragment, reply);
     };
-    // Unlike the other requests, a short one counts as one for something unknown; clients rely on it.
+    // Unlike other short requests, this one is answered 404; clients rely on it.
     ServeItem<AppCfgRawDataReq>(msg, conn, sizeof(AppCfgRawDataReq), read, APP_CFG_STATUS_NOT_FOUND);
 }
 
@@ -244,6 +246,7 @@ void AppCfgMgmtServer::SetAppCfgRawData(tern_message* msg, kestrel_connection* c
 void AppCfgMgmtServer::CreateAppCfgItem(tern_message* msg, kestrel_connection* conn) {
     ACM_LOG(ACM_INFO, "create app cfg item start...");
     Serve(msg, conn, [&](ReplyMsgInfo& reply, std::string& key) {
+        m_itemMapMutex.AssertHeld();
         AppCfgCreateReq* record = nullptr;
         if (GetParamFromContent(msg, conn, &record, sizeof(AppCfgCreateReq)) == 0) {
             key = GetAppCfgKey(&record->hndl);
@@ -262,6 +265,7 @@ void AppCfgMgmtServer::DeleteAppCfgItem(tern_message* msg, kestrel_connection* c
         ACM_LOG(ACM_INFO, "------------cfg info------------");
         ACM_LOG(ACM_INFO, "config hndl:%s", item->first.c_str());
         ACM_LOG(ACM_INFO, "--------------------------------");
+        m_itemMapMutex.AssertHeld();
         m_appCfgMgmtItemMap.erase(item);
         ACM_LOG(ACM_INFO, "delete app cfg mgmt item done. ");
         reply.status = APP_CFG_STATUS_OK;
@@ -277,7 +281,8 @@ void AppCfgMgmtServer::RestoreDefaultCfg(tern_message* msg, kestrel_connection* 
             return;
         }
         item.Stop();
-        // A restoring that fails is the operator's to see, not the client's: the item goes on as it is.
+        // A failed restore is logged, but answered 200; kept, since clients rely on it. The item goes on as
+        // it is.
         Fence(LOG_FILE, __LINE__, [&] { item.appCfgMgr->Restore(); });
         item.Start();
         reply.status = APP_CFG_STATUS_OK;
@@ -286,7 +291,7 @@ void AppCfgMgmtServer::RestoreDefaultCfg(tern_message* msg, kestrel_connection* 
 
 void AppCfgMgmtServer::UpdateCryptoParam(tern_message* msg, kestrel_connection* conn) {
     ACM_LOG(ACM_INFO, "update crypto param begin...");
-    // The handle is enough: fields beyond the content are zero, which means plain files.
+    // The handle alone is enough. Fields that the content lacks are zero, which means plain files.
     const auto update = [&](const AppCfgHndl&, auto item, ReplyMsgInfo& reply) {
         void* content = nullptr;
         uint32_t len = 0;
@@ -302,7 +307,7 @@ void AppCfgMgmtServer::UpdateCryptoParam(tern_message* msg, kestrel_connection* 
 
 void AppCfgMgmtServer::CloseConnection(kestrel_connection* conn) {
     Fence(LOG_FILE, __LINE__, [&] {
-        const std::lock_guard<std::mutex> lock(m_itemMapMutex);
+        const AcmLock lock(m_itemMapMutex);
         RemoveItemsOf(conn->fd);
     });
 }
@@ -321,9 +326,10 @@ void AppCfgMgmtServer::RemoveItemsOf(int32_t connFd) {
     }
 }
 
-// The loop closes every connection before it ends; what is left had none that the framework told of.
+// The event loop closes every connection before it ends, which removes their items. This removes the items of
+// connections whose close was never reported.
 void AppCfgMgmtServer::RemoveAllItems() {
-    const std::lock_guard<std::mutex> lock(m_itemMapMutex);
+    const AcmLock lock(m_itemMapMutex);
     for (auto& [key, item] : m_appCfgMgmtItemMap) {
         item.End();
     }

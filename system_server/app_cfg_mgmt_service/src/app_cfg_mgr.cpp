@@ -31,15 +31,17 @@ void RequireDocument(const Poco::AutoPtr<Poco::Util::AbstractConfiguration>& con
 
 AppCfgMgr::AppCfgMgr(const std::string& cfgPath, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) :
     m_cfgPath(cfgPath), m_cryptoMgr(cryptoMgr) {
-    std::unique_lock<std::mutex> lock(m_notifyMutex);
+    const AcmLock lock(m_notifyMutex);
     m_notifyThread = std::make_shared<std::thread>(&AppCfgMgr::RunNotifyThread, this);
-    m_notifyReady.wait(lock, [this] { return m_notifyWaiting; });
+    while (!m_notifyWaiting) {
+        m_notifyReady.wait(m_notifyMutex);
+    }
 }
 
 AppCfgMgr::~AppCfgMgr() {
     m_notifyStop = true;
     {
-        const std::lock_guard<std::mutex> lock(m_notifyMutex);
+        const AcmLock lock(m_notifyMutex);
         m_notifyQuit = true;
         m_notifyCond.notify_one();
     }
@@ -49,7 +51,7 @@ AppCfgMgr::~AppCfgMgr() {
 int32_t AppCfgMgr::GetData(const std::string& query, std::vector<std::string>& values) const {
     const Poco::StringTokenizer keys(
         query, ITEM_SEPARATOR, Poco::StringTokenizer::TOK_IGNORE_EMPTY | Poco::StringTokenizer::TOK_TRIM);
-    const std::lock_guard<std::mutex> document(m_documentMutex);
+    const AcmLock document(m_documentMutex);
     AcmWorkBudget budget;
     for (const std::string& key : keys) {
         RequireDocument(m_config);
@@ -62,7 +64,7 @@ int32_t AppCfgMgr::SetData(const std::string& query) {
     ACM_LOG(ACM_TRACE, "queryString : [%s]", query.c_str());
     {
         const Poco::StringTokenizer items(query, ITEM_SEPARATOR, Poco::StringTokenizer::TOK_IGNORE_EMPTY);
-        const std::lock_guard<std::mutex> document(m_documentMutex);
+        const AcmLock document(m_documentMutex);
         AcmWorkBudget budget;
         for (const std::string& item : items) {
             if (!SetItem(item, budget)) {
@@ -75,7 +77,7 @@ int32_t AppCfgMgr::SetData(const std::string& query) {
 }
 
 void AppCfgMgr::AnnounceChange() {
-    const std::lock_guard<std::mutex> lock(m_notifyMutex);
+    const AcmLock lock(m_notifyMutex);
     m_notifyCond.notify_one();
 }
 
@@ -84,7 +86,7 @@ bool AppCfgMgr::SetItem(const std::string& item, AcmWorkBudget& budget) {
         ACM_LOG(ACM_ERROR, "invaild grammar[num of Key Value Separator not equal to 1]");
         return false;
     }
-    // Only the beginning: an item that ends with the separator sets an empty value, and clients use it.
+    // Only the first character is tested: clients use "key|" to set an empty value.
     if (item.front() == KEY_VALUE_SEPARATOR) {
         ACM_LOG(ACM_ERROR, "invaild grammar[Key Value Separator at the beginning or end]");
         return false;
@@ -108,7 +110,7 @@ bool AppCfgMgr::SetItem(const std::string& item, AcmWorkBudget& budget) {
 
 int32_t AppCfgMgr::SetRawData(const std::string& key, const std::string& data) {
     {
-        const std::lock_guard<std::mutex> document(m_documentMutex);
+        const AcmLock document(m_documentMutex);
         if (m_document->SetRawString(key, data) != 0) {
             LogRawRefused();
             return -1;
@@ -120,7 +122,7 @@ int32_t AppCfgMgr::SetRawData(const std::string& key, const std::string& data) {
 }
 
 int32_t AppCfgMgr::GetRawData(const std::string& key, std::string& data) {
-    const std::lock_guard<std::mutex> document(m_documentMutex);
+    const AcmLock document(m_documentMutex);
     if (m_document->GetRawString(key, data) != 0) {
         LogRawRefused();
         return -1;
@@ -129,14 +131,14 @@ int32_t AppCfgMgr::GetRawData(const std::string& key, std::string& data) {
 }
 
 void AppCfgMgr::Save() {
-    const std::lock_guard<std::mutex> lock(m_saveMutex);
+    const AcmLock lock(m_saveMutex);
     ACM_LOG(ACM_TRACE, "save [%s]...", m_cfgPath.c_str());
     SaveCfgToPath(m_cfgPath);
     ACM_LOG(ACM_TRACE, "save [%s] done.", m_cfgPath.c_str());
 }
 
 void AppCfgMgr::Backup() {
-    const std::lock_guard<std::mutex> lock(m_backupMutex);
+    const AcmLock lock(m_backupMutex);
     const std::string backupPath = GetBackupPath();
     ACM_LOG(ACM_TRACE, "backup [%s] to [%s]...", m_cfgPath.c_str(), backupPath.c_str());
     SaveCfgToPath(backupPath);
@@ -163,7 +165,7 @@ void AppCfgMgr::RestoreFiles() {
         NoteChange();
     }
     ReplaceCopy(defaultPath, AcmFileStore::CFG);
-    // Else a later recovery from the backup would bring the old values back.
+    // The backup too, or a later recovery from it would bring the old values back.
     const std::string backupPath = GetBackupPath();
     if (!backupPath.empty() && IsReachable(backupPath)) {
         ReplaceCopy(defaultPath, AcmFileStore::BACKUP);
@@ -179,14 +181,14 @@ void AppCfgMgr::ReplaceCopy(const std::string& source, AcmFileStore::Copy copy) 
     }
     if (FileExists(source)) {
         const uint32_t change = ChangeNumber();
-        const std::lock_guard<std::mutex> lock(m_fileMutex);
+        const AcmLock lock(m_fileMutex);
         m_files.NoteWhole(copy, change);
     }
 }
 
 void AppCfgMgr::Reload() {
-    const std::lock_guard<std::mutex> files(m_fileMutex);
-    const std::lock_guard<std::mutex> document(m_documentMutex);
+    const AcmLock files(m_fileMutex);
+    const AcmLock document(m_documentMutex);
     try {
         if (m_cryptoMgr) {
             m_document->load(*m_cryptoMgr->GetDecryptStream());
@@ -194,14 +196,14 @@ void AppCfgMgr::Reload() {
             m_document->load(m_cfgPath);
         }
     } catch (...) {
-        ++m_changes; // neither copy holds the text of the document that stays
+        ++m_changes; // the old document stays, and neither file holds its text any more
         throw;
     }
     m_files.NoteWhole(AcmFileStore::CFG, m_changes);
 }
 
 void AppCfgMgr::Save(std::ostream& out) {
-    const std::lock_guard<std::mutex> document(m_documentMutex);
+    const AcmLock document(m_documentMutex);
     if (m_document != nullptr) {
         m_document->Save(out);
     }
@@ -224,7 +226,7 @@ void AppCfgMgr::SaveCfgToPath(const std::string& path) {
     Save(stream);
     if (!stream.good()) {
         ACM_LOG(ACM_ERROR, "serialise [%s] fail. [%s] is left as it is.", m_cfgPath.c_str(), path.c_str());
-        throw Poco::OutOfMemoryException(path); // nothing else makes such a stream bad
+        throw Poco::OutOfMemoryException(path); // the only fault that makes a string stream bad
     }
     std::string text = stream.str();
     if (text.size() > MAX_DOCUMENT_BYTES) {
@@ -232,7 +234,7 @@ void AppCfgMgr::SaveCfgToPath(const std::string& path) {
                 path.c_str());
         return;
     }
-    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    const AcmLock lock(m_fileMutex);
     if (m_cryptoMgr) {
         std::string cipher;
         m_cryptoMgr->Encrypt(text, cipher);
@@ -247,22 +249,22 @@ void AppCfgMgr::SyncSaveToPath(const std::string& data, const std::string& path)
 
 bool AppCfgMgr::IsBehind(AcmFileStore::Copy copy) {
     const uint32_t change = ChangeNumber();
-    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    const AcmLock lock(m_fileMutex);
     return IsConfigWritable() && m_files.IsBehind(copy, change);
 }
 
 bool AppCfgMgr::IsTorn(AcmFileStore::Copy copy) const {
-    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    const AcmLock lock(m_fileMutex);
     return m_files.IsTorn(copy);
 }
 
 int AppCfgMgr::OpenError(AcmFileStore::Copy copy) const {
-    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    const AcmLock lock(m_fileMutex);
     return m_files.OpenError(copy);
 }
 
 void AppCfgMgr::NoteTorn(AcmFileStore::Copy copy) {
-    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    const AcmLock lock(m_fileMutex);
     m_files.NoteTorn(copy);
 }
 
@@ -276,12 +278,12 @@ void AppCfgMgr::CatchUp(bool isSaved, bool isBackedUp) {
 }
 
 uint32_t AppCfgMgr::ChangeNumber() const {
-    const std::lock_guard<std::mutex> document(m_documentMutex);
+    const AcmLock document(m_documentMutex);
     return m_changes;
 }
 
 void AppCfgMgr::NoteChange() {
-    const std::lock_guard<std::mutex> document(m_documentMutex);
+    const AcmLock document(m_documentMutex);
     ++m_changes;
 }
 
@@ -303,47 +305,47 @@ void AppCfgMgr::RunNotifyThread() {
 
 void AppCfgMgr::NotifyConfigChanged() {
     while (!m_notifyStop) {
-        std::unique_lock<std::mutex> lock(m_notifyMutex);
+        const AcmLock lock(m_notifyMutex);
         m_notifyWaiting = true;
         m_notifyReady.notify_all();
         while (!m_notifyQuit) {
-            m_notifyCond.wait(lock);
+            m_notifyCond.wait(m_notifyMutex);
             Fence(LOG_FILE, __LINE__, [this] { m_configChangedEvent(this, m_cfgPath); });
         }
     }
 }
 
 std::string AppCfgMgr::GetBackupPath() const {
-    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    const AcmLock lock(m_fileMutex);
     return m_backupPath;
 }
 
 std::string AppCfgMgr::GetDefaultPath() const {
-    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    const AcmLock lock(m_fileMutex);
     return m_defaultPath;
 }
 
 void AppCfgMgr::SetBackupPath(const std::string& path) {
-    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    const AcmLock lock(m_fileMutex);
     m_backupPath = path;
 }
 
 void AppCfgMgr::SetDefaultPath(const std::string& path) {
-    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    const AcmLock lock(m_fileMutex);
     m_defaultPath = path;
 }
 
 std::shared_ptr<AppCfgCryptoMgr> AppCfgMgr::GetCryptoMgr() const {
-    const std::lock_guard<std::mutex> lock(m_fileMutex);
+    const AcmLock lock(m_fileMutex);
     return m_cryptoMgr;
 }
 
 void AppCfgMgr::SetCryptoMgr(const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
     {
-        const std::lock_guard<std::mutex> lock(m_fileMutex);
+        const AcmLock lock(m_fileMutex);
         m_cryptoMgr = cryptoMgr;
     }
-    NoteChange(); // afterwards: what a strategy writes in between must not count as in the new encryption
+    NoteChange(); // last: a save that ran before it used the old encryption, and must count as behind
 }
 
 std::shared_ptr<AppCfgCryptoMgr> AppCfgMgr::CloneCryptoMgr(const std::string& path) const {

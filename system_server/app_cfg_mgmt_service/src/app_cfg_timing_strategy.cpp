@@ -28,8 +28,8 @@ void AppCfgTimingStrategy::Stop() {
 void AppCfgTimingStrategy::SaveThread() {
     while (m_running) {
         {
-            std::unique_lock<std::mutex> lock(m_mutex);
-            AwaitWakeUp(lock, m_savePeriod);
+            const AcmLock lock(m_mutex);
+            AwaitWakeUp(m_savePeriod);
         }
         Fence(LOG_FILE, __LINE__, [this] { Execute(); });
     }

@@ -1,4 +1,4 @@
-// What the document library does not tell of a JSON text that it has parsed.
+// Facts about a JSON text that the document library does not report when it parses it.
 #ifndef ACM_JSON_TEXT_H
 #define ACM_JSON_TEXT_H
 
@@ -10,7 +10,7 @@ namespace SystemServer {
 struct AcmJsonSurvey {
     uint64_t writtenBytes = 0;        // an upper bound, each element on a line of its own, indented
     uint64_t depth = 0;               // objects and arrays inside each other
-    const char* unkeepable = nullptr; // what the library has read as something else, if anything
+    const char* unkeepable = nullptr; // names what the library reads wrongly, if the text has such a thing
 };
 
 // One pass over a text that need not be well-formed.

@@ -1,5 +1,5 @@
-// What the service refuses although it may be a good document: one that is beyond a limit, or that could not
-// be written so that it loads again.
+// The refusal of a document that may be well-formed, but is beyond a limit or could not be saved so that it
+// loads again.
 #ifndef ACM_LIMIT_H
 #define ACM_LIMIT_H
 
@@ -7,8 +7,8 @@
 
 namespace SystemServer {
 
-// Unlike a file that cannot be parsed, one that is refused so is never replaced by a copy. The message names
-// the limit.
+// A file that is refused in this way is never overwritten by a copy, unlike one that cannot be parsed. The
+// message names the limit.
 POCO_DECLARE_EXCEPTION_CODE(, AcmLimitException, Poco::DataException, 0)
 
 } // namespace SystemServer

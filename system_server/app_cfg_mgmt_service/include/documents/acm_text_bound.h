@@ -1,5 +1,4 @@
-// How long a document's text may become: a file beyond MAX_DOCUMENT_BYTES could be saved, but not loaded
-// again.
+// Keeps a document's text within MAX_DOCUMENT_BYTES: a longer file could be saved, but not loaded again.
 #ifndef ACM_TEXT_BOUND_H
 #define ACM_TEXT_BOUND_H
 
@@ -12,26 +11,26 @@
 
 namespace SystemServer {
 
-// The bytes that write puts out; counting ends a little above MAX_DOCUMENT_BYTES.
+// Counts the bytes that write puts out, up to a little more than MAX_DOCUMENT_BYTES.
 uint64_t MeasureText(const std::function<void(std::ostream&)>& write);
 
-// What a text takes at most once it is escaped for JSON or XML.
+// The most bytes that a text can take once it is escaped for JSON or XML.
 uint64_t EscapedBytes(const std::string& text);
 
-// What a tag takes at most in XML, and each attribute in it.
+// The most bytes of an XML tag without attributes, and of each attribute in it.
 uint64_t XmlTagBytes(const std::string& name);
 uint64_t XmlAttributeBytes(const std::string& name, const std::string& value);
 
-// An upper bound of one document's text that is kept as it changes, so that it is measured only when the
-// bound leaves no room. Owned by its document and guarded as that is.
+// An upper bound of the length of one document's text. It is updated with each change, so that the document
+// has to be measured only when the bound comes near the limit. Owned by its document and guarded as that is.
 class AcmTextBound {
 public:
-    // The bound of a document that was loaded.
+    // Sets the bound of a document that was loaded.
     void Reset(uint64_t bytes) { m_bytes = bytes; }
 
-    // Takes the growth into account and answers true when the document has room for it. Write puts the
-    // document out as it is now.
-    bool Admits(uint64_t growth, const std::function<void(std::ostream&)>& write);
+    // Counts the growth and returns true when the document stays within the limit. Write puts the document
+    // out as it is now.
+    bool Reserve(uint64_t growth, const std::function<void(std::ostream&)>& write);
 
 private:
     uint64_t m_bytes = 0;

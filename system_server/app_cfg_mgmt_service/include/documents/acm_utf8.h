@@ -1,4 +1,4 @@
-// Whether a text is UTF-8, which the document library takes on trust.
+// Checks that a text is UTF-8; the document library does not.
 #ifndef ACM_UTF8_H
 #define ACM_UTF8_H
 
@@ -6,7 +6,7 @@
 
 namespace SystemServer {
 
-// Each character must be accepted as well, where that is asked for.
+// With a second argument, that function must accept each character too.
 bool IsUtf8(const std::string& text, bool (*accepts)(int character) = nullptr);
 
 } // namespace SystemServer

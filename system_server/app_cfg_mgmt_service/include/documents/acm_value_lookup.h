@@ -17,7 +17,7 @@ class AcmWorkBudget {
 public:
     // Both throw Poco::RangeException when the request has used up MAX_REQUEST_WORK or its time.
     void Spend(uint64_t bytes);
-    // For looking a key up: its steps are bounded, and each step walks forward through the document.
+    // For one lookup: also bounds the steps of the key, each of which walks through siblings in the document.
     void SpendLookup(const std::string& key);
 
 private:

@@ -9,7 +9,7 @@
 
 namespace SystemServer {
 
-// Closes a descriptor at the end of its scope; a negative one is none.
+// Closes a descriptor at the end of its scope. A negative number stands for no descriptor.
 class AcmDescriptor {
 public:
     explicit AcmDescriptor(int fd) : m_fd(fd) {}
@@ -27,8 +27,8 @@ private:
     const int m_fd;
 };
 
-// A descriptor, or -1 with errno. Without O_NONBLOCK, opening a FIFO would wait for its other end; a regular
-// file takes no notice of it.
+// Opens a path; -1 with errno when that fails. Without O_NONBLOCK, opening a FIFO would wait for its other
+// end; for a regular file the flag changes nothing.
 inline int OpenPromptly(const std::string& path, int flags, mode_t mode = 0) {
     int fd = -1;
     do {
@@ -37,7 +37,8 @@ inline int OpenPromptly(const std::string& path, int flags, mode_t mode = 0) {
     return fd;
 }
 
-// Whether an fsync that failed so has failed for want of anything to sync with: nothing is known to be lost.
+// Whether this error of fsync says only that the file system cannot sync such a file: no data is known to be
+// lost.
 inline bool CannotSync(int error) {
     return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
 }

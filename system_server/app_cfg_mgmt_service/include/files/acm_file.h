@@ -12,27 +12,27 @@ namespace SystemServer {
 // that is no regular file and AcmLimitException for a file above MAX_FILE_BYTES.
 std::string ReadRegularFile(const std::string& path);
 
-// False for a path that leads nowhere: a loop of links, a name that is too long, a directory that may not be
-// searched.
+// False for a path that cannot lead to a file: a loop of links, a name that is too long, a directory without
+// permission to search it.
 bool IsReachable(const std::string& path);
 
-// As the library's own test: false also for a path that is not reachable. On a 32-bit machine that one takes
-// a file for missing whose time is after 2038, as a wrong clock leaves it, and the file would be replaced by
-// a copy. Throws when the path cannot be looked at for another reason.
+// Whether the path names anything; false also for a path that is not reachable. Throws when it cannot be
+// looked at for another reason. The library's own test alone is not enough: on a 32-bit machine it reports a
+// file as missing when a wrong clock dated it after 2038, and the file would be overwritten by a copy.
 bool FileExists(const std::string& path);
 
 bool IsRegularFile(const std::string& path);
 
-// Throws Poco::FileException when the path names an existing thing that is no regular file.
+// Throws Poco::FileException when the path exists and is no regular file.
 void RequireRegularFile(const std::string& path);
 
-// Throws Poco::FileException when the path names an existing thing that a backup cannot be written to:
-// neither a regular file nor a device.
+// Throws Poco::FileException when the path exists and is neither a regular file nor a device: a backup cannot
+// be written to it.
 void RequireWriteTarget(const std::string& path);
 
-// Copies a regular file over another path, which keeps its mode or gets the source's; nothing to do when both
-// are the same file. The library's own copy would follow whatever stands at the paths by then, rewrite the
-// destination's path and empty a file that is copied onto itself.
+// Copies a regular file. An existing destination keeps its mode, a new one gets the source's; when both are
+// the same file, nothing is done. The library's own copy is not used: it would read any kind of file, replace
+// the destination instead of writing it in place, and empty a file that is copied onto itself.
 void CopyRegularFile(const std::string& source, const std::string& destination);
 
 // Whether the exception means that memory, threads or descriptors ran out, which says nothing about the

@@ -13,49 +13,51 @@ struct AcmWriting {
     Step failed = NONE;
     int error = 0; // of the step that failed
     ssize_t written = 0;
-    bool isTorn = false; // not of a device, nor where the file system has nothing to sync with
+    bool isTorn = false; // never for a device, nor for a file system that cannot sync
 
     bool IsWhole() const { return failed != OPEN && !isTorn; }
 };
 
-// The one place that writes files: opens with truncation, writes once, syncs and closes, and syncs the
-// directory of a file that came to be.
+// The one place that writes files: opens with truncation, writes once, syncs and closes. After creating a
+// file it syncs the directory too.
 AcmWriting WriteInPlace(const std::string& data, const std::string& path, mode_t mode);
 
-// A line for the step that failed, if any, of a write of so many bytes.
+// Logs the step that failed, if any.
 void LogWriting(const AcmWriting& writing, size_t bytes, const std::string& path);
 
-// False when the file is sure not to take so many bytes in place of its own. True also for what cannot be
-// told: a missing file, one that is no regular file, a file system that reserves no room, a quota on a disk
-// with room.
-bool HasRoomFor(size_t bytes, const std::string& path);
+// False when a write of so many bytes in place of the file's own is sure to fail for want of disk space. True
+// also when that cannot be known: for a missing file, for one that is no regular file, on a file system that
+// cannot reserve space, and for a quota on a disk with free space.
+bool HasDiskSpaceFor(size_t bytes, const std::string& path);
 
 // An item's configuration file and its backup copy.
 //
 // Both are written in place, so that they keep owner, mode and links: a crash or a failed write leaves its
-// file torn, and the other copy is then all there is. Hence:
-// 1. A file is left as it is when the disk has no room for the text, or the process may not write as much.
-// 2. While one copy is torn, it is written before the other.
-// 3. While it stays torn, the other one is the last, and is overwritten only where the same fault cannot tear
-// it
-//    too: the torn one cannot even be opened, or lies on another file system.
-// Each copy knows the number of the change whose text it holds: what is behind is written when the item ends.
+// file torn (cut or empty), and the other copy is then the only good one. Hence:
+// 1. A file is not touched when the disk lacks space for the text, or a limit forbids so long a file.
+// 2. If the other copy is torn, it is rewritten first.
+// 3. If that fails, this is the only good copy. It is overwritten only where the same fault cannot tear it
+// too:
+//    the torn copy cannot be opened at all, or lies on another file system.
+// Each copy knows the number of the change whose text it holds. A copy that is behind the newest change is
+// written when the item ends.
 //
 // Owned by the item's manager, and guarded by its m_fileMutex together with the two paths.
 class AcmFileStore {
 public:
     enum Copy { CFG, BACKUP };
 
-    // The paths are the manager's own; an empty one is no copy.
+    // Refers to the manager's paths as they change. An empty path means that there is no such copy.
     AcmFileStore(const std::string& cfgPath, const std::string& backupPath) :
         m_paths{&cfgPath, &backupPath} {}
 
-    // Writes the text of this change to the copy, and to the other one before it if that is torn.
+    // Writes the text of this change to the copy; if the other copy is torn, to that one first.
     void Write(Copy copy, const std::string& text, uint32_t change);
 
     // The copy is whole and holds the text of this change.
     void NoteWhole(Copy copy, uint32_t change) { m_copies[copy] = {change, false, false, 0}; }
-    // The copy was found torn: that alone is no reason to write it, since it may hold what nothing else has.
+    // The copy was found torn. Unlike a copy that this store tore, it does not count as behind: it may hold
+    // something that no other file has.
     void NoteTorn(Copy copy) { m_copies[copy].isTorn = true; }
 
     bool IsTorn(Copy copy) const { return m_copies[copy].isTorn; }

@@ -20,11 +20,11 @@ public:
 
     // The status of the reply. Throws what the file and document libraries throw; files that were recovered
     // until then stay recovered.
-    uint16_t Run();
+    uint16_t Run() ACM_REQUIRES(AppCfgMgmtServer::m_itemMapMutex);
 
 private:
-    bool HasRoomForItem() const;
-    bool EraseOldItem();
+    bool IsBelowItemLimits() const ACM_REQUIRES(AppCfgMgmtServer::m_itemMapMutex);
+    bool EraseOldItem() ACM_REQUIRES(AppCfgMgmtServer::m_itemMapMutex);
     void ExpandPaths();
     bool ArePathsValid() const;
     void LogPaths() const;
@@ -38,7 +38,7 @@ private:
     void StartStrategies();
     void SetCopyPaths();
     void ExamineBackup();
-    void Register();
+    void Register() ACM_REQUIRES(AppCfgMgmtServer::m_itemMapMutex);
 
     const AppCfgCreateReq& m_request;
     kestrel_connection& m_conn;

@@ -20,12 +20,12 @@ public:
     // entity's text refers to another entity: nested ones grow exponentially.
     void Declare(const std::string& name, const std::string& text);
 
-    // Throws AcmLimitException for a reference to an entity that was not declared. Where declarations may
-    // stand in files that are not read, the parser leaves such references out, and what they stand for would
-    // be lost with the first save. One in a comment or a CDATA section counts as well.
+    // Throws AcmLimitException for a reference to an entity that was not declared. When declarations may be
+    // in other files, which are not read, the parser drops such references silently, and the first save would
+    // lose them. References in comments and CDATA sections count as well.
     void RequireDeclared();
 
-    // Whether the text may refer to one, which may declare others.
+    // Whether the text may refer to a parameter entity, which may declare further entities.
     bool HasParameterEntities() const;
 
 private:

@@ -13,9 +13,9 @@ namespace SystemServer {
 
 class AcmXmlGuard;
 
-// Serves a text piece by piece and ends early once the guard has stopped, so that the parser gives up soon.
-// In front of the root element a piece is one declaration at most: the guard judges an entity before the
-// parser can read a reference to it. Lives for one parse; no locks.
+// Serves a text piece by piece, and ends early once the guard has stopped, so that the parser gives up soon.
+// In front of the root element a piece holds at most one declaration: the guard must judge an entity before
+// the parser can read a reference to it. Lives for one parse; no locks.
 class AcmXmlFeed : public std::streambuf {
 public:
     AcmXmlFeed(const std::string& text, AcmXmlGuard& guard);
@@ -29,11 +29,11 @@ private:
     const std::string& m_text;
     AcmXmlGuard& m_guard;
     AcmXmlProlog m_prolog;
-    size_t m_size; // without blanks behind the root
+    size_t m_size; // without trailing blanks
     size_t m_position = 0;
-    size_t m_markupEnd = 0; // of the prolog's markup that is being served
+    size_t m_markupEnd = 0; // end of the prolog's markup that is being served
     uint64_t m_events = 0;
-    size_t m_lastEvent = 0; // where the parser stood when an event came last
+    size_t m_lastEvent = 0; // position at the last event
 };
 
 } // namespace SystemServer

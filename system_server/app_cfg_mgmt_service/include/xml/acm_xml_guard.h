@@ -2,22 +2,22 @@
 #ifndef ACM_XML_GUARD_H
 #define ACM_XML_GUARD_H
 
+#include <Poco/SAX/DeclHandler.h>
+#include <Poco/SAX/LexicalHandler.h>
+#include <Poco/SAX/XMLFilterImpl.h>
+
 #include <cstdint>
 #include <exception>
 #include <string>
-
-#include "Poco/SAX/DeclHandler.h"
-#include "Poco/SAX/LexicalHandler.h"
-#include "Poco/SAX/XMLFilterImpl.h"
 
 #include "acm_xml_entities.h"
 #include "acm_xml_reader.h"
 
 namespace SystemServer {
 
-// Hands a parser's events on until one breaks a limit or the receiver throws; from then on it is silent and
-// keeps the fault. It never throws itself: the parser's C code between could not be unwound on every target.
-// Lives for one parse; no locks.
+// Passes a parser's events on until one breaks a limit or the receiver throws. From then on it passes nothing
+// on and keeps the fault. It never throws itself: an exception cannot pass the parser's C code on every
+// target. Lives for one parse; no locks.
 class AcmXmlGuard : public Poco::XML::XMLFilterImpl,
                     public Poco::XML::LexicalHandler,
                     public Poco::XML::DeclHandler {
@@ -27,12 +27,12 @@ public:
     // The text is what is parsed; it must outlive the guard.
     AcmXmlGuard(Poco::XML::XMLReader& parser, const std::string& text, AcmXmlDoctype doctype);
 
-    // Events so far, also those that went no further: while the number stands still, the parser is in the
-    // middle of something.
+    // The number of events so far, passed on or not. While it does not change, the parser is inside one piece
+    // of markup.
     uint64_t Events() const { return m_events; }
     bool Stopped() const { return m_fault != nullptr; }
 
-    // Makes the guard silent, as a fault of an event does.
+    // Ends the passing on, as a fault does.
     void Stop(const char* reason) noexcept;
     // Throws the kept fault, if any.
     void RethrowFault() const;
@@ -85,8 +85,8 @@ private:
     uint64_t m_bytes = 0;
     size_t m_depth = 0;
     bool m_inDoctype = false;
-    bool m_isOpen = false;     // declarations may stand in files that are not read
-    size_t m_declarations = 0; // that are written back
+    bool m_isOpen = false;     // declarations may be in other files, which are not read
+    size_t m_declarations = 0; // notations and unparsed entities, which are saved again
     bool m_inCdata = false;
 };
 

@@ -19,7 +19,7 @@ struct AcmXmlKeyStep {
     int index = 0;
 };
 
-// Reads the step at the position, which is not the end, and leaves the position behind it. Throws
+// Reads the step at the position, which must not be the end, and moves the position behind it. Throws
 // Poco::SyntaxException for an index that is no number.
 AcmXmlKeyStep ReadXmlKeyStep(std::string::const_iterator& position, const std::string::const_iterator& end);
 

@@ -15,11 +15,11 @@ public:
     // The text must outlive this object.
     explicit AcmXmlProlog(const std::string& text);
 
-    // The end of the next piece of markup, or of blanks, behind this position; npos from the root element on.
-    // Positions must come in order.
+    // Where the next piece of markup, or of blanks, behind this position ends; npos from the root element on.
+    // Each position must be larger than the one before.
     size_t NextEnd(size_t position);
 
-    // Whether what ends there is blanks, which mean nothing to the parser.
+    // Whether that piece is blanks, for which the parser reports no event.
     bool IsBlank() const { return m_isBlank; }
 
 private:
@@ -33,8 +33,8 @@ private:
 
     const std::string& m_text;
     size_t m_width = 1;   // bytes of a character
-    size_t m_lowByte = 0; // where its low byte stands
-    size_t m_end = 0;     // of what was passed
+    size_t m_lowByte = 0; // offset of its low byte
+    size_t m_end = 0;     // end of the last piece
     bool m_inSubset = false;
     bool m_isInRoot = false;
     bool m_isBlank = false;

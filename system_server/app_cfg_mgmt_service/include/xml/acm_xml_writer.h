@@ -2,9 +2,9 @@
 #ifndef ACM_XML_WRITER_H
 #define ACM_XML_WRITER_H
 
-#include <ostream>
+#include <Poco/DOM/Node.h>
 
-#include "Poco/DOM/Node.h"
+#include <ostream>
 
 namespace SystemServer {
 

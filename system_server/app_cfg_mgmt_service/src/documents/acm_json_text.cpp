@@ -1,6 +1,6 @@
-// The document library parses two things into something else without a word: an integer just beyond 64 bits
-// comes out as another number, and a member's name ends at its first NUL. Both would be lost with the next
-// save, so that they are looked for in the text.
+// The document library misreads two things without reporting it: an integer just beyond 64 bits becomes
+// another number, and a member's name is cut at its first NUL. The next save would write the wrong value, so
+// the text is searched for both before it is accepted.
 #include "acm_json_text.h"
 
 #include <algorithm>

@@ -7,7 +7,8 @@ namespace SystemServer {
 
 namespace {
 
-// Counts and keeps nothing. Refuses bytes once there are too many, so that the writer's stream goes bad.
+// Counts bytes and throws them away. Refuses more once there are too many, so that the writer's stream goes
+// bad.
 class CountingBuffer : public std::streambuf {
 public:
     uint64_t Count() const { return m_count; }
@@ -32,7 +33,7 @@ private:
 uint64_t MeasureText(const std::function<void(std::ostream&)>& write) {
     CountingBuffer buffer;
     std::ostream stream(&buffer);
-    // A writer that finds its stream bad would walk the rest of the document all the same.
+    // An exception stops the writer, which would otherwise walk the rest of the document with a bad stream.
     stream.exceptions(std::ios::badbit);
     try {
         write(stream);
@@ -60,7 +61,7 @@ uint64_t XmlAttributeBytes(const std::string& name, const std::string& value) {
     return name.size() + EscapedBytes(value) + sizeof " =\"\"";
 }
 
-bool AcmTextBound::Admits(uint64_t growth, const std::function<void(std::ostream&)>& write) {
+bool AcmTextBound::Reserve(uint64_t growth, const std::function<void(std::ostream&)>& write) {
     if (m_bytes + growth > MAX_DOCUMENT_BYTES) {
         m_bytes = MeasureText(write);
         if (m_bytes + growth + DOCUMENT_SLACK_BYTES > MAX_DOCUMENT_BYTES) {

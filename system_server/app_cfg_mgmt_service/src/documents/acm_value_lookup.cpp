@@ -25,7 +25,7 @@ bool FetchRaw(const Poco::Util::AbstractConfiguration& config, const std::string
     }
 }
 
-// The library's own expansion follows references without a bound on what they add up to.
+// Used instead of the library's own expansion, which has no bound on the length of the result.
 std::string Expand(const Poco::Util::AbstractConfiguration& config, const std::string& value,
                    AcmWorkBudget& budget, int depth) {
     if (depth > MAX_REFERENCE_DEPTH) {

@@ -90,8 +90,8 @@ struct stat StatusOf(int fd, const std::string& path) {
     return status;
 }
 
-// A part of a copy must not stand for the file: cut INI text loads like any other. What a link names goes,
-// and the link stays.
+// Removes a new file whose copying failed half-way: cut INI text would load like a whole file. Of a link only
+// its target is removed.
 void Remove(const std::string& path) {
     char target[PATH_MAX];
     if (realpath(path.c_str(), target) != nullptr) {
@@ -102,7 +102,7 @@ void Remove(const std::string& path) {
 } // namespace
 
 std::string ReadRegularFile(const std::string& path) {
-    RequireRegularFile(path); // not even opened otherwise
+    RequireRegularFile(path); // before it is opened: opening a device may already do something
     const AcmDescriptor file(OpenOrThrow(path, O_RDONLY));
     RequireRegular(StatusOf(file.Get(), path), path);
     return ReadAll(file.Get(), path);
@@ -138,7 +138,7 @@ void RequireWriteTarget(const std::string& path) {
 }
 
 void CopyRegularFile(const std::string& source, const std::string& destination) {
-    RequireRegularFile(source); // not even opened otherwise
+    RequireRegularFile(source); // before it is opened, as above
     const AcmDescriptor from(OpenOrThrow(source, O_RDONLY));
     const struct stat fromStatus = StatusOf(from.Get(), source);
     RequireRegular(fromStatus, source);
@@ -149,7 +149,7 @@ void CopyRegularFile(const std::string& source, const std::string& destination) 
         return;
     }
     RequireWriteTarget(destination);
-    if (!HasRoomFor(content.size(), destination)) {
+    if (!HasDiskSpaceFor(content.size(), destination)) {
         ThrowFileError(destination, ENOSPC);
     }
     const AcmWriting writing =
@@ -177,7 +177,7 @@ bool IsShortage(const std::exception& fault) {
     if (dynamic_cast<const Poco::FileException*>(&fault) != nullptr) {
         return IsShortageError(libraryFault->code());
     }
-    // What the parsers and the cipher's stream make of a failed allocation.
+    // The messages by which the parsers and the cipher's stream report a failed allocation.
     const std::string& text = libraryFault->message();
     return text == "No memory" || text == "out of memory" || text == "Cannot create Expat parser" ||
            text == "Output stream failure";

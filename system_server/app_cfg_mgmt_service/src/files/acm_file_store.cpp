@@ -19,7 +19,7 @@ bool IsRegular(int fd) {
     return fstat(fd, &status) != 0 || S_ISREG(status.st_mode);
 }
 
-// Else a power cut could take the whole new file with it.
+// Without this a power cut could remove the whole new file.
 void SyncDirectoryOf(const std::string& path) {
     const size_t slash = path.find_last_of('/');
     const AcmDescriptor directory(
@@ -41,14 +41,14 @@ AcmWriting WriteOpened(int fd, const std::string& data) {
     return {AcmWriting::NONE, 0, written, false};
 }
 
-// A write beyond the bound would end the process by a signal, if nobody ignores it.
+// Whether the process may write a file of this length. A write beyond RLIMIT_FSIZE would end it by a signal.
 bool IsAllowed(uint64_t bytes) {
     rlimit longest = {};
     return getrlimit(RLIMIT_FSIZE, &longest) != 0 || bytes <= longest.rlim_cur;
 }
 
-// Asked first, since it is one call and the answer of nearly every day. Blocks kept for the privileged do not
-// count: whether they are ours to use is for the reservation to find out.
+// Asked first: it takes one call, and there is nearly always enough. Blocks reserved for root are not
+// counted; CanReserve finds out whether this process may use them.
 bool IsMuchFree(size_t bytes, const std::string& path) {
     struct statvfs status = {};
     return statvfs(path.c_str(), &status) != 0 || status.f_blocks == 0 || // the file system reports no size
@@ -59,8 +59,8 @@ bool IsFull(int error) {
     return error == ENOSPC || error == EDQUOT;
 }
 
-// Reserves blocks behind the file's own, which still hold its text then. What a refusal had already taken is
-// given back, by cutting the file to the length that it has.
+// Reserves blocks behind the file's present content, which is kept. A refused reservation may have taken some
+// blocks already: cutting the file to the length that it has frees them.
 bool CanReserve(int fd, const struct stat& status, size_t bytes) {
     if (fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(bytes)) == 0 || !IsFull(errno)) {
         return true;
@@ -108,7 +108,7 @@ void LogWriting(const AcmWriting& writing, size_t bytes, const std::string& path
     }
 }
 
-bool HasRoomFor(size_t bytes, const std::string& path) {
+bool HasDiskSpaceFor(size_t bytes, const std::string& path) {
     struct stat status = {};
     if (!IsAllowed(bytes)) {
         return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
@@ -118,7 +118,7 @@ bool HasRoomFor(size_t bytes, const std::string& path) {
     }
     const AcmDescriptor file(OpenPromptly(path, O_WRONLY));
     if (file.Get() == -1) {
-        return !IsFull(errno); // to open a file of an overlay's lower layer copies it
+        return !IsFull(errno); // on an overlay, opening a file of the lower layer copies it
     }
     return fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
            CanReserve(file.Get(), status, bytes);
@@ -135,7 +135,7 @@ void AcmFileStore::Write(Copy copy, const std::string& text, uint32_t change) {
 }
 
 bool AcmFileStore::IsBehind(Copy copy, uint32_t change) const {
-    const State& state = m_copies[PathOf(copy) == PathOf(CFG) ? CFG : copy]; // a file may be its own backup
+    const State& state = m_copies[PathOf(copy) == PathOf(CFG) ? CFG : copy]; // both may be the same file
     return !PathOf(copy).empty() && (state.isLost || state.change != change);
 }
 
@@ -143,7 +143,7 @@ bool AcmFileStore::WriteCopy(Copy copy, const std::string& text, uint32_t change
     const std::string& path = PathOf(copy);
     State& state = m_copies[copy];
     state.openError = 0;
-    if (!HasRoomFor(text.size(), path)) {
+    if (!HasDiskSpaceFor(text.size(), path)) {
         ACM_LOG(ACM_ERROR, "no room to write [%s], which is left as it is.", path.c_str());
         return false;
     }

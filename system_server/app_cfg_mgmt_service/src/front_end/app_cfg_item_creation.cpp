@@ -23,7 +23,7 @@ bool IsUnixPath(const std::string& path) {
     return Poco::Path().tryParse(path, Poco::Path::PATH_UNIX);
 }
 
-// The backup first, as the item is replaced and not deleted.
+// A replaced item stops its backup strategy first; a deleted one stops its save strategy first.
 void EndOldItem(const AppCfgMgmtServer::AppCfgMgmtItem& item) {
     for (const auto& strategy : {item.backupStrategy, item.saveStrategy}) {
         if (strategy) {
@@ -39,13 +39,13 @@ AppCfgItemCreation::AppCfgItemCreation(const AppCfgCreateReq& request, kestrel_c
     m_request(request), m_conn(conn),
     m_key(AppCfgMgmtServer::GetAppCfgKey(&request.hndl)), m_item{conn.fd, nullptr, nullptr, nullptr} {}
 
-// A registered item has left m_item empty.
+// For an item that was not registered; registering empties m_item.
 AppCfgItemCreation::~AppCfgItemCreation() {
     m_item.Abandon();
 }
 
 uint16_t AppCfgItemCreation::Run() {
-    if (!HasRoomForItem() || !EraseOldItem()) {
+    if (!IsBelowItemLimits() || !EraseOldItem()) {
         return APP_CFG_STATUS_BAD_REQUEST;
     }
     ExpandPaths();
@@ -67,8 +67,8 @@ uint16_t AppCfgItemCreation::Run() {
     return APP_CFG_STATUS_OK;
 }
 
-// An item that is replaced makes room for its successor.
-bool AppCfgItemCreation::HasRoomForItem() const {
+// The item that this one will replace does not count.
+bool AppCfgItemCreation::IsBelowItemLimits() const {
     size_t all = 0;
     size_t ofConnection = 0;
     for (const auto& [key, item] : AppCfgMgmtServer::m_appCfgMgmtItemMap) {
@@ -85,7 +85,7 @@ bool AppCfgItemCreation::HasRoomForItem() const {
     return false;
 }
 
-// False when the last save failed, and the old item lives on.
+// False when the old item's last save failed; it then stays registered.
 bool AppCfgItemCreation::EraseOldItem() {
     auto& items = AppCfgMgmtServer::m_appCfgMgmtItemMap;
     const auto old = items.find(m_key);
@@ -129,8 +129,9 @@ void AppCfgItemCreation::LogPaths() const {
     ACM_LOG(ACM_INFO, "---------------------------------------");
 }
 
-// Before any file is opened or copied: a FIFO would hang the service, a device never ends. A copy's path that
-// leads nowhere names no copy, and is no reason to refuse the file itself.
+// Checked before any file is opened or copied: reading a FIFO would block the service, reading a device may
+// never end. A backup or default path that is not reachable counts as no copy; the item is created without
+// it.
 void AppCfgItemCreation::RequireUsableFiles() const {
     RequireRegularFile(m_cfgPath);
     if (IsReachable(m_backupPath)) {
@@ -151,7 +152,7 @@ bool AppCfgItemCreation::RecoverMissingFile() {
         return true;
     }
     ACM_LOG(ACM_INFO, "connect fd[%d] : config file[%s] not exists.try to recover...\n", fd, cfg);
-    // An empty path is no file to the library but a fault; a missing file without a backup path is refused.
+    // For an empty path this throws, so that a missing file without a backup path is answered 400.
     if (FileExists(m_backupPath)) {
         const char* const backup = m_backupPath.c_str();
         ACM_LOG(ACM_INFO, "connect fd[%d] : try to restore config file[%s] from backup[%s]...\n", fd, cfg,
@@ -182,7 +183,7 @@ bool AppCfgItemCreation::HasUsableBackupPath() const {
     return !m_backupPath.empty() && IsReachable(m_backupPath);
 }
 
-// Values that were set before are gone then, which the level of an operator's log must show.
+// At the error level, for the operator: values that were set before are lost.
 void AppCfgItemCreation::TellDefaultTaken() const {
     ACM_LOG(ACM_ERROR, "connect fd[%d] : appCfgKey[%s] config file[%s] was taken from default[%s].",
             m_conn.fd, m_key.c_str(), m_cfgPath.c_str(), m_defaultPath.c_str());
@@ -219,7 +220,7 @@ bool AppCfgItemCreation::LoadConfiguration() {
     return true;
 }
 
-// Overwrites a file that could not be loaded by a copy, and loads that.
+// Overwrites the file, which could not be loaded, with a copy and loads that.
 bool AppCfgItemCreation::LoadFrom(const char* sourceName, const std::string& sourcePath) {
     ACM_LOG(ACM_INFO, "connect fd[%d] : try to restore config file[%s] from %s[%s]...\n", m_conn.fd,
             m_cfgPath.c_str(), sourceName, sourcePath.c_str());
@@ -264,8 +265,8 @@ void AppCfgItemCreation::SetCopyPaths() {
     }
 }
 
-// A crash in the write of a backup has left it torn. The next save writes it first: a crash in the write of
-// the file would otherwise leave no copy.
+// A crash may have torn the backup. Then the next save writes the backup first: a crash while the file is
+// being written would otherwise leave no good copy.
 void AppCfgItemCreation::ExamineBackup() {
     bool isSame = true;
     const bool isRead = Fence(LOG_FILE, __LINE__, [&] {
@@ -277,7 +278,7 @@ void AppCfgItemCreation::ExamineBackup() {
     try {
         m_item.appCfgMgr->DeepClone(m_backupPath);
     } catch (const AcmLimitException&) {
-        // Good all the same.
+        // Too large to be loaded, but not torn.
     } catch (const std::exception& fault) {
         if (IsShortage(fault) || dynamic_cast<const Poco::FileException*>(&fault) != nullptr) {
             LogFencedFault(LOG_FILE, __LINE__);

@@ -16,7 +16,8 @@ bool IsForbidden(int error) {
     return error == EROFS || error == EACCES || error == EPERM;
 }
 
-// A 200 means that the files were rewritten. A backup's path that leads nowhere names none.
+// A status of 200 promises that the files were rewritten. A backup path that is not reachable counts as no
+// backup.
 void RequireWritten(AppCfgMgr& manager, AcmFileStore::Copy copy) {
     const std::string path = copy == AcmFileStore::CFG ? manager.GetCfgPath() : manager.GetBackupPath();
     if (manager.IsBehind(copy) && (copy == AcmFileStore::CFG || IsReachable(path))) {
@@ -24,7 +25,8 @@ void RequireWritten(AppCfgMgr& manager, AcmFileStore::Copy copy) {
     }
 }
 
-// The default is rewritten first, and may be all there is while another copy is torn.
+// The default is rewritten before the others, and may be the only good copy while one of them is torn: they
+// are made whole first.
 void RequireWholeCopies(AppCfgMgr& manager) {
     if (manager.IsTorn(AcmFileStore::CFG)) {
         manager.Save();
@@ -37,7 +39,8 @@ void RequireWholeCopies(AppCfgMgr& manager) {
     }
 }
 
-// The default file keeps its own values: a manager of its own loads it with the old encryption.
+// The default file keeps its own values, so a second manager loads it with the old encryption and saves it
+// with the new one.
 void ReencryptDefault(AppCfgMgr& manager, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) {
     const std::string defaultPath = manager.GetDefaultPath();
     if (defaultPath.empty()) {
@@ -52,7 +55,8 @@ void ReencryptDefault(AppCfgMgr& manager, const std::shared_ptr<AppCfgCryptoMgr>
     if (clone->IsTorn(AcmFileStore::CFG)) {
         manager.NoteDefaultTorn();
     }
-    // A default that nobody may change, which its line says, is no reason against new keys for the others.
+    // A default on read-only storage keeps its encryption; its log line says so. The other files are
+    // rewritten.
     if (!IsForbidden(clone->OpenError(AcmFileStore::CFG))) {
         RequireWritten(*clone, AcmFileStore::CFG);
     }

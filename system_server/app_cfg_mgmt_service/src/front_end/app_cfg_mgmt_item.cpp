@@ -1,5 +1,5 @@
-// The life of a registered item: its strategies are stopped before its manager goes, and what the files still
-// lack is written then.
+// The end of a registered item: its strategies are stopped first, then changes that are not on disk yet are
+// written, and then its manager is released.
 #include "app_cfg_fault.h"
 #include "app_cfg_instant_strategy.h"
 #include "app_cfg_mgmt_server.h"
@@ -14,8 +14,8 @@ void StopStrategy(const std::shared_ptr<AppCfgStrategy>& strategy) {
     }
 }
 
-// A worker that finds no thread leaves the item with a strategy that needs none: it acts on every change
-// until the item is created again.
+// When there is no thread for a worker, an instant strategy takes the place of the strategy: it needs no
+// thread and acts on every change until the item is created again.
 void StartStrategy(std::shared_ptr<AppCfgStrategy>& strategy, AppCfgMgr& manager,
                    AppCfgStrategy::AppCfgStrategyType type) {
     if (!strategy || Fence(LOG_FILE, __LINE__, [&] { strategy->Start(); })) {
@@ -30,7 +30,7 @@ void StartStrategy(std::shared_ptr<AppCfgStrategy>& strategy, AppCfgMgr& manager
 
 } // namespace
 
-// A fault in one strategy must not keep the other from its last save.
+// Two fences: a fault in one strategy must not keep the other from its last save.
 void AppCfgMgmtServer::AppCfgMgmtItem::Stop() const {
     Fence(LOG_FILE, __LINE__, [this] { StopStrategy(saveStrategy); });
     Fence(LOG_FILE, __LINE__, [this] { StopStrategy(backupStrategy); });

@@ -1,12 +1,12 @@
-// The front end's change to its user and capabilities, before any other thread exists.
-#include "app_cfg_mgmt_server.h"
-
+// The process's change to the service's user and capabilities. It comes before any thread is started, so that
+// all threads inherit them.
 #include <linux/capability.h>
 #include <pwd.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
 #include "app_cfg_log.h"
+#include "app_cfg_mgmt_server.h"
 
 extern "C" {
 // The C library exports both without a header of its own.

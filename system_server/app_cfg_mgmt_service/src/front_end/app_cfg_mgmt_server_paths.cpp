@@ -1,11 +1,10 @@
 // The front end's expansion of placeholders in the paths that clients send.
-#include "app_cfg_mgmt_server.h"
-
 #include <cstring>
 #include <fcntl.h>
 
 #include "acm_descriptor.h"
 #include "app_cfg_log.h"
+#include "app_cfg_mgmt_server.h"
 #include "app_cfg_record.h"
 
 namespace SystemServer {
@@ -17,7 +16,7 @@ constexpr unsigned long GET_PEER_PID = 0x80040305;
 constexpr uint8_t REPLY_FLAG = 0x80;
 constexpr uint8_t APP_MGR_METHOD_GET = 2;
 constexpr uint16_t APP_MGR_URI_ROOT_PATH = 2;
-// The record that leads the answer's content: two words, the second of them its first piece's length.
+// The answer's content begins with a record of two words; the second is the length of the piece behind it.
 constexpr uint32_t CONTENT_RECORD_SIZE = 8;
 constexpr uint32_t CONTENT_RECORD_LENGTH_OFFSET = 4;
 
@@ -44,7 +43,7 @@ bool Exchange(tern_message* msg, int fd) {
     return true;
 }
 
-// The part of the answer's content section at this place, or null with a log line.
+// A part of the answer's content, or null with a log line.
 const char* AnswerPart(tern_message* msg, uint64_t offset, uint64_t len) {
     const bool fits = offset <= UINT32_MAX && len <= UINT32_MAX;
     const void* const part =
@@ -55,7 +54,7 @@ const char* AnswerPart(tern_message* msg, uint64_t offset, uint64_t len) {
     return static_cast<const char*>(part);
 }
 
-// Replaces path by the one in the answer; false, with path as it was, when the answer does not add up.
+// Stores the answer's path; false, with path unchanged, when the lengths in the answer contradict each other.
 bool ReadRootPath(tern_message* msg, std::string& path) {
     const char* const record = AnswerPart(msg, 0, CONTENT_RECORD_SIZE);
     if (record == nullptr) {

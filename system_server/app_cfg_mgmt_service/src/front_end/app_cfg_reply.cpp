@@ -21,7 +21,7 @@ uint64_t DataReplySize(const std::vector<std::string>& values) {
     return size;
 }
 
-// Values stand wherever the ones before them end, so that their length words may be unaligned.
+// Copies byte by byte: values follow each other without gaps, so that a length word may be unaligned.
 uint8_t* PutWord(uint8_t* at, size_t word) {
     const auto value = static_cast<uint32_t>(word);
     std::memcpy(at, &value, WORD_SIZE);

@@ -15,8 +15,8 @@ bool IsPredefined(const std::string& name) {
     return name == "amp" || name == "lt" || name == "gt" || name == "quot" || name == "apos";
 }
 
-// Calls visit(name) for each reference that the mark begins in the text, character references left out. A
-// name ends at the next mark at the latest, so that a text is passed over once.
+// Calls visit(name) for each reference in the text that begins with the mark, character references left out.
+// A name ends at the next mark at the latest, so that the text is read only once.
 template <typename Visit>
 void ForEachReference(const std::string& text, char mark, Visit visit) {
     for (size_t start = text.find(mark); start != std::string::npos; start = text.find(mark, start + 1)) {
@@ -52,7 +52,7 @@ void AcmXmlEntities::Declare(const std::string& name, const std::string& text) {
     RefuseNested(name, text);
     CountReferences();
     m_declared.insert(name);
-    // A name that is declared twice counts for all of its texts.
+    // A name that is declared twice counts with both texts.
     m_added += text.size() * ReferencesTo(name);
     if (m_added > MAX_XML_EXPANSION_BYTES) {
         throw AcmLimitException("entities expand to too much text", name);
@@ -74,8 +74,8 @@ bool AcmXmlEntities::HasParameterEntities() const {
     return found;
 }
 
-// Every encoding that the parser knows has ASCII characters as single bytes, with zero bytes beside them in
-// UTF-16, and no zero bytes elsewhere.
+// Every encoding that the parser knows has ASCII characters as single bytes, apart from the zero bytes beside
+// them in UTF-16; AsciiOf removes those.
 void AcmXmlEntities::CountReferences() {
     if (m_ampersands != 0) {
         return;
@@ -85,7 +85,7 @@ void AcmXmlEntities::CountReferences() {
     m_ampersands = static_cast<uint64_t>(std::count(text.begin(), text.end(), '&')) + 1;
 }
 
-// A name beyond ASCII may look different in the text's own encoding: any "&" may be a reference to it.
+// A name beyond ASCII is not found in a text of another encoding, so every "&" counts as a reference to it.
 uint64_t AcmXmlEntities::ReferencesTo(const std::string& name) const {
     const auto found = m_references.find(name);
     if (!IsAscii(name)) {

@@ -11,7 +11,8 @@ namespace {
 
 constexpr size_t PIECE_BYTES = 4096; // what the parser's own buffer holds
 
-// Parsers that put off reading a piece of markup again do so until twice as much of it is there.
+// How far the parser may read without an event. Some parsers look at an incomplete piece of markup again only
+// once they have twice as much of it.
 constexpr size_t MAX_SILENCE = 2 * MAX_XML_MARKUP_BYTES + PIECE_BYTES;
 
 } // namespace
@@ -25,15 +26,15 @@ std::streambuf::int_type AcmXmlFeed::underflow() {
         return traits_type::eof();
     }
     const size_t end = std::min({m_position + PIECE_BYTES, m_size, m_markupEnd});
-    // The get area is never written to.
+    // The cast is safe: nothing writes to the get area.
     char* const text = const_cast<char*>(m_text.data());
     setg(text + m_position, text + m_position, text + end);
     m_position = end;
     return traits_type::to_int_type(*gptr());
 }
 
-// While no event comes, the parser waits for the end of one piece of markup. In front of the root element not
-// all markup is an event.
+// While no event comes, the parser is inside one piece of markup. In front of the root element not all markup
+// causes an event, so there each piece counts by itself.
 void AcmXmlFeed::BoundMarkup() {
     const bool isNew = m_position >= m_markupEnd;
     if (isNew) {

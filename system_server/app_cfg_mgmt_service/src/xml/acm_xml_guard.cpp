@@ -1,12 +1,12 @@
 // The limits of XML documents are checked while the parser reports what it reads. A tag, comment or
-// declaration is measured as the writer will put it, so that each document that was loaded can be saved and
-// loaded again; what the writer could not put so that it is read as the same is refused here too.
+// declaration is measured as the writer will write it, so that every document that was loaded can be saved
+// and loaded again. What the writer cannot write so that it is read back as the same is refused here too.
 #include "acm_xml_guard.h"
 
-#include <algorithm>
+#include <Poco/SAX/Attributes.h>
+#include <Poco/XML/XMLException.h>
 
-#include "Poco/SAX/Attributes.h"
-#include "Poco/XML/XMLException.h"
+#include <algorithm>
 
 #include "acm_limit.h"
 #include "acm_text_bound.h"
@@ -24,7 +24,7 @@ void CheckMarkup(uint64_t bytes) {
     }
 }
 
-// The library's writer puts each identifier between double quotes, whatever it holds.
+// The library's writer always puts an identifier between double quotes.
 void CheckIdentifier(const XMLString& id) {
     if (id.find('"') != XMLString::npos) {
         throw AcmLimitException("an identifier with a double quote cannot be written back", id);
@@ -60,7 +60,7 @@ void AcmXmlGuard::RethrowFault() const {
     }
 }
 
-// Only what a DOCTYPE declares can make more of a text than its own bytes.
+// Bounds the whole text. Only what a DOCTYPE declares can make it longer than the file.
 void AcmXmlGuard::Spend(uint64_t bytes) {
     m_bytes += bytes;
     if (m_bytes > m_maxBytes) {
@@ -68,7 +68,7 @@ void AcmXmlGuard::Spend(uint64_t bytes) {
     }
 }
 
-// The library's writer puts the public identifier behind the system identifier, where no parser takes it.
+// With both identifiers, the library's writer puts the public one behind the system one, which is malformed.
 void AcmXmlGuard::CheckDeclaration(const XMLString& name, const XMLString* publicId,
                                    const XMLString* systemId) {
     if (++m_declarations > MAX_XML_DECLARATIONS) {
@@ -140,7 +140,8 @@ void AcmXmlGuard::endElement(const XMLString& uri, const XMLString& localName, c
 void AcmXmlGuard::characters(const Poco::XML::XMLChar text[], int start, int length) {
     Pass([&] {
         Spend(static_cast<uint64_t>(length));
-        // Nothing is escaped here, and it would be read as a line feed. Only an entity can bring it.
+        // In a CDATA section nothing is escaped, and it would be read as a line feed. Only an entity can
+        // bring it.
         if (m_inCdata && std::find(text + start, text + start + length, '\r') != text + start + length) {
             throw AcmLimitException("a carriage return in a CDATA section cannot be written back");
         }
@@ -155,7 +156,7 @@ void AcmXmlGuard::processingInstruction(const XMLString& target, const XMLString
     });
 }
 
-// In front of the root element these are parameter entities, which are not read.
+// In front of the root element only parameter entities are skipped.
 void AcmXmlGuard::skippedEntity(const XMLString& name) {
     Pass([&] {
         if (m_depth > 0) {
@@ -223,7 +224,7 @@ void AcmXmlGuard::comment(const Poco::XML::XMLChar text[], int start, int length
     });
 }
 
-// Declarations go no further: the builder of the tree does not know them.
+// These declarations are not passed on: the builder of the tree does not know them.
 void AcmXmlGuard::attributeDecl(const XMLString&, const XMLString&, const XMLString*, const XMLString*) {}
 
 void AcmXmlGuard::elementDecl(const XMLString&, const XMLString&) {}

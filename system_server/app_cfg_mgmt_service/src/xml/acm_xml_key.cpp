@@ -1,8 +1,8 @@
 #include "acm_xml_key.h"
 
-#include <algorithm>
+#include <Poco/NumberParser.h>
 
-#include "Poco/NumberParser.h"
+#include <algorithm>
 
 namespace SystemServer {
 
@@ -22,13 +22,15 @@ std::string TakeUntil(Position& position, const Position& end, char stop) {
 }
 
 void Skip(Position& position, const Position& end) {
-    if (position != end)
+    if (position != end) {
         ++position;
+    }
 }
 
 std::string TakeValue(Position& position, const Position& end) {
-    if (position == end || *position != '\'')
+    if (position == end || *position != '\'') {
         return TakeUntil(position, end, ']');
+    }
     ++position;
     std::string value = TakeUntil(position, end, '\'');
     Skip(position, end);
@@ -67,8 +69,9 @@ AcmXmlKeyStep ReadXmlKeyStep(Position& position, const Position& end) {
         return step;
     }
     ++position;
-    if (position == end || *position != '@')
+    if (position == end || *position != '@') {
         return ReadIndex(position, end);
+    }
     ++position;
     return ReadAttribute(position, end);
 }

@@ -1,6 +1,6 @@
-// The guard must judge an entity before the parser can meet a reference to it, so that the parser is fed up
-// to the end of each declaration at a time. Where declarations end is found here, by the grammar of what may
-// stand in front of the root element: a ">" in a comment, an instruction or a literal ends nothing.
+// The guard must judge an entity before the parser can read a reference to it, so the parser is given at most
+// one declaration at a time. This finds where each declaration ends, by the grammar of what may stand in
+// front of the root element: a ">" inside a comment, an instruction or a literal is no end.
 #include "acm_xml_prolog.h"
 
 #include <algorithm>
@@ -47,7 +47,7 @@ size_t AcmXmlProlog::NextEnd(size_t position) {
     return m_isInRoot ? std::string::npos : m_end;
 }
 
-// NUL behind the end.
+// The character at the position; NUL at the end of the text.
 char AcmXmlProlog::At(size_t position) const {
     if (position + m_width > m_text.size()) {
         return '\0';
@@ -66,7 +66,7 @@ bool AcmXmlProlog::Matches(size_t position, const char* ascii) const {
     return true;
 }
 
-// Behind the end mark, or the end of the text.
+// The position behind the next end mark, or the end of the text.
 size_t AcmXmlProlog::Skip(size_t position, const char* end) const {
     while (position < m_text.size() && !Matches(position, end)) {
         position += m_width;
@@ -74,7 +74,7 @@ size_t AcmXmlProlog::Skip(size_t position, const char* end) const {
     return std::min(position + std::strlen(end) * m_width, m_text.size());
 }
 
-// Literals may hold anything but their own quote. A DOCTYPE ends here where its subset begins.
+// A literal may hold anything but its own quote. A DOCTYPE with a subset counts as ended where that begins.
 size_t AcmXmlProlog::SkipDeclaration(size_t position) const {
     for (; position < m_text.size(); position += m_width) {
         const char c = At(position);

@@ -1,15 +1,15 @@
 #include "acm_xml_reader.h"
 
+#include <Poco/DOM/DOMBuilder.h>
+#include <Poco/Exception.h>
+#include <Poco/SAX/InputSource.h>
+#include <Poco/SAX/SAXException.h>
+#include <Poco/SAX/SAXParser.h>
+#include <Poco/XML/NamePool.h>
+
 #include <algorithm>
 #include <istream>
 #include <iterator>
-
-#include "Poco/DOM/DOMBuilder.h"
-#include "Poco/Exception.h"
-#include "Poco/SAX/InputSource.h"
-#include "Poco/SAX/SAXException.h"
-#include "Poco/SAX/SAXParser.h"
-#include "Poco/XML/NamePool.h"
 
 #include "acm_limit.h"
 #include "acm_xml_feed.h"
@@ -27,12 +27,13 @@ namespace {
 
 constexpr unsigned long POOL_SIZES[] = {61, 127, 251, 509, 1021, 2039, 4093, 8191, 16381, MAX_XML_NAMES};
 
-// Few documents use a name less than three times, or above this size more names than the library's
-// default pool holds. One that does is read again with a larger pool.
+// The first guess at the size of the name pool: most documents use each name at least three times, and long
+// ones have no more names than the library's default pool holds. Any other is read again with a larger pool.
 constexpr size_t BYTES_PER_NAME = 32;
 constexpr size_t MAX_FIRST_GUESS = 250;
 
-// What the parser lacks makes no broken document. Other files are never read.
+// A document that needs what the parser lacks is not malformed: it must not be overwritten by a copy. Other
+// files are never read.
 void RefuseUnsupported(const std::string& fault, const std::string& text) {
     if (fault.find("external entity") != std::string::npos) {
         throw AcmLimitException("an entity that is declared in another file");

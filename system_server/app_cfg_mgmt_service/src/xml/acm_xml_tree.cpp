@@ -1,16 +1,16 @@
 #include "acm_xml_tree.h"
 
+#include <Poco/DOM/Attr.h>
+#include <Poco/DOM/DOMImplementation.h>
+#include <Poco/DOM/DocumentType.h>
+#include <Poco/DOM/NamedNodeMap.h>
+#include <Poco/DOM/NodeAppender.h>
+#include <Poco/XML/NamePool.h>
+
 #include <algorithm>
 #include <list>
 #include <unordered_set>
 #include <vector>
-
-#include "Poco/DOM/Attr.h"
-#include "Poco/DOM/DOMImplementation.h"
-#include "Poco/DOM/DocumentType.h"
-#include "Poco/DOM/NamedNodeMap.h"
-#include "Poco/DOM/NodeAppender.h"
-#include "Poco/XML/NamePool.h"
 
 #include "acm_text_bound.h"
 
@@ -53,12 +53,14 @@ void Walk(const Element* element, Visit visit) {
 template <typename Visit>
 void WalkNames(const Element* element, Visit visit) {
     Walk(element, [&](const Node* node, size_t) {
-        if (!IsElement(node))
+        if (!IsElement(node)) {
             return;
+        }
         visit(node);
         const Attr* attribute = FirstXmlAttribute(static_cast<const Element*>(node));
-        for (; attribute; attribute = NextXmlAttribute(attribute))
+        for (; attribute; attribute = NextXmlAttribute(attribute)) {
             visit(attribute);
+        }
     });
 }
 
@@ -108,16 +110,18 @@ Attr* NextXmlAttribute(const Attr* attribute) {
 
 size_t XmlDepth(const Node* node) {
     size_t depth = 0;
-    for (; node && node->nodeType() != Node::DOCUMENT_NODE; node = node->parentNode())
+    for (; node && node->nodeType() != Node::DOCUMENT_NODE; node = node->parentNode()) {
         ++depth;
+    }
     return depth;
 }
 
 size_t XmlHeight(const Element* element) {
     size_t height = 0;
     Walk(element, [&](const Node* node, size_t level) {
-        if (IsElement(node))
+        if (IsElement(node)) {
             height = std::max(height, level);
+        }
     });
     return height;
 }
@@ -125,8 +129,9 @@ size_t XmlHeight(const Element* element) {
 uint64_t XmlTagBytes(const Element* element) {
     uint64_t bytes = XmlTagBytes(element->tagName());
     for (const Attr* attribute = FirstXmlAttribute(element); attribute;
-         attribute = NextXmlAttribute(attribute))
+         attribute = NextXmlAttribute(attribute)) {
         bytes += XmlAttributeBytes(attribute->name(), attribute->value());
+    }
     return bytes;
 }
 
@@ -148,10 +153,12 @@ AutoPtr<Element> CopyXmlElement(const Element* element, Document& document) {
     std::list<Poco::XML::NodeAppender> parents; // the copies of the node's ancestors, the root's first
     parents.emplace_back(copy.get());
     Walk(element, [&](const Node* node, size_t level) {
-        if (level == 1)
+        if (level == 1) {
             return;
-        while (parents.size() >= level)
+        }
+        while (parents.size() >= level) {
             parents.pop_back();
+        }
         if (IsElement(node)) {
             AutoPtr<Element> twin = CopyTag(static_cast<const Element*>(node), document);
             parents.back().appendChild(twin);
@@ -167,9 +174,10 @@ AutoPtr<Element> CopyXmlElement(const Element* element, Document& document) {
 AutoPtr<Document> CopyXmlDocument(const Document& document, unsigned long poolSize) {
     AutoPtr<Document> copy = NewDocument(document.doctype(), poolSize);
     std::vector<Node*> children;
-    for (Node* child = document.firstChild(); child; child = child->nextSibling())
+    for (Node* child = document.firstChild(); child; child = child->nextSibling()) {
         children.push_back(child);
-    // From the last to the first: the library appends by a walk over all siblings.
+    }
+    // In reverse, each in front of the others: to append one, the library would walk over all siblings.
     for (auto child = children.rbegin(); child != children.rend(); ++child) {
         if (IsElement(*child)) {
             AutoPtr<Element> twin = CopyXmlElement(static_cast<Element*>(*child), *copy);

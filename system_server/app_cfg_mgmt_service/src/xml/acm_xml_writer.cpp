@@ -1,19 +1,20 @@
-// The library writes a tree with one recursion a level and, for each attribute, a walk over all attributes of
-// its element, so that the walk is our own here. Its writer puts two things so that they are read as others.
-// A carriage return in a text is read as a line feed unless it is written as a character reference, and "]]>"
-// in a CDATA section, which the library's reader makes of two sections side by side, ends it.
+// The library's own serializer recurses once per level and, for each attribute, walks over all attributes of
+// its element. So the tree is walked here, and only single nodes are given to the library's writer. Two
+// things that it writes would be read back differently, and are written here in another way: a carriage
+// return in a text becomes a character reference, or it would be read as a line feed; and "]]>" inside a
+// CDATA section is split over two sections, or it would end the first.
 #include "acm_xml_writer.h"
+
+#include <Poco/DOM/Attr.h>
+#include <Poco/DOM/DOMSerializer.h>
+#include <Poco/DOM/Document.h>
+#include <Poco/DOM/DocumentType.h>
+#include <Poco/DOM/Element.h>
+#include <Poco/SAX/AttributesImpl.h>
+#include <Poco/XML/XMLWriter.h>
 
 #include <algorithm>
 #include <iterator>
-
-#include "Poco/DOM/Attr.h"
-#include "Poco/DOM/DOMSerializer.h"
-#include "Poco/DOM/Document.h"
-#include "Poco/DOM/DocumentType.h"
-#include "Poco/DOM/Element.h"
-#include "Poco/SAX/AttributesImpl.h"
-#include "Poco/XML/XMLWriter.h"
 
 #include "acm_xml_tree.h"
 
@@ -124,14 +125,14 @@ private:
         }
     }
 
-    // Between "]]" and ">", or the end.
+    // The place between "]]" and ">", or the end.
     static const XMLChar* FindCdataEnd(const XMLChar* begin, const XMLChar* end) {
         constexpr XMLChar MARK[] = {']', ']', '>'};
         const XMLChar* const found = std::search(begin, end, std::begin(MARK), std::end(MARK));
         return found == end ? end : found + 2;
     }
 
-    static inline const XMLString NO_NAME; // of a namespace, since none is resolved
+    static inline const XMLString NO_NAME; // namespaces are not resolved
 
     std::ostream& m_out;
     Poco::XML::DOMSerializer m_leaves; // writes nodes that have no children of their own
