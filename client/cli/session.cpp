@@ -1,3 +1,6 @@
+// Commands are words that were parsed already; here they become requests. The service ends an item when the
+// connection that created it closes, so that one session is one connection, and remembers what it created on
+// it: restoring compares with the default that such a description names.
 #include "session.h"
 
 #include <algorithm>

@@ -1,9 +1,11 @@
+// One request is on its way at a time, and its reply must carry the request's method, URI and sequence. After
+// any failure in between nobody knows where in the stream the next reply begins, so that the channel closes
+// and stays closed. The time-out bounds a whole exchange; it is handed to the socket, whose calls keep it.
 #include "channel.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -11,6 +13,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "app_cfg_wire.h"
 #include "appcfg/value.h"
 #include "kestrel/kestrel.h"
 
@@ -20,7 +23,7 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr char SERVICE_PATH[] = "/mnt/kestrel/storage.paas.orb";
+constexpr char FRAMEWORK_ROOT[] = "/mnt/kestrel/";
 constexpr std::chrono::milliseconds LONGEST_PAUSE = 100ms;
 constexpr uint8_t REPLY_BIT = 0x80;
 constexpr uint32_t MAX_PAYLOAD = 16U << 20;
@@ -57,20 +60,19 @@ std::string ErrnoText(int error) {
     return error == 0 ? "the connection was closed" : std::generic_category().message(error);
 }
 
-// Where the framework looks SERVICE_PATH up.
+// Where the framework looks the service up, for a message.
 std::string PathTried() {
-    const char* root = std::getenv("KESTREL_ROOT");
-    if (root == nullptr || *root == '\0') {
-        return SERVICE_PATH;
-    }
-    const std::string name = std::strrchr(SERVICE_PATH, '/');
-    return std::string(root) + (root[std::strlen(root) - 1] == '/' ? name.substr(1) : name);
+    const char* set = std::getenv("KESTREL_ROOT");
+    std::string path = set == nullptr || *set == '\0' ? FRAMEWORK_ROOT : set;
+    path += path.back() == '/' ? "" : "/";
+    return path + SystemServer::APP_CFG_SERVICE_NAME;
 }
 
 // A full queue of clients is EAGAIN, and the kernel does not tell when it has room again.
 int OpenBefore(Clock::time_point deadline) {
+    const std::string path = std::string(FRAMEWORK_ROOT) + SystemServer::APP_CFG_SERVICE_NAME;
     for (std::chrono::milliseconds pause = 1ms;; pause = std::min(2 * pause, LONGEST_PAUSE)) {
-        const int fd = kestrel_open(SERVICE_PATH, O_RDWR | O_NONBLOCK);
+        const int fd = kestrel_open(path.c_str(), O_RDWR | O_NONBLOCK);
         if (fd >= 0 || errno != EAGAIN || Clock::now() >= deadline) {
             return fd;
         }

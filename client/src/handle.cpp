@@ -11,7 +11,8 @@ namespace {
 
 void CheckName(const char* what, const std::string& name) {
     if (name.size() >= SystemServer::APP_CFG_NAME_SIZE) {
-        throw InvalidArgument(std::string(what) + " '" + name + "' is longer than 31 bytes");
+        throw InvalidArgument(std::string(what) + " '" + name + "' is longer than " +
+                              std::to_string(SystemServer::APP_CFG_NAME_SIZE - 1) + " bytes");
     }
     if (name.find('\0') != std::string::npos) {
         throw InvalidArgument(std::string(what) + " holds a NUL");

@@ -44,7 +44,8 @@ void CheckSetPair(const std::string& key, const std::string& value) {
 std::string CheckSize(std::string query) {
     if (query.size() >= SystemServer::APP_CFG_QUERY_SIZE) {
         throw InvalidArgument("the query has " + std::to_string(query.size()) +
-                              " bytes and one request holds 12287; it is not split");
+                              " bytes and one request holds " +
+                              std::to_string(SystemServer::APP_CFG_QUERY_SIZE - 1) + "; it is not split");
     }
     return query;
 }

@@ -1,3 +1,7 @@
+// Reads, serves and writes in turns, so that no client holds the others up: a turn serves a bounded number of
+// frames and then lets the loop go round. Services call Send from inside a message callback, where the
+// connection must not be destroyed under them. Whatever fails there only marks it as lost; the next turn of
+// the loop closes it.
 #include "connection.h"
 
 #include <ctime>

@@ -1,3 +1,7 @@
+// Bytes are received straight into the memory of the message to come, so that an ordinary request, which
+// arrives whole and alone, is served without a copy. When more has come than one frame, either the frame
+// keeps the memory and the rest moves on, or the frame is copied out: whichever copies less. An announced
+// length costs nothing: memory grows with the data that came.
 #include "frame_reader.h"
 
 #include <sys/socket.h>

@@ -1,3 +1,7 @@
+// A reply is written at once, straight from the message's own pieces. Only what the socket does not take is
+// copied, into blocks, so that the service may free or reuse its message as soon as it has sent it, and a
+// slow client costs memory in proportion to what it has not read. Flushing allocates nothing: it goes on when
+// memory is short.
 #include "outbox.h"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// Two servers of one name must never both serve, and clients must never find a socket that is not open to
+// them yet. The lock decides who serves. The socket is bound under a private name, gets its group and mode,
+// listens, and is then renamed to its own name, over that of a server that died.
 #include "socket_file.h"
 
 #include <fcntl.h>
