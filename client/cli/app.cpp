@@ -33,7 +33,7 @@ struct CommandLine {
         app.fallthrough();
         app.add_option("--root", root, "the framework's root directory (default: KESTREL_ROOT)")
             ->type_name("DIR");
-        app.add_option("--timeout", timeout, "how long the service may be silent")
+        app.add_option("--timeout", timeout, "how long a connect, or a request with its reply, may take")
             ->type_name("SECONDS")
             ->capture_default_str()
             ->check(CLI::Range(0.001, 86400.0));

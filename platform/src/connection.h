@@ -34,8 +34,8 @@ public:
 
     // Memory that waits for its client.
     std::size_t Held() const { return m_reader.Memory() + m_outbox.Memory(); }
-    // Holds more than is free for each, and is to be closed before the other, which may be null: its bytes
-    // have not moved for longer, or as long and it holds more.
+    // Of the two, this one is to be closed when all hold too much: its bytes have stood still for longer, or
+    // as long and it holds more. Never one that holds no more than is free for each. The other may be null.
     bool IsClosedBefore(const Connection* other) const;
     // Drops what is held; the loop closes the connection before it waits again. Safe inside of callbacks.
     void MarkLost();

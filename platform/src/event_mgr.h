@@ -30,11 +30,12 @@ public:
     event_base* Base() { return m_base.get(); }
     MessageStore& Store() { return m_store; }
 
-    // Servers that paused for want of descriptors look again, and what it held goes back to the system.
+    // Servers that paused because descriptors ran out try to accept again, and the memory that the connection
+    // had goes back to the system a little later.
     void ConnectionEnded();
 
-    // A connection holds more or less for its client than before. Those that
-    // stand still are marked as lost when it is too much.
+    // A connection holds more or less for its client than before. While all together hold too much, the one
+    // that has stood still for longest is marked as lost.
     void HeldChanged(std::size_t before, std::size_t now);
 
 private:
@@ -60,7 +61,7 @@ private:
 } // namespace Kestrel
 
 struct kestrel_event_mgr final : Kestrel::EventMgr {
-    // The framework's own list: what a service never frees stays reachable.
+    // All loops of the process are linked, so that one that a service never frees is no leak to a checker.
     kestrel_event_mgr* next = nullptr;
 };
 

@@ -104,7 +104,8 @@ void Emit(int module, int level, const char* file, int line, const char* format,
     Write(out);
 }
 
-// Tracing was asked for and is written whole; of other lines, clients can cause so many.
+// Tracing is on when somebody asked for it, and is never dropped. Other lines count against the budget of the
+// client whose request is served.
 bool IsAdmitted(int level, const char* file, int line) {
     return level <= 0 || g_sink.load() != nullptr || LogBudget::Admits(level, file, line);
 }

@@ -141,7 +141,8 @@ void Server::Adopt(Descriptor client) {
     }
 }
 
-// The lowest free descriptor tells how many are taken at least; connections never get into the reserve.
+// All descriptors below the lowest free one are taken. The reserve above is the service's: no connection gets
+// one of it.
 bool Server::HasDescriptorsToSpare() const {
     rlimit limit{};
     ::getrlimit(RLIMIT_NOFILE, &limit);

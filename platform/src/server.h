@@ -37,7 +37,8 @@ public:
     void End(std::list<Connection>::iterator connection);
     void HeldChanged(std::size_t before, std::size_t now);
 
-    // The connection to close when all hold too much, of these and the one given, which may be null.
+    // Of this server's connections and the one given, which may be null, the one to close when all hold too
+    // much.
     Connection* FirstToClose(Connection* first);
 
 private:
@@ -57,7 +58,7 @@ private:
     Event m_retry;
     bool m_started = false;
     bool m_paused = false; // waits for a closing connection or the retry timer
-    bool m_short = false;  // has said so, and accepted nobody since
+    bool m_short = false;  // the pause is logged, and nobody was accepted since
     std::list<Connection> m_connections;
 };
 

@@ -24,8 +24,8 @@ namespace {
 
 enum class Occupant { NONE, DEAD_SERVER, OTHER };
 
-// For a server that holds no lock, of an earlier version: one that lives takes the connection, or has no room
-// for it just now; a dead one refuses.
+// Who is at the path. The lock is ours by now, but a server of an earlier version holds none: one that lives
+// accepts a connection, or its queue is full; the socket of a dead one refuses.
 Occupant Probe(const std::string& path, const sockaddr_un& address) {
     struct stat found {};
     if (::lstat(path.c_str(), &found) != 0) {

@@ -24,7 +24,6 @@ protected:
 TEST_F(AHost, EndsAsItsEntryOrItsUseSays) {
     const std::string library = FIXTURE_LIBRARY;
     const std::string missing = library + " TellWhatIsMissing";
-    const std::string prefix = "kestrel_host: ";
     const struct {
         const char* before;
         std::string arguments;

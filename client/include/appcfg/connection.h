@@ -23,8 +23,9 @@ public:
 
     // Connects to the service below the framework's root (the environment variable KESTREL_ROOT or
     // /mnt/kestrel); ConnectionError when it does not answer there. The time-out, from a millisecond to a
-    // day, is how long a connect may take, and how long a request may see no byte move: TimeoutError then,
-    // and the connection is closed, so that a late reply is never taken for another request's.
+    // day, is how long a connect may take, and how long a request may take until its reply is whole:
+    // TimeoutError then, and the connection is closed, so that a late reply is never taken for another
+    // request's.
     explicit Connection(std::chrono::milliseconds timeout = DEFAULT_TIMEOUT);
     // Connects when Connect is called or the first request is sent.
     static Connection Deferred(std::chrono::milliseconds timeout = DEFAULT_TIMEOUT);

@@ -40,8 +40,8 @@ public:
     using Error::Error;
 };
 
-// The service took no connection, took nothing of a request, or sent nothing of its reply for the
-// connection's time-out. Whether the request was carried out is not known.
+// The connection, or a request with its reply, was not done within the connection's time-out. Whether the
+// request was carried out is not known.
 class TimeoutError : public ConnectionError {
 public:
     using ConnectionError::ConnectionError;
