@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <getopt.h>
 #include <grp.h>
-#include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -126,15 +125,6 @@ void SetDescriptorLimit() {
     }
 }
 
-void LimitThreadStacks() {
-    pthread_attr_t attributes;
-    if (::pthread_attr_init(&attributes) == 0) {
-        ::pthread_attr_setstacksize(&attributes, Kestrel::THREAD_STACK);
-        ::pthread_setattr_default_np(&attributes);
-        ::pthread_attr_destroy(&attributes);
-    }
-}
-
 // The library stays loaded until the process ends: its threads and exit handlers may still run in it.
 int RunService(const Options& options) {
     void* library = ::dlopen(options.library, RTLD_NOW);
@@ -158,7 +148,6 @@ int main(int argc, char** argv) {
     const Options options = ParseArguments(argc, argv);
     ::signal(SIGPIPE, SIG_IGN);
     SetDescriptorLimit();
-    LimitThreadStacks();
     kestrel_socket_access(options.mode, options.group);
     // A request to stop that comes while the service starts, or again while it ends, is heard in order.
     kestrel_catch_stop_signals();

@@ -12,12 +12,6 @@
 #if __has_feature(address_sanitizer)
 #define KESTREL_ASAN 1
 #endif
-#if __has_feature(thread_sanitizer)
-#define KESTREL_TSAN 1
-#endif
-#endif
-#if defined(__SANITIZE_THREAD__)
-#define KESTREL_TSAN 1
 #endif
 
 namespace Kestrel {
@@ -89,14 +83,6 @@ constexpr std::size_t POOL_MAX_PIECE = 64U << 20;
 // The host's descriptor limit, also where it was higher: so many connections with FREE_HELD each, beside
 // MAX_HELD and the threads of all items, are what a 32-bit address space has room for.
 constexpr std::uint64_t MAX_DESCRIPTORS = 1024;
-
-// Stack of a thread that asks for none: three threads for each of a thousand items must fit into 32 bits.
-// Sanitizers put red zones and shadow frames on the stack.
-#if defined(KESTREL_ASAN) || defined(KESTREL_TSAN)
-constexpr std::size_t THREAD_STACK = 2U << 20;
-#else
-constexpr std::size_t THREAD_STACK = 256U << 10;
-#endif
 
 // A log text is formatted on the stack when it fits, and cut off at the maximum: one client's 12 KiB
 // query can be logged whole, and nothing can flood the log with one line.

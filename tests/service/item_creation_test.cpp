@@ -1,5 +1,4 @@
 #include <array>
-#include <pthread.h>
 
 #include "app_cfg_limits.h"
 #include "support/service_calls.h"
@@ -122,11 +121,6 @@ TEST_F(ACreation, WithAKnownHandleReplacesTheItem) {
 }
 
 TEST_F(ACreation, IsRefusedWhenThereAreTooManyItems) {
-    pthread_attr_t
-        modest; // threads get little, as the host's do, or a 32-bit process cannot address them all
-    pthread_attr_init(&modest);
-    pthread_attr_setstacksize(&modest, 1 << 20);
-    pthread_setattr_default_np(&modest);
     Writes("cfg", FROM_CFG);
     AppCfgCreateReq item = Item("cfg", "", "");
     item.saveStrategy = ConfigSaveStrategy::NONE;

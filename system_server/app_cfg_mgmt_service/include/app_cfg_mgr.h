@@ -11,12 +11,12 @@
 #include <memory>
 #include <ostream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "acm_document.h"
 #include "acm_file_store.h"
 #include "acm_mutex.h"
+#include "acm_thread.h"
 #include "app_cfg_crypto_mgr.h"
 
 namespace SystemServer {
@@ -170,7 +170,7 @@ private:
     std::condition_variable_any m_notifyReady;                  // tells of its first wait
     std::atomic<bool> m_notifyStop{false};
     std::atomic<bool> m_notifyQuit{false};
-    std::shared_ptr<std::thread> m_notifyThread;
+    std::shared_ptr<AcmThread> m_notifyThread;
 };
 
 } // namespace SystemServer

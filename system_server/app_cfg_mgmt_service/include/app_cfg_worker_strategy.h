@@ -5,9 +5,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <memory>
-#include <thread>
 
 #include "acm_mutex.h"
+#include "acm_thread.h"
 #include "app_cfg_strategy.h"
 
 namespace SystemServer {
@@ -30,7 +30,7 @@ protected:
     // For the worker: waits on m_cv, once; false when the time has passed.
     bool AwaitWakeUp(std::chrono::milliseconds time) ACM_REQUIRES(m_mutex);
 
-    std::shared_ptr<std::thread> m_thread; // set while started; Start and Stop come from one thread
+    std::shared_ptr<AcmThread> m_thread; // set while started; Start and Stop come from one thread
     std::atomic<bool> m_running{false};
     AcmMutex m_mutex; // guards the worker's waits against the wake-ups; never held during an action
     std::condition_variable_any m_cv;

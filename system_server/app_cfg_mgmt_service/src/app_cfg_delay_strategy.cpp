@@ -5,6 +5,8 @@
 
 namespace SystemServer {
 
+static_assert(std::atomic<uint32_t>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
+
 AppCfgDelayStrategy::AppCfgDelayStrategy(AppCfgMgr& manager, AppCfgStrategyType type,
                                          std::chrono::milliseconds tick) :
     AppCfgWorkerStrategy(manager, type),

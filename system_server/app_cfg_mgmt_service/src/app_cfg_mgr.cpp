@@ -32,7 +32,7 @@ void RequireDocument(const Poco::AutoPtr<Poco::Util::AbstractConfiguration>& con
 AppCfgMgr::AppCfgMgr(const std::string& cfgPath, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) :
     m_cfgPath(cfgPath), m_cryptoMgr(cryptoMgr) {
     const AcmLock lock(m_notifyMutex);
-    m_notifyThread = std::make_shared<std::thread>(&AppCfgMgr::RunNotifyThread, this);
+    m_notifyThread = std::make_shared<AcmThread>([this] { RunNotifyThread(); });
     while (!m_notifyWaiting) {
         m_notifyReady.wait(m_notifyMutex);
     }

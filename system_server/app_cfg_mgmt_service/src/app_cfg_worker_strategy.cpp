@@ -7,7 +7,7 @@ void AppCfgWorkerStrategy::StartWorker() {
     m_running = true;
     m_waits = false;
     try {
-        m_thread = std::make_shared<std::thread>([this] { SaveThread(); });
+        m_thread = std::make_shared<AcmThread>([this] { SaveThread(); });
     } catch (...) {
         m_running = false;
         throw;

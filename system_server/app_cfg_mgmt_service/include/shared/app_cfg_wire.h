@@ -26,7 +26,7 @@ struct AppCfgHndl {
     uint32_t cfgIndex;
     uint32_t reserved;
 };
-static_assert(sizeof(AppCfgHndl) == 72);
+static_assert(sizeof(AppCfgHndl) == 72 && alignof(AppCfgHndl) == 4);
 static_assert(offsetof(AppCfgHndl, cfgName) == 32);
 static_assert(offsetof(AppCfgHndl, cfgIndex) == 64);
 

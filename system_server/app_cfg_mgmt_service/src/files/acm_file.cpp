@@ -19,6 +19,8 @@
 
 namespace SystemServer {
 
+static_assert(sizeof(off_t) == 8 && sizeof(time_t) == 8, "files may be long, and dated after 2038");
+
 namespace {
 
 [[noreturn]] void ThrowFileError(const std::string& path, int error) {
