@@ -11,8 +11,7 @@ namespace SystemServer {
 // Must be stopped before it is destroyed: the destructor leaves the subscription as it is.
 class AppCfgInstantStrategy : public AppCfgStrategy {
 public:
-    AppCfgInstantStrategy(AppCfgMgr& manager, AppCfgStrategyType type);
-    ~AppCfgInstantStrategy() override;
+    using AppCfgStrategy::AppCfgStrategy;
 
     void Start() override;
     void Stop() override;

@@ -148,7 +148,6 @@ protected:
     uint32_t m_changes ACM_GUARDED_BY(m_documentMutex) = 0; // of the document so far
 
 private:
-    void RunNotifyThread();
     bool SetItem(const std::string& item, class AcmWorkBudget& budget) ACM_REQUIRES(m_documentMutex);
     void RestoreFiles();
     void Reload();

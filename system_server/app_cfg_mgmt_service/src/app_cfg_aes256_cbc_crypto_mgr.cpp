@@ -84,7 +84,7 @@ void AppCfgAes256CbcCryptoMgr::Encrypt(const std::string& plain, std::string& ci
     Poco::Crypto::Cipher::Ptr encryption = CreateCipher();
     RequireContext();
     cipher = encryption->encryptString(plain, Poco::Crypto::Cipher::ENC_NONE);
-    // Not with the library's stream: it hides faults, and a cut text would reach the file.
+    // encryptString hides faults of the stream that it uses: a text that was cut must not reach the file.
     if (cipher.size() != CipherSize(plain.size())) {
         throw Poco::IOException("encryption incomplete", m_filePath);
     }

@@ -2,11 +2,6 @@
 
 namespace SystemServer {
 
-AppCfgInstantStrategy::AppCfgInstantStrategy(AppCfgMgr& manager, AppCfgStrategyType type) :
-    AppCfgStrategy(manager, type) {}
-
-AppCfgInstantStrategy::~AppCfgInstantStrategy() = default;
-
 void AppCfgInstantStrategy::Start() {
     m_manager.m_configChangedEvent += ChangeDelegate(this);
 }

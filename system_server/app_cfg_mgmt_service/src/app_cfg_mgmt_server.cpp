@@ -25,16 +25,15 @@ constexpr unsigned long SET_RECEIVE_BUFFER = 0x400C0201;
 constexpr uint32_t CONNECTION_BUFFER_SIZE = 0x20000;
 
 void StopForDelete(const AppCfgMgmtServer::AppCfgMgmtItem& item) {
-    if (item.saveStrategy) {
-        ACM_LOG(ACM_INFO, "stop save strategy ...");
-        item.saveStrategy->Stop();
-        ACM_LOG(ACM_INFO, "stop save strategy done.");
-    }
-    if (item.backupStrategy) {
-        ACM_LOG(ACM_INFO, "stop backup strategy ...");
-        item.backupStrategy->Stop();
-        ACM_LOG(ACM_INFO, "stop backup strategy done.");
-    }
+    const auto stop = [](const char* name, const std::shared_ptr<AppCfgStrategy>& strategy) {
+        if (strategy) {
+            ACM_LOG(ACM_INFO, "stop %s strategy ...", name);
+            strategy->Stop();
+            ACM_LOG(ACM_INFO, "stop %s strategy done.", name);
+        }
+    };
+    stop("save", item.saveStrategy);
+    stop("backup", item.backupStrategy);
     item.CatchUp();
 }
 

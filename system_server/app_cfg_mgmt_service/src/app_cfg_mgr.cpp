@@ -32,7 +32,8 @@ void RequireDocument(const Poco::AutoPtr<Poco::Util::AbstractConfiguration>& con
 AppCfgMgr::AppCfgMgr(const std::string& cfgPath, const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) :
     m_cfgPath(cfgPath), m_cryptoMgr(cryptoMgr) {
     const AcmLock lock(m_notifyMutex);
-    m_notifyThread = std::make_shared<AcmThread>([this] { RunNotifyThread(); });
+    m_notifyThread =
+        std::make_shared<AcmThread>([this] { Fence(LOG_FILE, __LINE__, [this] { NotifyConfigChanged(); }); });
     while (!m_notifyWaiting) {
         m_notifyReady.wait(m_notifyMutex);
     }
@@ -297,10 +298,6 @@ void AppCfgMgr::Replace(const std::string& src, const std::string& dst) {
     }
     CopyRegularFile(src, dst);
     ACM_LOG(ACM_INFO, "copy default[%s] to cfg[%s] done.", src.c_str(), dst.c_str());
-}
-
-void AppCfgMgr::RunNotifyThread() {
-    Fence(LOG_FILE, __LINE__, [this] { NotifyConfigChanged(); });
 }
 
 void AppCfgMgr::NotifyConfigChanged() {

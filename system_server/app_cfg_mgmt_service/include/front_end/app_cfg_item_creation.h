@@ -30,6 +30,8 @@ private:
     void LogPaths() const;
     void RequireUsableFiles() const;
     bool RecoverMissingFile();
+    void LogRestore(const char* begin, const char* sourceName, const std::string& source,
+                    const char* end) const;
     bool HasUsableBackupPath() const;
     void TellDefaultTaken() const;
     bool CreateCryptoMgr();

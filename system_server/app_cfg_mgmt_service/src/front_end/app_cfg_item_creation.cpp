@@ -33,6 +33,12 @@ void EndOldItem(const AppCfgMgmtServer::AppCfgMgmtItem& item) {
     item.CatchUp();
 }
 
+void StartStrategy(const char* name, AppCfgStrategy& strategy) {
+    ACM_LOG(ACM_INFO, "start %s strategy ...", name);
+    strategy.Start();
+    ACM_LOG(ACM_INFO, "start %s strategy done.", name);
+}
+
 } // namespace
 
 AppCfgItemCreation::AppCfgItemCreation(const AppCfgCreateReq& request, kestrel_connection& conn) :
@@ -143,40 +149,40 @@ void AppCfgItemCreation::RequireUsableFiles() const {
 }
 
 bool AppCfgItemCreation::RecoverMissingFile() {
-    const int fd = m_conn.fd;
-    const char* const cfg = m_cfgPath.c_str();
     if (FileExists(m_cfgPath)) {
         if (HasUsableBackupPath() && !FileExists(m_backupPath)) {
             CopyRegularFile(m_cfgPath, m_backupPath);
         }
         return true;
     }
-    ACM_LOG(ACM_INFO, "connect fd[%d] : config file[%s] not exists.try to recover...\n", fd, cfg);
+    ACM_LOG(ACM_INFO, "connect fd[%d] : config file[%s] not exists.try to recover...\n", m_conn.fd,
+            m_cfgPath.c_str());
     // For an empty path this throws, so that a missing file without a backup path is answered 400.
     if (FileExists(m_backupPath)) {
-        const char* const backup = m_backupPath.c_str();
-        ACM_LOG(ACM_INFO, "connect fd[%d] : try to restore config file[%s] from backup[%s]...\n", fd, cfg,
-                backup);
+        LogRestore("try to ", "backup", m_backupPath, "...");
         CopyRegularFile(m_backupPath, m_cfgPath);
-        ACM_LOG(ACM_INFO, "connect fd[%d] : restore config file[%s] from backup[%s] done.\n", fd, cfg,
-                backup);
+        LogRestore("", "backup", m_backupPath, " done.");
         return true;
     }
     if (FileExists(m_defaultPath)) {
-        const char* const defaults = m_defaultPath.c_str();
-        ACM_LOG(ACM_INFO, "connect fd[%d] : try to restore config file[%s] from default[%s]...\n", fd, cfg,
-                defaults);
+        LogRestore("try to ", "default", m_defaultPath, "...");
         CopyRegularFile(m_defaultPath, m_cfgPath);
         if (HasUsableBackupPath()) {
             CopyRegularFile(m_defaultPath, m_backupPath);
         }
-        ACM_LOG(ACM_INFO, "connect fd[%d] : restore config file[%s] from default[%s] done.\n", fd, cfg,
-                defaults);
+        LogRestore("", "default", m_defaultPath, " done.");
         TellDefaultTaken();
         return true;
     }
-    ACM_LOG(ACM_ERROR, "connect fd[%d] : config file[%s] not exists & recover fail.\n", fd, cfg);
+    ACM_LOG(ACM_ERROR, "connect fd[%d] : config file[%s] not exists & recover fail.\n", m_conn.fd,
+            m_cfgPath.c_str());
     return false;
+}
+
+void AppCfgItemCreation::LogRestore(const char* begin, const char* sourceName, const std::string& source,
+                                    const char* end) const {
+    ACM_LOG(ACM_INFO, "connect fd[%d] : %srestore config file[%s] from %s[%s]%s\n", m_conn.fd, begin,
+            m_cfgPath.c_str(), sourceName, source.c_str(), end);
 }
 
 bool AppCfgItemCreation::HasUsableBackupPath() const {
@@ -222,12 +228,10 @@ bool AppCfgItemCreation::LoadConfiguration() {
 
 // Overwrites the file, which could not be loaded, with a copy and loads that.
 bool AppCfgItemCreation::LoadFrom(const char* sourceName, const std::string& sourcePath) {
-    ACM_LOG(ACM_INFO, "connect fd[%d] : try to restore config file[%s] from %s[%s]...\n", m_conn.fd,
-            m_cfgPath.c_str(), sourceName, sourcePath.c_str());
+    LogRestore("try to ", sourceName, sourcePath, "...");
     m_item.appCfgMgr =
         AppCfgMgmtServer::CreateAppCfgMgrByFile(m_request.storageType, m_cfgPath, sourcePath, m_cryptoMgr);
-    ACM_LOG(ACM_INFO, "connect fd[%d] : restore config file[%s] from %s[%s] %s.\n", m_conn.fd,
-            m_cfgPath.c_str(), sourceName, sourcePath.c_str(), m_item.appCfgMgr ? "done" : "fail");
+    LogRestore("", sourceName, sourcePath, m_item.appCfgMgr ? " done." : " fail.");
     return m_item.appCfgMgr != nullptr;
 }
 
@@ -236,16 +240,12 @@ void AppCfgItemCreation::StartStrategies() {
     m_item.saveStrategy =
         AppCfgSaveStrategyFactory::CreateAppCfgSaveStrategy(m_request.saveStrategy, manager);
     if (m_item.saveStrategy) {
-        ACM_LOG(ACM_INFO, "start save strategy ...");
-        m_item.saveStrategy->Start();
-        ACM_LOG(ACM_INFO, "start save strategy done.");
+        StartStrategy("save", *m_item.saveStrategy);
     }
     m_item.backupStrategy =
         AppCfgBackupStrategyFactory::CreateAppCfgBackupStrategy(m_request.backupStrategy, manager);
     if (m_item.backupStrategy) {
-        ACM_LOG(ACM_INFO, "start backup strategy ...");
-        m_item.backupStrategy->Start();
-        ACM_LOG(ACM_INFO, "start backup strategy done.");
+        StartStrategy("backup", *m_item.backupStrategy);
         SetCopyPaths();
     }
 }

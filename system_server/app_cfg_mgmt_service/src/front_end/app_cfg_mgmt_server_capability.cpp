@@ -36,21 +36,22 @@ struct Capabilities {
     }
 };
 
+bool Check(bool hasWorked, const char* call, const std::string& userName) {
+    if (!hasWorked) {
+        ACM_LOG(ACM_ERROR, "[%s]:%s fail.", userName.c_str(), call);
+    }
+    return hasWorked;
+}
+
 bool BecomeUser(const std::string& userName) {
     passwd entry = {};
     passwd* found = nullptr;
     char buffer[PASSWD_BUFFER_SIZE];
-    if (getpwnam_r(userName.c_str(), &entry, buffer, sizeof buffer, &found) != 0 || found == nullptr) {
-        ACM_LOG(ACM_ERROR, "[%s]:getpwnam_r fail.", userName.c_str());
-        return false;
-    }
+    const int fault = getpwnam_r(userName.c_str(), &entry, buffer, sizeof buffer, &found);
     // The group first: the user that the process becomes could no longer change it.
-    if (setgid(found->pw_gid) != 0) {
-        ACM_LOG(ACM_ERROR, "[%s]:setgid fail.", userName.c_str());
-        return false;
-    }
-    if (setuid(found->pw_uid) != 0) {
-        ACM_LOG(ACM_ERROR, "[%s]:setuid fail.", userName.c_str());
+    if (!Check(fault == 0 && found != nullptr, "getpwnam_r", userName) ||
+        !Check(setgid(found->pw_gid) == 0, "setgid", userName) ||
+        !Check(setuid(found->pw_uid) == 0, "setuid", userName)) {
         return false;
     }
     ACM_LOG(ACM_INFO, "uid=%i  euid=%i  gid=%i\n", static_cast<int>(getuid()), static_cast<int>(geteuid()),
@@ -60,12 +61,8 @@ bool BecomeUser(const std::string& userName) {
 
 bool SetServiceCapabilities(Capabilities& capabilities, const std::string& userName) {
     capabilities.data[0] = {SERVICE_CAPABILITIES, SERVICE_CAPABILITIES, SERVICE_CAPABILITIES};
-    if (capset(&capabilities.header, capabilities.data) != 0) {
-        ACM_LOG(ACM_ERROR, "[%s]:capset fail.", userName.c_str());
-        return false;
-    }
-    if (capget(&capabilities.header, capabilities.data) != 0) {
-        ACM_LOG(ACM_ERROR, "[%s]:capget fail.", userName.c_str());
+    if (!Check(capset(&capabilities.header, capabilities.data) == 0, "capset", userName) ||
+        !Check(capget(&capabilities.header, capabilities.data) == 0, "capget", userName)) {
         return false;
     }
     capabilities.Log();
