@@ -7,6 +7,7 @@
 #include <spawn.h>
 #include <stdexcept>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
@@ -62,7 +63,10 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
     return result;
 }
 
-bool Accepts(const std::string& path) {
+// Whether a service answers at the path. The probe says that nothing more will come and waits until the
+// service has closed its end: what is counted of the service from then on is without the probe.
+bool Serves(const std::string& path) {
+    constexpr timeval PATIENCE{60, 0};
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path) {
@@ -70,10 +74,13 @@ bool Accepts(const std::string& path) {
     }
     std::memcpy(address.sun_path, path.c_str(), path.size());
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &PATIENCE, sizeof PATIENCE);
     const void* untyped = &address;
-    const bool accepted = ::connect(fd, static_cast<const sockaddr*>(untyped), sizeof address) == 0;
+    char byte = 0;
+    const bool isServed = ::connect(fd, static_cast<const sockaddr*>(untyped), sizeof address) == 0 &&
+                          ::shutdown(fd, SHUT_WR) == 0 && ::recv(fd, &byte, 1, 0) == 0;
     ::close(fd);
-    return accepted;
+    return isServed;
 }
 
 } // namespace
@@ -91,7 +98,7 @@ HostProcess::~HostProcess() {
 void HostProcess::Start(std::chrono::seconds patience) {
     Spawn();
     const auto deadline = std::chrono::steady_clock::now() + patience;
-    while (!Accepts(m_root + "/storage.paas.orb")) {
+    while (!Serves(m_root + "/storage.paas.orb")) {
         if (HasEnded() || std::chrono::steady_clock::now() > deadline) {
             Kill();
             throw std::runtime_error("the service did not start; see " + LogPath());

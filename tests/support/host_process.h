@@ -27,7 +27,8 @@ public:
     // Starts the process, and does not wait for it to serve.
     void Spawn();
 
-    // Returns when the service accepts clients; std::runtime_error when it ends or does not within the time.
+    // Returns when the service has served a first connection, which is closed on both sides by then;
+    // std::runtime_error when it ends or does not within the time.
     void Start(std::chrono::seconds patience = std::chrono::seconds(60));
 
     // SIGKILL; returns when the process is gone. Nothing happens when it is not running.
