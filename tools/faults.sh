@@ -5,5 +5,5 @@ verb_faults() {
     [ $# -eq 0 ] || wrong "usage: ./dev faults"
     install_packages build test
     build_preset dev
-    ACM_FAULTS_ALL=1 ACM_FAULTS_STEP=1 fixed_addresses "$ROOT/build/dev/bin/fault_tests" --gtest_brief=1
+    "$ROOT/build/dev/bin/fault_sweep"
 }

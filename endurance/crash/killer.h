@@ -6,9 +6,11 @@
 #include <string>
 #include <thread>
 
-#include "host_process.h"
+#include "support/host_process.h"
 
 namespace Endurance {
+
+using Support::HostProcess;
 
 // When to kill: with the given change of a watched file (a save changes its file twice: it is emptied, then
 // written; 0: only by time), and then a little later; at the latest when the time is over.

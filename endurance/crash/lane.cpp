@@ -75,12 +75,11 @@ Lane::Lane(Settings settings) :
             }
             const Strategies strategies{static_cast<SystemServer::ConfigSaveStrategy>(strategy + 1),
                                         static_cast<SystemServer::ConfigBackupStrategy>(strategy + 1)};
-            TrackedItem& item =
-                m_items.emplace_back(std::string(format.name) + STRATEGY_NAMES[strategy], format, strategies,
-                                     Document(format.storage, PLACES, FILLER_BYTES));
+            TrackedItem& item = m_items.emplace_back(
+                appcfg::Handle("life", std::string(format.name) + STRATEGY_NAMES[strategy]), format,
+                strategies, Document(format.storage, PLACES, FILLER_BYTES));
             item.StandIn(ItemDirectory());
-            item.GetDocument().WriteFile(item.Description().defaultPath, DEFAULT_NUMBER,
-                                         item.Description().encryption);
+            item.WriteFiles(Start::NEITHER, false);
         }
     }
 }
@@ -346,13 +345,10 @@ void Lane::MendAll() {
     }
 }
 
-// File and backup are written, and looked at.
 void Lane::Mend(TrackedItem& item) {
-    item.SendRaw(*m_connection);
-    item.Delete(*m_connection);
-    const Files files = item.LookAtFiles();
-    if (!files.file || !files.backup || *files.file != *files.backup) {
-        throw std::runtime_error("not saved by its end: " + item.Describe());
+    const std::string trouble = item.SaveWhole(*m_connection);
+    if (!trouble.empty()) {
+        throw std::runtime_error(trouble);
     }
     item.Create(*m_connection);
 }

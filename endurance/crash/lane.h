@@ -10,8 +10,8 @@
 
 #include "appcfg/connection.h"
 #include "counts.h"
-#include "host_process.h"
 #include "killer.h"
+#include "support/host_process.h"
 #include "tracked_item.h"
 
 namespace Endurance {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "document.h"
@@ -15,7 +16,10 @@ namespace Endurance {
 // have reached the files.
 class Ledger {
 public:
-    explicit Ledger(int64_t saved) : m_numbers{saved} {}
+    // Any of the numbers held, oldest first, may come back when the item is created.
+    explicit Ledger(std::vector<int64_t> held) :
+        m_numbers(std::move(held)), m_onDisk(m_numbers.size()),
+        m_last(std::max<int64_t>(m_numbers.back(), 0)) {}
 
     int64_t Next() {
         m_numbers.push_back(++m_last);
@@ -26,7 +30,10 @@ public:
     // The newest one was answered with success.
     void Accept() { m_accepted = m_numbers.size() - 1; }
     // What was accepted was reported as saved.
-    void Save() { Forget(m_accepted); }
+    void Save() {
+        Forget(m_accepted);
+        m_onDisk = m_numbers.size();
+    }
     // It stands in both files, whole.
     void SaveWhatStands(int64_t number) {
         const auto at = std::find(m_numbers.begin(), m_numbers.end(), number);
@@ -36,11 +43,10 @@ public:
     }
     // The life has ended: what was accepted and not saved is lost or not.
     void End() { m_accepted = 0; }
-
-    // After a loss, with the default.
-    void Restart() {
-        m_numbers = {DEFAULT_NUMBER};
-        m_accepted = 0;
+    // It is lost, since nothing ever saves it.
+    void Lose() {
+        m_numbers.resize(m_onDisk);
+        End();
     }
 
     // Whether the item may hold it: none older than what was saved, none that was never sent.
@@ -55,11 +61,13 @@ private:
     void Forget(size_t older) {
         m_numbers.erase(m_numbers.begin(), m_numbers.begin() + static_cast<std::ptrdiff_t>(older));
         m_accepted -= std::min(older, m_accepted);
+        m_onDisk -= std::min(older, m_onDisk);
     }
 
     std::vector<int64_t> m_numbers;
     size_t m_accepted = 0;
-    int64_t m_last = 0;
+    size_t m_onDisk; // so many may be in the files, also of an item that nothing saves
+    int64_t m_last;
 };
 
 } // namespace Endurance

@@ -1,8 +1,8 @@
 #include "service.h"
 
+#include <algorithm>
 #include <atomic>
-#include <cstdlib>
-#include <filesystem>
+#include <mutex>
 #include <stdexcept>
 
 #include "app_cfg_mgmt_server.h"
@@ -13,27 +13,20 @@ namespace Endurance {
 
 namespace {
 
+using SystemServer::AppCfgMgmtServer;
+
 std::atomic<size_t> g_errorLines{0};
 
 void CountLine(void*, int, int level, const char*, int, const char*) {
     g_errorLines += level >= 3 ? 1 : 0;
 }
 
-std::string NewRoot() {
-    char path[] = "/tmp/kestrel-XXXXXX";
-    if (::mkdtemp(path) == nullptr) {
-        throw std::runtime_error("no directory for the service");
-    }
-    ::setenv("KESTREL_ROOT", path, 1);
-    return path;
-}
-
 kestrel_event_mgr* NewLoop() {
     pl_log_set_level(3);
     pl_log_set_sink(CountLine, nullptr);
     kestrel_event_mgr* const loop = kestrel_event_mgr_new(0);
-    if (kestrel_server_register(SystemServer::APP_CFG_SERVICE_NAME, loop,
-                                &SystemServer::AppCfgMgmtServer::m_serverOps) != 0) {
+    if (kestrel_server_register(SystemServer::APP_CFG_SERVICE_NAME, loop, &AppCfgMgmtServer::m_serverOps) !=
+        0) {
         throw std::runtime_error("the service cannot be registered");
     }
     return loop;
@@ -41,19 +34,26 @@ kestrel_event_mgr* NewLoop() {
 
 } // namespace
 
-Service::Service() :
-    m_root(NewRoot()), m_loop(NewLoop()), m_thread([this] { kestrel_event_mgr_run(m_loop, -1); }) {}
+Service::Service() : m_loop(NewLoop()), m_thread([this] { kestrel_event_mgr_run(m_loop, -1); }) {}
 
 Service::~Service() {
     kestrel_event_mgr_stop(m_loop);
     m_thread.join();
     kestrel_event_mgr_free(m_loop);
     pl_log_set_sink(nullptr, nullptr);
-    std::filesystem::remove_all(m_root);
 }
 
 size_t Service::ErrorLines() {
     return g_errorLines;
+}
+
+bool Service::ComesToHold(const std::vector<std::string>& items) {
+    return Support::Eventually([&] {
+        const std::lock_guard<std::mutex> lock(AppCfgMgmtServer::m_itemMapMutex);
+        const auto& registered = AppCfgMgmtServer::m_appCfgMgmtItemMap;
+        return std::equal(registered.begin(), registered.end(), items.begin(), items.end(),
+                          [](const auto& entry, const std::string& key) { return entry.first == key; });
+    });
 }
 
 } // namespace Endurance

@@ -4,8 +4,10 @@
 
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "kestrel/kestrel_host.h"
+#include "support/root_directory.h"
 
 namespace Endurance {
 
@@ -18,11 +20,13 @@ public:
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
-    const std::string& Root() const { return m_root; }
+    const std::string& Root() const { return m_root.Path(); }
     static size_t ErrorLines();
+    // Whether these items, and no other, are the registered ones before long.
+    static bool ComesToHold(const std::vector<std::string>& items);
 
 private:
-    const std::string m_root;
+    const Support::RootDirectory m_root{};
     kestrel_event_mgr* const m_loop;
     std::thread m_thread;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 
 #include "appcfg/error.h"
 
@@ -19,16 +20,20 @@ std::string Shown(const std::optional<int64_t>& number) {
 
 } // namespace
 
-TrackedItem::TrackedItem(const std::string& name, const Format& format, const Strategies& strategies,
+TrackedItem::TrackedItem(const appcfg::Handle& handle, const Format& format, const Strategies& strategies,
                          const Document& document) :
-    m_description{appcfg::Handle("life", name)},
-    m_document(document), m_hasKey(format.storage == ConfigStorageType::XML) {
+    m_description{handle},
+    m_document(document) {
     m_description.storage = format.storage;
-    m_description.saveStrategy = strategies.save;
-    m_description.backupStrategy = strategies.backup;
+    ChooseStrategies(strategies);
     if (format.isEncrypted) {
         m_description.encryption = KeyOf(m_keyNumber);
     }
+}
+
+void TrackedItem::ChooseStrategies(const Strategies& strategies) {
+    m_description.saveStrategy = strategies.save;
+    m_description.backupStrategy = strategies.backup;
 }
 
 void TrackedItem::StandIn(const std::string& directory) {
@@ -37,34 +42,60 @@ void TrackedItem::StandIn(const std::string& directory) {
     m_description.defaultPath = m_description.path + ".default";
 }
 
+void TrackedItem::WriteFiles(Start start, bool mayLoseCopy) {
+    constexpr int64_t BACKUP_NUMBER = 1;
+    constexpr int64_t FILE_NUMBER = 2;
+    const auto write = [this](const std::string& path, int64_t number) {
+        m_document.WriteFile(path, number, m_description.encryption);
+    };
+    for (const std::string& path : {m_description.path, m_description.backupPath}) {
+        std::filesystem::remove(path);
+    }
+    std::vector<int64_t> held{DEFAULT_NUMBER};
+    write(m_description.defaultPath, DEFAULT_NUMBER);
+    if (start != Start::NEITHER) {
+        write(m_description.backupPath, held.emplace_back(BACKUP_NUMBER));
+    }
+    if (start == Start::GOOD) {
+        write(m_description.path, held.emplace_back(FILE_NUMBER));
+    } else if (start == Start::BROKEN) {
+        std::ofstream(m_description.path) << "<life>{";
+    }
+    const size_t sure = std::min<size_t>(held.size(), mayLoseCopy ? 2 : 1);
+    m_ledger = Ledger({held.end() - static_cast<std::ptrdiff_t>(sure), held.end()});
+}
+
 bool TrackedItem::IsInstant() const {
     return m_description.saveStrategy == ConfigSaveStrategy::INSTANT &&
            m_description.backupStrategy == ConfigBackupStrategy::INSTANT;
 }
 
-appcfg::Item TrackedItem::Open(appcfg::Connection& connection) const {
-    return connection.Open(m_description.handle);
-}
-
 void TrackedItem::Create(appcfg::Connection& connection) {
     const int failures = FailuresBeforeEnd();
     Tell();
-    connection.Create(m_description).Release();
-    NoteEnd(failures);
+    try {
+        connection.Create(m_description).Release();
+    } catch (const appcfg::RequestRefused&) {
+        if (Failures() != failures) {
+            NoteCrash(); // what it was to replace may have ended unsaved
+        }
+        throw;
+    }
+    NoteEnd(m_endSavesAlways ? Failures() : failures);
 }
 
 void TrackedItem::Delete(appcfg::Connection& connection) {
     const int failures = FailuresBeforeEnd();
     Tell();
     Open(connection).Delete();
-    NoteEnd(failures);
+    NoteEnd(m_endSavesAlways ? Failures() : failures);
 }
 
 void TrackedItem::NoteEnd(int failedBefore) {
-    if (m_endSavesAlways || Failures() == failedBefore) {
+    if (IsSaved() && Failures() == failedBefore) {
         m_ledger.Save();
     } else {
-        m_ledger.End();
+        NoteCrash();
     }
     Tell();
 }
@@ -96,65 +127,66 @@ std::string TrackedItem::Recover(appcfg::Connection& connection) {
     return trouble;
 }
 
-void TrackedItem::Send(appcfg::Connection& connection,
-                       const std::function<void(appcfg::Item&, int64_t)>& request, bool isSavedAtOnce) {
-    const int64_t number = IsWritten() ? m_ledger.Next() : 0;
+void TrackedItem::Send(appcfg::Connection& connection, bool isRaw,
+                       const std::function<void(appcfg::Item&, int64_t)>& request) {
+    const bool isCounted = IsWritten() || !isRaw;
+    const int64_t number = isCounted ? m_ledger.Next() : 0;
     const int failures = m_failuresAtChange = Failures();
     Tell();
     appcfg::Item item = Open(connection);
     request(item, number);
-    if (IsWritten()) {
+    if (isCounted) {
         m_ledger.Accept();
     }
-    if (isSavedAtOnce && Failures() == failures) {
+    if (isRaw && IsWritten() && IsInstant() && Failures() == failures) {
         m_ledger.Save();
     }
     Tell();
 }
 
 void TrackedItem::SendRaw(appcfg::Connection& connection) {
-    const auto request = [this](appcfg::Item& item, int64_t number) {
-        item.SetRaw("", m_document.RawText(number));
-    };
-    Send(connection, request, IsInstant());
+    Send(connection, true,
+         [this](appcfg::Item& item, int64_t number) { item.SetRaw("", m_document.RawText(number)); });
 }
 
 void TrackedItem::SendFragment(appcfg::Connection& connection) {
-    const auto request = [this](appcfg::Item& item, int64_t number) {
+    Send(connection, true, [this](appcfg::Item& item, int64_t number) {
         const auto [key, text] = m_document.Fragment(number);
         item.SetRaw(key, text);
-    };
-    Send(connection, request, IsInstant());
+    });
 }
 
 void TrackedItem::SendSet(appcfg::Connection& connection) {
-    const auto request = [this](appcfg::Item& item, int64_t number) {
-        item.SetMany(m_document.Values(number));
-    };
-    Send(connection, request, false);
+    Send(connection, false,
+         [this](appcfg::Item& item, int64_t number) { item.SetMany(m_document.Values(number)); });
 }
 
+// Without a backup strategy there is no default, and the file is loaded again.
 void TrackedItem::Restore(appcfg::Connection& connection) {
     const int failures = Failures();
-    if (IsWritten()) {
+    if (IsWritten() && IsBackedUp()) {
         m_ledger.SendDefault();
     }
     Tell();
     Open(connection).Restore();
-    if (Failures() == failures) {
-        m_ledger.Accept();
+    if (!IsSaved() && !IsBackedUp()) {
+        m_ledger.Lose();
+    } else if (Failures() == failures) {
+        if (IsBackedUp()) {
+            m_ledger.Accept();
+        }
         m_ledger.Save();
     }
     Tell();
 }
 
-void TrackedItem::ChangeKey(appcfg::Connection& connection) {
+void TrackedItem::ChangeKey(appcfg::Connection& connection, const Key& key) {
     const int failures = Failures();
-    m_otherKey = m_hasKey ? Key(KeyOf(m_keyNumber + 1)) : std::nullopt;
+    m_otherKey = key;
     Tell();
     try {
-        if (m_hasKey) {
-            Open(connection).ChangeKey(**m_otherKey);
+        if (key) {
+            Open(connection).ChangeKey(*key);
         } else {
             Open(connection).ChangeToPlain();
         }
@@ -164,11 +196,26 @@ void TrackedItem::ChangeKey(appcfg::Connection& connection) {
         }
         throw;
     }
-    ++m_keyNumber;
-    m_description.encryption = *m_otherKey;
     m_otherKey.reset();
-    m_ledger.Save();
+    if (IsWritten()) {
+        ++m_keyNumber;
+        m_description.encryption = key;
+        m_ledger.Save();
+    }
     Tell();
+}
+
+Key TrackedItem::NextKey() const {
+    return m_description.storage == ConfigStorageType::XML ? Key(KeyOf(m_keyNumber + 1)) : std::nullopt;
+}
+
+std::string TrackedItem::SaveWhole(appcfg::Connection& connection) {
+    SendRaw(connection);
+    Delete(connection);
+    const Files files = LookAtFiles();
+    return !IsWritten() || (files.file == m_ledger.Sent() && files.backup == m_ledger.Sent())
+               ? ""
+               : "the next save is not whole: " + Describe();
 }
 
 std::vector<Key> TrackedItem::Keys() const {
@@ -177,6 +224,19 @@ std::vector<Key> TrackedItem::Keys() const {
         keys.push_back(*m_otherKey);
     }
     return keys;
+}
+
+void TrackedItem::ChooseKey() {
+    for (const std::string& path :
+         {m_description.path, m_description.backupPath, m_description.defaultPath}) {
+        if (m_document.NumberIn(path, m_description.encryption)) {
+            return;
+        }
+        if (m_otherKey && m_document.NumberIn(path, *m_otherKey)) {
+            m_description.encryption.swap(*m_otherKey);
+            return;
+        }
+    }
 }
 
 std::optional<int64_t> TrackedItem::NumberIn(const std::string& path) const {
@@ -189,7 +249,7 @@ std::optional<int64_t> TrackedItem::NumberIn(const std::string& path) const {
 }
 
 Files TrackedItem::LookAtFiles() {
-    m_files = {NumberIn(m_description.path), NumberIn(m_description.backupPath)};
+    m_files = Look();
     if (m_files.file && m_files.backup) {
         m_ledger.SaveWhatStands(std::min(*m_files.file, *m_files.backup));
     }

@@ -6,9 +6,8 @@
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
-#include <thread>
 
-#include "appcfg/error.h"
+#include "support/injection.h"
 
 namespace Endurance {
 
@@ -26,7 +25,6 @@ constexpr Strategies STRATEGIES[] = {
     {ConfigSaveStrategy::DELAY, ConfigBackupStrategy::INSTANT},
     {ConfigSaveStrategy::TIMING, ConfigBackupStrategy::DELAY},
 };
-constexpr Start STARTS[] = {Start::GOOD, Start::MISSING, Start::BROKEN, Start::NEITHER};
 constexpr const char* START_NAMES[] = {"good", "missing", "broken", "neither"};
 
 // Some blocks in each file.
@@ -39,14 +37,23 @@ constexpr size_t MOST_STATES = 200;
 // In the recovery of so many-th state the power is cut once more.
 constexpr int SECOND_CUT_EVERY = 8;
 
+// Of the syncs in a life, one of these fails.
+constexpr int FAILING_SYNCS = 4;
+
 std::string ContentOf(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-bool IsTimed(const TrackedItem& item) {
-    return item.Description().saveStrategy == ConfigSaveStrategy::TIMING ||
-           item.Description().backupStrategy == ConfigBackupStrategy::TIMING;
+Disk DiskOf(const TrackedItem& item) {
+    const appcfg::ItemDescription& description = item.Description();
+    Disk disk;
+    for (const std::string& path : {description.defaultPath, description.backupPath, description.path}) {
+        if (std::filesystem::exists(path)) {
+            disk.Put(std::filesystem::path(path).filename(), ContentOf(path));
+        }
+    }
+    return disk;
 }
 
 std::string Shown(const DiskFile::Content& content) {
@@ -57,12 +64,16 @@ std::string Shown(const DiskFile::Content& content) {
 
 void PowerCut::RunAll() {
     for (const Format& format : FORMATS) {
+        if (format.storage == SystemServer::ConfigStorageType::INI) {
+            continue;
+        }
         for (const Strategies& strategies : STRATEGIES) {
-            for (const Start start : STARTS) {
-                if (format.storage != SystemServer::ConfigStorageType::INI) {
-                    Run({format, strategies, start});
-                }
+            for (const Start start : {Start::GOOD, Start::MISSING, Start::BROKEN, Start::NEITHER}) {
+                Run({format, strategies, start, 0});
             }
+        }
+        for (int sync = 1; sync <= FAILING_SYNCS; ++sync) {
+            Run({format, STRATEGIES[0], Start::GOOD, sync});
         }
     }
 }
@@ -81,43 +92,27 @@ void PowerCut::Run(const Plan& plan) {
               std::to_string(static_cast<int>(plan.strategies.save)) + ", backup " +
               std::to_string(static_cast<int>(plan.strategies.backup)) + ", start " +
               START_NAMES[static_cast<int>(plan.start)];
+    m_point += plan.failingSync == 0 ? "" : ", sync " + std::to_string(plan.failingSync) + " fails";
     const std::string directory = m_service.Root() + "/life" + std::to_string(m_lives);
     std::filesystem::create_directory(directory);
-    TrackedItem item("net", plan.format, plan.strategies, {plan.format.storage, PLACES, FILLER_BYTES});
+    TrackedItem item(appcfg::Handle("life", "net"), plan.format, plan.strategies,
+                     {plan.format.storage, PLACES, FILLER_BYTES});
     item.StandIn(directory);
-    const Disk disk = WriteFiles(item, plan.start);
+    item.WriteFiles(plan.start, plan.start == Start::GOOD);
+    const Disk disk = DiskOf(item);
     std::vector<Event> events;
     {
         const Recording recording(directory);
         item.m_tell = Recording::Mark;
-        Live(item, plan.start == Start::GOOD);
+        if (plan.failingSync == 0) {
+            Live(item, plan.start == Start::GOOD);
+        } else {
+            LiveWithFailingSync(item, plan.failingSync);
+        }
         events = Recording::Take();
     }
     CutAfterEach(disk, events, true);
     std::filesystem::remove_all(directory);
-}
-
-Disk PowerCut::WriteFiles(const TrackedItem& item, Start start) const {
-    const appcfg::ItemDescription& description = item.Description();
-    const auto write = [&](const std::string& path) {
-        item.GetDocument().WriteFile(path, DEFAULT_NUMBER, description.encryption);
-    };
-    write(description.defaultPath);
-    if (start != Start::NEITHER) {
-        write(description.backupPath);
-    }
-    if (start == Start::GOOD) {
-        write(description.path);
-    } else if (start == Start::BROKEN) {
-        std::ofstream(description.path) << "<life>{";
-    }
-    Disk disk;
-    for (const std::string& path : {description.defaultPath, description.backupPath, description.path}) {
-        if (std::filesystem::exists(path)) {
-            disk.Put(std::filesystem::path(path).filename(), ContentOf(path));
-        }
-    }
-    return disk;
 }
 
 void PowerCut::Live(TrackedItem& item, bool isGood) {
@@ -129,49 +124,44 @@ void PowerCut::Live(TrackedItem& item, bool isGood) {
     if (isGood) {
         item.Restore(*m_connection);
         item.SendRaw(*m_connection);
-        item.ChangeKey(*m_connection);
+        item.ChangeKey(*m_connection, item.NextKey());
         item.SendSet(*m_connection);
     }
-    Delete(item);
+    item.Delete(*m_connection);
     item.Create(*m_connection);
     item.SendSet(*m_connection);
-    if (IsTimed(item)) {
-        AwaitSave(item);
-    }
     CloseConnection(item);
 }
 
-// An end that falls into the save of a timing strategy adds no other; here these come every few milliseconds.
-void PowerCut::Delete(TrackedItem& item) {
-    if (IsTimed(item)) {
-        AwaitSave(item);
-    }
+// A copy whose sync failed may be torn on the disk, and the next save must write it before the other one.
+void PowerCut::LiveWithFailingSync(TrackedItem& item, int sync) {
+    item.m_failures = FaultTest::Failures;
+    const FaultTest::Injection injection({FaultTest::Call::FSYNC, sync, false, EIO});
+    item.Create(*m_connection);
+    item.SendRaw(*m_connection);
+    item.SendRaw(*m_connection);
+    item.SendRaw(*m_connection);
     item.Delete(*m_connection);
 }
 
 // The strategies save what was set.
-void PowerCut::AwaitSave(TrackedItem& item) const {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+void PowerCut::AwaitSave(TrackedItem& item) {
     const int64_t number = item.GetLedger().Accepted();
-    for (Files files = item.LookAtFiles(); files.file != number || files.backup != number;
-         files = item.LookAtFiles()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            throw std::runtime_error("not saved in time: " + item.Describe());
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (!Support::Eventually([&] {
+            const Files files = item.LookAtFiles();
+            return files.file == number && files.backup == number;
+        })) {
+        throw std::runtime_error("not saved in time: " + item.Describe());
     }
 }
 
-// The item ends, and is gone when another connection is told so.
+// The item ends with its connection.
 void PowerCut::CloseConnection(TrackedItem& item) {
     m_connection = std::make_unique<appcfg::Connection>();
-    try {
-        for (;;) {
-            item.Found(*m_connection);
-        }
-    } catch (const appcfg::RequestRefused&) {
-        item.NoteEnd(0);
+    if (!Service::ComesToHold({})) {
+        throw std::runtime_error("an item outlives its connection");
     }
+    item.NoteEnd(0);
 }
 
 void PowerCut::CutAfterEach(Disk disk, const std::vector<Event>& events, bool isFirst) {
@@ -235,12 +225,11 @@ void PowerCut::Try(const State& state, TrackedItem item, bool isFirst) {
     {
         const Recording recording(directory);
         Recording::Mark(item);
-        if (!(trouble = item.Recover(*m_connection)).empty()) {
-            trouble += "; " + item.Describe();
-        }
+        trouble = item.Recover(*m_connection);
         events = Recording::Take();
     }
-    if (trouble.empty() && SavesWhole(item, trouble) && isFirst && m_states % SECOND_CUT_EVERY == 0) {
+    if (trouble.empty() && (trouble = item.SaveWhole(*m_connection)).empty() && isFirst &&
+        m_states % SECOND_CUT_EVERY == 0) {
         CutAfterEach(disk, events, false);
     }
     std::filesystem::remove_all(directory);
@@ -254,17 +243,6 @@ void PowerCut::Try(const State& state, TrackedItem item, bool isFirst) {
         }
         std::printf("\n");
     }
-}
-
-// The next save writes both files.
-bool PowerCut::SavesWhole(TrackedItem& item, std::string& trouble) {
-    item.SendRaw(*m_connection);
-    Delete(item);
-    const Files files = item.LookAtFiles();
-    if (!files.file || files.file != files.backup || *files.file != item.GetLedger().Sent()) {
-        trouble = "the next save is not whole: " + item.Describe();
-    }
-    return trouble.empty();
 }
 
 } // namespace Endurance

@@ -14,13 +14,11 @@
 
 namespace Endurance {
 
-// Which files there are when a life begins.
-enum class Start { GOOD, MISSING, BROKEN, NEITHER };
-
 struct Plan {
     Format format;
     Strategies strategies;
     Start start;
+    int failingSync; // which one, 0: none
 };
 
 // Lets items live once each and looks at every state that a cut of the power may leave of them. Owned and
@@ -39,17 +37,15 @@ private:
     using State = std::vector<std::pair<std::string, DiskFile::Content>>; // by name
 
     void Run(const Plan& plan);
-    Disk WriteFiles(const TrackedItem& item, Start start) const;
     void Live(TrackedItem& item, bool isGood);
-    void Delete(TrackedItem& item);
-    void AwaitSave(TrackedItem& item) const;
+    void LiveWithFailingSync(TrackedItem& item, int sync);
+    static void AwaitSave(TrackedItem& item);
     void CloseConnection(TrackedItem& item);
 
     // All states after each event; a cut of the first kind is followed by another one in the recovery.
     void CutAfterEach(Disk disk, const std::vector<Event>& events, bool isFirst);
     void TryStates(const Disk& disk, const TrackedItem& known, bool isFirst);
     void Try(const State& state, TrackedItem item, bool isFirst);
-    bool SavesWhole(TrackedItem& item, std::string& trouble);
 
     const int m_every;
     Service m_service{};

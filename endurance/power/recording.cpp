@@ -79,7 +79,7 @@ std::string Overlaid(std::string content, off_t at, const std::string& bytes) {
 Recording::Recording(const std::string& directory) {
     const std::lock_guard<std::mutex> lock(g_mutex);
     g_directory = directory;
-    Watch(TakeCall);
+    FaultTest::Watch(TakeCall);
 }
 
 void Recording::Mark(const TrackedItem& item) {
@@ -90,7 +90,7 @@ void Recording::Mark(const TrackedItem& item) {
 }
 
 std::vector<Event> Recording::Take() {
-    Watch(nullptr);
+    FaultTest::Watch(nullptr);
     const std::lock_guard<std::mutex> lock(g_mutex);
     g_directory.clear();
     g_open.clear();

@@ -9,10 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "injection.h"
+#include "support/injection.h"
 #include "tracked_item.h"
 
 namespace Endurance {
+
+using FaultTest::FileCall;
 
 // A call, or what was known of the item from then on.
 struct Event {

@@ -27,6 +27,16 @@ std::atomic<int> g_failures{0};
 
 thread_local int t_exempt = 0;
 
+std::atomic<void (*)(const FileCall&)> g_watcher{nullptr};
+
+void Tell(const FileCall& call) {
+    if (void (*const watcher)(const FileCall&) = g_watcher) {
+        const int error = errno;
+        watcher(call);
+        errno = error;
+    }
+}
+
 const char* Name(Call call) {
     static constexpr const char* NAMES[] = {
         "open", "write",       "fsync", "close",  "read",       "ftruncate",        "fstat",
@@ -69,6 +79,10 @@ Exempt::~Exempt() {
     --t_exempt;
 }
 
+void Watch(void (*watcher)(const FileCall&)) {
+    g_watcher = watcher;
+}
+
 bool Fails(Call call) {
     if (g_call != static_cast<int>(call) || t_exempt > 0) {
         return false;
@@ -94,6 +108,8 @@ int ErrorInForce() {
 
 using FaultTest::Call;
 using FaultTest::Fails;
+using FaultTest::FileCall;
+using FaultTest::Tell;
 
 extern "C" {
 
@@ -106,8 +122,6 @@ extern "C" {
 
 FORWARDED(ssize_t, read, READ, (int fd, void* to, size_t size), (fd, to, size))
 FORWARDED(ssize_t, pread64, READ, (int fd, void* to, size_t size, off64_t at), (fd, to, size, at))
-FORWARDED(ssize_t, pwrite64, WRITE, (int fd, const void* from, size_t size, off64_t at), (fd, from, size, at))
-FORWARDED(int, ftruncate64, TRUNCATE, (int fd, off64_t length), (fd, length))
 #if __SIZEOF_POINTER__ == 4
 FORWARDED(int, __fstat64_time64, FSTAT, (int fd, void* status), (fd, status))
 #endif
@@ -119,27 +133,62 @@ int __wrap_open64(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    return Fails(Call::OPEN) ? -1 : __real_open64(path, flags, mode);
+    if (Fails(Call::OPEN)) {
+        return -1;
+    }
+    const bool isNew = (flags & O_CREAT) != 0 && ::access(path, F_OK) != 0;
+    const int fd = __real_open64(path, flags, mode);
+    Tell({FileCall::OPEN, fd, path, flags, isNew});
+    return fd;
 }
 
 ssize_t __real_write(int fd, const void* from, size_t size);
 ssize_t __wrap_write(int fd, const void* from, size_t size) {
+    ssize_t written = -1;
     if (!Fails(Call::WRITE)) {
-        return __real_write(fd, from, size);
+        written = __real_write(fd, from, size);
+    } else if (FaultTest::ErrorInForce() == FaultTest::SHORT_WRITE) {
+        written = __real_write(fd, from, size / 2);
     }
-    return FaultTest::ErrorInForce() == FaultTest::SHORT_WRITE ? __real_write(fd, from, size / 2) : -1;
+    Tell({FileCall::WRITE, fd, nullptr, 0, false, from, written});
+    return written;
+}
+
+ssize_t __real_pwrite64(int fd, const void* from, size_t size, off64_t at);
+ssize_t __wrap_pwrite64(int fd, const void* from, size_t size, off64_t at) {
+    const ssize_t written = Fails(Call::WRITE) ? -1 : __real_pwrite64(fd, from, size, at);
+    Tell({FileCall::WRITE, fd, nullptr, 0, false, from, written, at});
+    return written;
+}
+
+int __real_ftruncate64(int fd, off64_t length);
+int __wrap_ftruncate64(int fd, off64_t length) {
+    const int result = Fails(Call::TRUNCATE) ? -1 : __real_ftruncate64(fd, length);
+    Tell({FileCall::TRUNCATE, result == 0 ? fd : -1, nullptr, 0, false, nullptr,
+          static_cast<ssize_t>(length)});
+    return result;
 }
 
 // Nothing here outlives the machine: what is written need not reach a disk.
-int __wrap_fsync(int) {
-    return Fails(Call::FSYNC) ? -1 : 0;
+int __wrap_fsync(int fd) {
+    const bool isSynced = !Fails(Call::FSYNC);
+    Tell({FileCall::SYNC, isSynced ? fd : -1});
+    return isSynced ? 0 : -1;
 }
 
 // The descriptor is gone also when closing it fails.
 int __real_close(int fd);
 int __wrap_close(int fd) {
+    Tell({FileCall::CLOSE, fd});
     const int result = __real_close(fd);
     return Fails(Call::CLOSE) ? -1 : result;
+}
+
+int __real_unlink(const char* path);
+int __wrap_unlink(const char* path) {
+    const int result = __real_unlink(path);
+    Tell({FileCall::REMOVE, -1, path});
+    return result;
 }
 
 // A disk that is full to the last block, or keeps the last ones for those who ask for them by name.

@@ -1,8 +1,10 @@
-// Calls that a test makes fail, one chosen call at a time. The linker sends each of them through here first.
+// Fault injection: the linker sends the calls of a program through here first, which makes them fail, one
+// chosen call at a time, or tells a watcher of them.
 #ifndef TESTS_SUPPORT_INJECTION_H
 #define TESTS_SUPPORT_INJECTION_H
 
 #include <string>
+#include <sys/types.h>
 
 namespace FaultTest {
 
@@ -71,6 +73,22 @@ public:
     Exempt(const Exempt&) = delete;
     Exempt& operator=(const Exempt&) = delete;
 };
+
+// A call that was made and may change a file, or what a power cut leaves of one.
+struct FileCall {
+    enum Kind { OPEN, WRITE, TRUNCATE, SYNC, CLOSE, REMOVE };
+    Kind kind;
+    int fd;                     // -1 of one that failed
+    const char* path = nullptr; // of OPEN and REMOVE
+    int flags = 0;              // of OPEN
+    bool isNew = false;         // the file came to be
+    const void* data = nullptr; // of WRITE
+    ssize_t size = 0;           // written, or the length that is left
+    off_t at = -1;              // of WRITE; -1 where the descriptor stands
+};
+
+// Who sees those calls of all threads; nobody at first.
+void Watch(void (*watcher)(const FileCall&));
 
 // Counts a call of this thread; true when it is to fail, with errno set.
 bool Fails(Call call);

@@ -1,4 +1,4 @@
-// The process's allocation, which fails where a test wants it to.
+// The process's allocation and the cipher library's, which fail where a test wants them to.
 #include <openssl/crypto.h>
 
 #include <algorithm>
@@ -8,7 +8,7 @@
 #include <cstring>
 #include <new>
 
-#include "support/injection.h"
+#include "injection.h"
 
 namespace {
 
