@@ -11,15 +11,15 @@ verb_soak() {
     build_preset "$preset"
     [ -x "$ROOT/build/$preset/bin/soak" ] || wrong "preset $preset is one without tests: dev, asan or tsan"
     soak_built "$ROOT/build/$preset" "$seconds" || fail "soak: failed"
-    say "soak: passed; the picture is build/$preset/soak.svg"
+    say "soak: passed; what it held is in build/$preset, soak.svg or soak.table"
 }
 
 # soak_built BUILD SECONDS [SEED]: the run, with the programs in BUILD.
 soak_built() {
     local build=$1 dir status=0
     dir=$(mktemp -d)
-    soak_in_sandbox "$build" "$dir" "$2" "$dir/soak.svg" "${@:3}" || status=$?
-    [ ! -e "$dir/soak.svg" ] || cp "$dir/soak.svg" "$build/"
+    soak_in_sandbox "$build" "$dir" "$2" "$dir/soak.table" "${@:3}" || status=$?
+    [ ! -s "$dir/soak.table" ] || soak_picture "$dir/soak.table" "$build/soak.svg"
     if [ $status -ne 0 ]; then
         cp "$dir/service.log" "$build/soak.log"
         grep -aE -A 30 'runtime error|(ERROR|WARNING): [A-Z][A-Za-z]+Sanitizer|terminate called' \
@@ -28,6 +28,16 @@ soak_built() {
     fi
     rm -rf "$dir"
     return $status
+}
+
+# soak_picture TABLE PICTURE
+soak_picture() {
+    if command -v gnuplot >/dev/null; then
+        gnuplot -e "table='$1'; picture='$2'" "$ROOT/endurance/soak/soak.gp"
+    else
+        cp "$1" "${2%.svg}.table"
+        say "no gnuplot, no picture; the table is ${2%.svg}.table"
+    fi
 }
 
 # Lines of level 3 alone: those below would be gigabytes. The address sanitizer keeps little of what was

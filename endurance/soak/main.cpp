@@ -1,4 +1,5 @@
-// soak BUILD DIRECTORY SECONDS PICTURE [SEED]: the service of a build serves many clients, in the sandbox.
+// soak BUILD DIRECTORY SECONDS TABLE [SEED]: the service of a build serves many clients, in the sandbox; what
+// it held meanwhile becomes a table.
 #include <atomic>
 #include <csignal>
 #include <cstdio>
@@ -8,7 +9,6 @@
 #include <random>
 #include <string>
 
-#include "picture.h"
 #include "soak_run.h"
 
 namespace Endurance {
@@ -21,7 +21,7 @@ void Interrupt(int) {
     interrupted = true;
 }
 
-int Main(const std::string& build, const std::string& directory, double seconds, const std::string& picture,
+int Main(const std::string& build, const std::string& directory, double seconds, const std::string& table,
          unsigned seed) {
     ::setenv("KESTREL_ROOT", directory.c_str(), 1);
     // The service would outlive a run that just ends.
@@ -31,10 +31,10 @@ int Main(const std::string& build, const std::string& directory, double seconds,
     SoakRun run(build, directory, seconds, seed, interrupted);
     const std::string failure = run.Run();
     std::printf("met, or answered as expected:\n%s", run.Counts().c_str());
-    if (!run.Samples().empty()) {
-        char title[80];
-        std::snprintf(title, sizeof title, "The service under fifty clients for %.0f seconds", seconds);
-        std::ofstream(picture) << Picture(title, run.Samples());
+    std::ofstream rows(table);
+    for (const ProcessSample& sample : run.Samples()) {
+        rows << sample.seconds << ' ' << sample.memory << ' ' << sample.threads << ' ' << sample.descriptors
+             << ' ' << sample.rate << '\n';
     }
     if (!failure.empty()) {
         std::printf("FAILED: %s\n", failure.c_str());
@@ -50,7 +50,7 @@ int Main(const std::string& build, const std::string& directory, double seconds,
 
 int main(int argc, char** argv) {
     if (argc != 5 && argc != 6) {
-        std::fprintf(stderr, "usage: soak BUILD DIRECTORY SECONDS PICTURE [SEED]\n");
+        std::fprintf(stderr, "usage: soak BUILD DIRECTORY SECONDS TABLE [SEED]\n");
         return 2;
     }
     try {

@@ -9,38 +9,26 @@
 #include <thread>
 
 #include "honest_client.h"
-#include "records.h"
+#include "support/records.h"
 
 namespace Endurance {
 
 namespace {
 
+using namespace SystemServer;
+using Support::Frame;
 using Support::TestClient;
-using SystemServer::AppCfgMethod;
-using SystemServer::AppCfgUri;
 
 // More than the sockets and the service hold for a client that does not read.
 constexpr uint32_t STALLED_REQUESTS = 4000;
-constexpr size_t URI_OFFSET = 4;
 
 // A reply may have to wait for the last save of a timing strategy, which takes a minute at worst.
 constexpr timeval PATIENCE{90, 0};
 
 TestClient Connect() {
-    TestClient client(SystemServer::APP_CFG_SERVICE_NAME);
+    TestClient client(APP_CFG_SERVICE_NAME);
     ::setsockopt(client.Fd(), SOL_SOCKET, SO_RCVTIMEO, &PATIENCE, sizeof PATIENCE);
     return client;
-}
-
-std::string Frame(unsigned uri, unsigned method, const std::string& payload, uint32_t sequence = 0) {
-    std::string frame = Support::Frame(static_cast<uint8_t>(method), payload, sequence);
-    frame[URI_OFFSET] = static_cast<char>(uri);
-    return frame;
-}
-
-template <class Record>
-std::string BytesOf(const Record& record) {
-    return std::string(reinterpret_cast<const char*>(&record), sizeof record);
 }
 
 void Require(bool holds, const std::string& what) {
@@ -52,13 +40,16 @@ void Require(bool holds, const std::string& what) {
 } // namespace
 
 RudeClient::RudeClient(unsigned number, unsigned seed, const std::string& directory, Tally& tally) :
-    m_number(number), m_description{appcfg::Handle("soak", "rude", number)}, m_tally(tally),
-    m_random(seed + number) {
-    m_description.path = directory + "/rude" + std::to_string(number);
-    m_description.backupPath = m_description.path + ".backup";
-    m_description.defaultPath = m_description.path + ".default";
-    m_description.saveStrategy = SystemServer::ConfigSaveStrategy::DELAY;
-    std::ofstream(m_description.defaultPath) << R"({"note": ""})";
+    m_number(number), m_tally(tally), m_random(seed + number) {
+    const std::string path = directory + "/rude" + std::to_string(number);
+    m_item.hndl = Support::Handle("soak", "rude", number);
+    m_item.storageType = ConfigStorageType::JSON;
+    m_item.saveStrategy = ConfigSaveStrategy::DELAY;
+    m_item.backupStrategy = ConfigBackupStrategy::INSTANT;
+    Support::Put(m_item.cfgPath, path);
+    Support::Put(m_item.backupPath, path + ".backup");
+    Support::Put(m_item.defaultPath, path + ".default");
+    std::ofstream(path + ".default") << R"({"note": ""})";
 }
 
 void RudeClient::Run() {
@@ -78,10 +69,11 @@ void RudeClient::Run() {
 // Half of the time it reads in the end: each request was answered once, and in order.
 void RudeClient::Stall() {
     TestClient client = Connect();
-    const std::string payload = BytesOf(appcfg::MakeRawDataReq(SHARED_ITEMS.front(), ""));
+    const appcfg::Handle& shared = SHARED_ITEMS.front();
+    const std::string payload = Support::RawRecord(Support::Handle(shared.Owner(), shared.Name()), "");
     std::string frames;
     for (uint32_t sequence = 1; sequence <= STALLED_REQUESTS; ++sequence) {
-        frames += Frame(AppCfgUri::APP_CFG_URI_RAW_DATA, AppCfgMethod::APP_CFG_METHOD_GET, payload, sequence);
+        frames += Frame(APP_CFG_METHOD_GET, payload, sequence, APP_CFG_URI_RAW_DATA);
     }
     const size_t size = frames.size() / STALLED_REQUESTS;
     const size_t sent = SendUntilStalled(client, frames);
@@ -131,7 +123,9 @@ void RudeClient::SendOddRequests() {
     TestClient client = Connect();
     for (uint32_t sequence = 1; sequence < 20; ++sequence) {
         const std::string payload = Garbage(LENGTHS.at(Pick(LENGTHS.size())));
-        Require(client.Sends(Frame(Pick(6), Pick(6), payload, sequence)), "an odd request was not taken");
+        Require(client.Sends(
+                    Frame(static_cast<uint8_t>(Pick(6)), payload, sequence, static_cast<uint16_t>(Pick(6)))),
+                "an odd request was not taken");
         const auto reply = client.Receives();
         Require(reply && reply->header.sequence == sequence, "no reply to an odd request");
         Require(reply->header.status >= 400 && reply->header.status < 500,
@@ -143,14 +137,12 @@ void RudeClient::SendOddRequests() {
 // Creates, sets and deletes in one go, and goes at any byte of that.
 void RudeClient::LeaveInAFrame() {
     const std::string data = '"' + std::string(Pick(50000), 'x') + '"';
-    auto record = appcfg::MakeRawDataReq(m_description.handle, "note");
-    record.dataLen = static_cast<uint32_t>(data.size() + 1);
-    std::string frames = Frame(AppCfgUri::APP_CFG_URI_ITEM, AppCfgMethod::APP_CFG_METHOD_CREATE,
-                               BytesOf(appcfg::MakeCreateReq(m_description).Get()));
-    frames += Frame(AppCfgUri::APP_CFG_URI_RAW_DATA, AppCfgMethod::APP_CFG_METHOD_SET,
-                    BytesOf(record) + data + '\0');
-    frames += Frame(AppCfgUri::APP_CFG_URI_ITEM, AppCfgMethod::APP_CFG_METHOD_DELETE,
-                    BytesOf(appcfg::MakeHndl(m_description.handle)));
+    const auto length = static_cast<uint32_t>(data.size() + 1);
+    const std::string frames =
+        Frame(APP_CFG_METHOD_CREATE, Support::BytesOf(m_item), 0, APP_CFG_URI_ITEM) +
+        Frame(APP_CFG_METHOD_SET, Support::RawRecord(m_item.hndl, "note", length) + data + '\0', 0,
+              APP_CFG_URI_RAW_DATA) +
+        Frame(APP_CFG_METHOD_DELETE, Support::BytesOf(m_item.hndl), 0, APP_CFG_URI_ITEM);
     TestClient client = Connect();
     client.Sends(frames.substr(0, Pick(static_cast<unsigned>(frames.size()))));
     m_tally.Count("left in a frame");
@@ -158,8 +150,7 @@ void RudeClient::LeaveInAFrame() {
 
 // Many at once, each hanging in the middle of a frame.
 void RudeClient::CrowdIn() {
-    const std::string frame =
-        Frame(AppCfgUri::APP_CFG_URI_RAW_DATA, AppCfgMethod::APP_CFG_METHOD_SET, std::string(40000, 'x'));
+    const std::string frame = Frame(APP_CFG_METHOD_SET, std::string(40000, 'x'), 0, APP_CFG_URI_RAW_DATA);
     std::vector<TestClient> crowd;
     for (int i = 0; i < 50; ++i) {
         crowd.push_back(Connect());

@@ -4,7 +4,7 @@
 #include <random>
 #include <string>
 
-#include "appcfg/item_description.h"
+#include "app_cfg_wire.h"
 #include "support/test_client.h"
 #include "tally.h"
 
@@ -32,7 +32,7 @@ private:
     void Think(unsigned milliseconds) const;
 
     const unsigned m_number;
-    appcfg::ItemDescription m_description;
+    SystemServer::AppCfgCreateReq m_item{};
     Tally& m_tally;
     std::mt19937 m_random;
 };

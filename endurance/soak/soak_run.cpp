@@ -29,13 +29,23 @@ constexpr double SANITIZER_THREADS = 0;
 // A timing strategy that is stopped in the wrong instant holds the service up for its period of a minute.
 constexpr std::chrono::seconds LONGEST_SILENCE(90);
 
+// JSON or XML with a value and a reference to it for each client.
+std::string SharedText(bool isJson) {
+    std::string members;
+    for (unsigned client = 0; client < CLIENTS; ++client) {
+        for (const std::string& key : {SharedKey(client), SharedReference(client)}) {
+            const std::string name = key.substr(key.find('.') + 1);
+            const std::string value = key == SharedKey(client) ? "0" : "${" + SharedKey(client) + "}";
+            members += isJson ? (members.empty() ? "" : ", ") + ('"' + name + "\": \"" + value + '"')
+                              : '<' + name + '>' + value + "</" + name + '>';
+        }
+    }
+    return isJson ? "{\"all\": {" + members + "}}" : "<soak><all>" + members + "</all></soak>";
+}
+
 // Items with a key for each client: one saves at once, the other late.
 std::vector<appcfg::Item> CreateSharedItems(appcfg::Connection& connection, const std::string& directory) {
     using namespace SystemServer;
-    Values values;
-    for (unsigned client = 0; client < CLIENTS; ++client) {
-        values[SharedKey(client)] = "0";
-    }
     std::vector<appcfg::Item> items;
     for (const appcfg::Handle& handle : SHARED_ITEMS) {
         const bool isFirst = items.empty();
@@ -45,7 +55,7 @@ std::vector<appcfg::Item> CreateSharedItems(appcfg::Connection& connection, cons
         description.backupStrategy = ConfigBackupStrategy::TIMING;
         description.path = directory + "/shared" + std::to_string(handle.Index());
         description.backupPath = description.path + ".backup";
-        std::ofstream(description.path) << TextOf(description.storage, values);
+        std::ofstream(description.path) << SharedText(isFirst);
         items.push_back(connection.Create(description));
     }
     return items;

@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-#include "host_process.h"
 #include "process_sample.h"
+#include "support/host_process.h"
 #include "tally.h"
 
 namespace Endurance {
@@ -41,7 +41,7 @@ private:
     void PrintRow();
     void ExpectAllReleased(const ProcessSample& before);
 
-    HostProcess m_host;
+    Support::HostProcess m_host;
     const double m_seconds;
     const unsigned m_seed;
     const std::atomic<bool>& m_interrupted;

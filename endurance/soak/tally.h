@@ -6,7 +6,6 @@
 #include <map>
 #include <mutex>
 #include <string>
-#include <utility>
 
 #include "appcfg/error.h"
 
@@ -29,7 +28,7 @@ public:
 
     // The first failure, or nothing.
     std::string Failure() const;
-    // Lines of requests by kind and status, and of the other things.
+    // A line for each kind of thing that was counted.
     std::string Text() const;
 
 private:
@@ -37,8 +36,7 @@ private:
     std::atomic<uint64_t> m_replies{0};
 
     mutable std::mutex m_mutex; // guards what follows
-    std::map<std::pair<appcfg::Request, uint16_t>, uint64_t> m_requests;
-    std::map<std::string, uint64_t> m_others;
+    std::map<std::string, uint64_t> m_counts;
     std::string m_failure;
 };
 
