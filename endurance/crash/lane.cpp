@@ -7,10 +7,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <mutex>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 namespace Endurance {
@@ -45,31 +45,32 @@ constexpr milliseconds BEFORE_TIMED_SAVE{59500};
 constexpr int MOST_CHANGES = 30;
 constexpr int MOST_LAG_MICROSECONDS = 120;
 
-int Draw(std::mt19937& random, int least, int most) {
-    return std::uniform_int_distribution<int>(least, most)(random);
-}
-
-bool Chance(std::mt19937& random, int percent) {
-    return Draw(random, 1, 100) <= percent;
-}
-
-microseconds DrawLag(std::mt19937& random) {
-    return microseconds(Chance(random, 50) ? 0 : Draw(random, 0, MOST_LAG_MICROSECONDS));
-}
-
 const char* EnsureDirectory(const std::string& path) {
     std::filesystem::create_directories(path);
     std::filesystem::permissions(path, std::filesystem::perms::all); // the service is another user
     return path.c_str();
 }
 
+Strategy StrategyOf(const TrackedItem& item) {
+    return static_cast<Strategy>(static_cast<int>(item.Description().saveStrategy) - 1);
+}
+
 } // namespace
+
+void Counts::operator+=(const Counts& other) {
+    kills += other.kills;
+    killsInSaves += other.killsInSaves;
+    unforeseen += other.unforeseen;
+    for (const auto& [name, row] : other.rows) {
+        std::transform(row.begin(), row.end(), rows[name].begin(), rows[name].begin(), std::plus<>());
+    }
+}
 
 Lane::Lane(Settings settings) :
     m_settings(std::move(settings)), m_host(m_settings.build, EnsureDirectory(m_settings.directory)) {
     EnsureDirectory(ItemDirectory());
     for (const Format& format : FORMATS) {
-        for (const Strategy strategy : {INSTANT, DELAY, TIMING}) {
+        for (const int strategy : {INSTANT, DELAY, TIMING}) {
             if (format.storage == SystemServer::ConfigStorageType::INI) {
                 continue;
             }
@@ -82,10 +83,6 @@ Lane::Lane(Settings settings) :
             item.WriteFiles(Start::NEITHER, false);
         }
     }
-}
-
-Strategy Lane::StrategyOf(const TrackedItem& item) {
-    return static_cast<Strategy>(static_cast<int>(item.Description().saveStrategy) - 1);
 }
 
 void Lane::Begin() {
@@ -105,67 +102,64 @@ void Lane::End() {
 void Lane::Round(uint32_t number) {
     m_round = number;
     std::seed_seq seeds{m_settings.seed, number};
-    Random random(seeds);
+    m_random.seed(seeds);
 
-    Crash(random);
-    InspectFiles(m_first);
-    if (!ItemsWhere(&TrackedItem::HasCutFile).empty() && Chance(random, RECOVERY_KILLS)) {
-        CrashInRecovery(random);
+    Crash();
+    InspectFiles(FIRST);
+    if (!ItemsWhere(&TrackedItem::HasCutFile).empty() && Chance(RECOVERY_KILLS)) {
+        CrashInRecovery();
     }
-    Start(m_first);
+    Start(FIRST);
     if (m_settings.twice) {
         m_exposed = ItemsWhere(&TrackedItem::HasCutBackup);
-        m_preferCut = true;
-        ChangeUntilKilled(random);
-        m_preferCut = false;
-        InspectFiles(m_second);
-        Start(m_second);
+        ChangeUntilKilled(true);
+        InspectFiles(SECOND);
+        Start(SECOND);
         m_exposed.clear();
     }
     MendAll();
 }
 
-void Lane::Crash(Random& random) {
+void Lane::Crash() {
     if (m_round % LONG_ROUND_EVERY == LONG_ROUND_EVERY - 1 && m_round > LONG_ROUND_EVERY) {
-        AwaitSave(random, TIMING, BEFORE_TIMED_SAVE);
-    } else if (Chance(random, DELAY_ROUNDS)) {
-        AwaitSave(random, DELAY, BEFORE_DELAYED_SAVE);
-    } else if (Chance(random, ENDING_ROUNDS)) {
-        EndMidway(random);
+        AwaitSave(TIMING, BEFORE_TIMED_SAVE);
+    } else if (Chance(DELAY_ROUNDS)) {
+        AwaitSave(DELAY, BEFORE_DELAYED_SAVE);
+    } else if (Chance(ENDING_ROUNDS)) {
+        EndMidway();
     } else {
-        ChangeUntilKilled(random);
+        ChangeUntilKilled(false);
     }
 }
 
-// The kill finds the service at anything that a client can make it do.
-void Lane::ChangeUntilKilled(Random& random) {
+// The kill finds the service at anything that a client can make it do; or at the first save after the start,
+// preferably of an item whose backup is cut.
+void Lane::ChangeUntilKilled(bool prefersCut) {
     KillMoment moment;
-    if (m_preferCut) {
-        moment = {Draw(random, 1, 2), microseconds(0), seconds(1)}; // the first save after the start
-    } else if (Chance(random, 80)) {
-        moment = {Draw(random, 1, MOST_CHANGES), DrawLag(random), seconds(1)};
+    if (prefersCut) {
+        moment = {Draw(1, 2), microseconds(0), seconds(1)};
+    } else if (Chance(80)) {
+        moment = {Draw(1, MOST_CHANGES), DrawLag(), seconds(1)};
     } else {
-        moment.latest = microseconds(Draw(random, 0, 60000));
+        moment.latest = microseconds(Draw(0, 60000));
     }
-    Killer killer(m_host, ItemDirectory(), moment);
-    try {
+    const std::vector<TrackedItem*> cut = ItemsWhere(&TrackedItem::HasCutBackup);
+    KillDuring(moment, false, [&] {
         for (;;) {
-            ChangeOne(random, PickItem(random));
+            ChangeOne(prefersCut && !cut.empty() ? *cut[m_random() % cut.size()]
+                                                 : m_items[m_random() % m_items.size()]);
         }
-    } catch (const appcfg::ConnectionError&) {
-        killer.Join();
-    }
-    Reap(false);
+    });
 }
 
-void Lane::ChangeOne(Random& random, TrackedItem& item) {
-    const int kind = Draw(random, 1, 100);
+void Lane::ChangeOne(TrackedItem& item) {
+    const int kind = Draw(1, 100);
     if (kind <= 45) {
         item.SendRaw(*m_connection);
     } else if (kind <= 70) {
         item.SendSet(*m_connection);
     } else if (kind <= 95) {
-        EndAndCreate(random, item);
+        EndAndCreate(item);
     } else {
         m_connection->Close();
         Connect();
@@ -174,11 +168,11 @@ void Lane::ChangeOne(Random& random, TrackedItem& item) {
 }
 
 // A change that is just announced is saved by the end as well.
-void Lane::EndAndCreate(Random& random, TrackedItem& item) {
-    if (Chance(random, 50)) {
+void Lane::EndAndCreate(TrackedItem& item) {
+    if (Chance(50)) {
         item.SendSet(*m_connection);
     }
-    if (Chance(random, 60)) {
+    if (Chance(60)) {
         item.Delete(*m_connection);
     }
     item.Create(*m_connection);
@@ -187,67 +181,57 @@ void Lane::EndAndCreate(Random& random, TrackedItem& item) {
     }
 }
 
-void Lane::SendEither(Random& random, TrackedItem& item) {
-    if (Chance(random, 50)) {
-        item.SendRaw(*m_connection);
-    } else {
-        item.SendSet(*m_connection);
-    }
+void Lane::SendEither(TrackedItem& item) {
+    Chance(50) ? item.SendRaw(*m_connection) : item.SendSet(*m_connection);
 }
 
 // The kill finds the saves that a strategy makes on its own.
-void Lane::AwaitSave(Random& random, Strategy strategy, milliseconds after) {
+void Lane::AwaitSave(Strategy strategy, milliseconds after) {
     KillMoment moment;
-    if (Chance(random, 80)) {
-        moment = {Draw(random, 1, 10), DrawLag(random), after + seconds(2)};
+    if (Chance(80)) {
+        moment = {Draw(1, 10), DrawLag(), after + seconds(2)};
     } else {
-        moment.latest = after + milliseconds(Draw(random, 0, 1200));
+        moment.latest = after + milliseconds(Draw(0, 1200));
     }
-    Killer killer(m_host, ItemDirectory(), moment);
-    try {
+    KillDuring(moment, false, [&] {
         for (TrackedItem& item : m_items) {
             if (StrategyOf(item) == strategy) {
-                SendEither(random, item);
+                SendEither(item);
             }
         }
-    } catch (const appcfg::ConnectionError&) {
-        // Killed by a save that had already been due.
-    }
-    killer.Join();
-    Reap(false);
+    });
 }
 
 // The kill finds the last saves of a service that was told to end.
-void Lane::EndMidway(Random& random) {
+void Lane::EndMidway() {
     for (TrackedItem& item : m_items) {
-        SendEither(random, item);
+        SendEither(item);
     }
-    Killer killer(m_host, ItemDirectory(),
-                  {Draw(random, 1, MOST_CHANGES), DrawLag(random), milliseconds(300)});
-    ::kill(m_host.Pid(), SIGTERM);
-    killer.Join();
-    Reap(true);
+    KillDuring({Draw(1, MOST_CHANGES), DrawLag(), milliseconds(300)}, true,
+               [&] { ::kill(m_host.Pid(), SIGTERM); });
 }
 
 // The kill finds the copying of a backup over a file that is cut.
-void Lane::CrashInRecovery(Random& random) {
-    const std::vector<const TrackedItem*> cut = ItemsWhere(&TrackedItem::HasCutFile);
+void Lane::CrashInRecovery() {
+    const std::vector<TrackedItem*> cut = ItemsWhere(&TrackedItem::HasCutFile);
     StartHost();
-    Killer killer(m_host, ItemDirectory(), {Draw(random, 1, 2), DrawLag(random), milliseconds(100)});
-    try {
-        CreateAll();
-    } catch (const appcfg::ConnectionError&) {
-        // Killed before the last one.
-    }
-    killer.Join();
-    Reap(false);
-    InspectFiles(m_recovering);
+    KillDuring({Draw(1, 2), DrawLag(), milliseconds(100)}, false, [&] { CreateAll(); });
+    InspectFiles(RECOVERING);
     for (const TrackedItem* item : cut) {
-        m_recovering.fromBackup.of[StrategyOf(*item)] += item->HasChangedFile() ? 1 : 0;
+        m_seen[RECOVERING].rows["recoveries from the backup"][StrategyOf(*item)] +=
+            item->HasChangedFile() ? 1 : 0;
     }
 }
 
-void Lane::Reap(bool mayEnd) {
+template <class Work>
+void Lane::KillDuring(const KillMoment& moment, bool mayEnd, Work work) {
+    Killer killer(m_host, ItemDirectory(), moment);
+    try {
+        work();
+    } catch (const appcfg::ConnectionError&) {
+        // Killed before it was done.
+    }
+    killer.Join();
     m_connection.reset();
     const int status = m_host.Wait();
     m_killed = status != 0;
@@ -255,34 +239,38 @@ void Lane::Reap(bool mayEnd) {
         for (TrackedItem& item : m_items) {
             item.NoteEnd(0);
         }
-    } else if (status != HostProcess::SIGNALLED + SIGKILL) {
+    } else if (status != Support::HostProcess::SIGNALLED + SIGKILL) {
         throw std::runtime_error("the service ended by itself with status " + std::to_string(status));
     }
 }
 
-void Lane::InspectFiles(Counts& counts) {
+void Lane::InspectFiles(Phase phase) {
+    Counts& counts = m_seen[phase];
     bool inSave = false;
     for (TrackedItem& item : m_items) {
         item.NoteCrash();
         const Files files = item.LookAtFiles();
         const Strategy strategy = StrategyOf(item);
-        counts.cutFiles.of[strategy] += files.file ? 0 : 1;
-        counts.cutBackups.of[strategy] += files.backup ? 0 : 1;
-        counts.behind.of[strategy] += files.file && files.backup && *files.file != *files.backup ? 1 : 0;
-        inSave = inSave || !files.file || !files.backup;
+        const bool isWhole = files.file && files.backup;
+        counts.rows["files cut"][strategy] += files.file ? 0 : 1;
+        counts.rows["backups cut"][strategy] += files.backup ? 0 : 1;
+        counts.rows["both whole, of different age"][strategy] +=
+            isWhole && files.file != files.backup ? 1 : 0;
+        inSave = inSave || !isWhole;
     }
     counts.kills += m_killed ? 1 : 0;
     counts.killsInSaves += inSave ? 1 : 0;
 }
 
-void Lane::Start(Counts& counts) {
+void Lane::Start(Phase phase) {
     StartHost();
     CreateAll();
-    CountRecoveries(counts);
+    CountRecoveries(m_seen[phase]);
     for (TrackedItem& item : m_items) {
-        if (!item.HoldsSaved(*m_connection)) {
-            ++counts.losses.of[StrategyOf(item)];
-            counts.unforeseen += IsExposed(item) ? 0 : 1;
+        const bool isLost = !item.HoldsSaved(*m_connection);
+        m_seen[phase].rows["losses"][StrategyOf(item)] += isLost ? 1 : 0;
+        if (isLost) {
+            m_seen[phase].unforeseen += IsExposed(item) ? 0 : 1;
             TellLoss(item);
             item.AcceptLoss();
         }
@@ -316,17 +304,18 @@ void Lane::CreateAll() {
     }
 }
 
-void Lane::CountRecoveries(Counts& counts) const {
+void Lane::CountRecoveries(Counts& counts) {
     std::ifstream file(m_host.LogPath());
     const std::string log{std::istreambuf_iterator<char>(file), {}};
     for (const TrackedItem& item : m_items) {
-        const appcfg::ItemDescription& description = item.Description();
-        const auto from = [&](const std::string& source) {
-            return log.find(": restore config file[" + description.path + "] from " + source + "] done.") !=
-                   std::string::npos;
+        const auto count = [&](const std::string& source, const std::string& path) {
+            const std::string line = ": restore config file[" + item.Description().path + "] from " + source +
+                                     "[" + path + "] done.";
+            counts.rows["recoveries from the " + source][StrategyOf(item)] +=
+                log.find(line) != std::string::npos ? 1 : 0;
         };
-        counts.fromBackup.of[StrategyOf(item)] += from("backup[" + description.backupPath) ? 1 : 0;
-        counts.fromDefault.of[StrategyOf(item)] += from("default[" + description.defaultPath) ? 1 : 0;
+        count("backup", item.Description().backupPath);
+        count("default", item.Description().defaultPath);
     }
 }
 
@@ -340,22 +329,18 @@ void Lane::TellLoss(const TrackedItem& item) {
 void Lane::MendAll() {
     for (TrackedItem& item : m_items) {
         if (m_settings.twice || item.HasCutBackup()) {
-            Mend(item);
+            const std::string trouble = item.SaveWhole(*m_connection);
+            if (!trouble.empty()) {
+                throw std::runtime_error(trouble);
+            }
+            item.Create(*m_connection);
         }
     }
 }
 
-void Lane::Mend(TrackedItem& item) {
-    const std::string trouble = item.SaveWhole(*m_connection);
-    if (!trouble.empty()) {
-        throw std::runtime_error(trouble);
-    }
-    item.Create(*m_connection);
-}
-
-std::vector<const TrackedItem*> Lane::ItemsWhere(bool (TrackedItem::*holds)() const) const {
-    std::vector<const TrackedItem*> items;
-    for (const TrackedItem& item : m_items) {
+std::vector<TrackedItem*> Lane::ItemsWhere(bool (TrackedItem::*holds)() const) {
+    std::vector<TrackedItem*> items;
+    for (TrackedItem& item : m_items) {
         if ((item.*holds)()) {
             items.push_back(&item);
         }
@@ -363,17 +348,8 @@ std::vector<const TrackedItem*> Lane::ItemsWhere(bool (TrackedItem::*holds)() co
     return items;
 }
 
-TrackedItem& Lane::PickItem(Random& random) {
-    std::vector<TrackedItem*> choice;
-    for (TrackedItem& item : m_items) {
-        if (m_preferCut && item.HasCutBackup()) {
-            choice.push_back(&item);
-        }
-    }
-    if (choice.empty()) {
-        return m_items[random() % m_items.size()];
-    }
-    return *choice[random() % choice.size()];
+microseconds Lane::DrawLag() {
+    return microseconds(Chance(50) ? 0 : Draw(0, MOST_LAG_MICROSECONDS));
 }
 
 } // namespace Endurance

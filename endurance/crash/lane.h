@@ -2,19 +2,37 @@
 #ifndef CRASH_LANE_H
 #define CRASH_LANE_H
 
+#include <array>
+#include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "appcfg/connection.h"
-#include "counts.h"
 #include "killer.h"
 #include "support/host_process.h"
 #include "tracked_item.h"
 
 namespace Endurance {
+
+enum Strategy : size_t { INSTANT, DELAY, TIMING, STRATEGIES };
+
+// What crashes left, and what the starts after them made of it.
+struct Counts {
+    int kills = 0;
+    int killsInSaves = 0; // kills that cut a file or a backup
+    int unforeseen = 0;   // losses of items whose backup was whole before the crash
+    std::map<std::string, std::array<int, STRATEGIES>> rows{};
+
+    void operator+=(const Counts& other);
+};
+
+// What the rounds' crashes left, those that met a recovery, and the second ones of the mode that crashes
+// twice.
+enum Phase : size_t { FIRST, RECOVERING, SECOND, PHASES };
 
 // One service with a directory of its own, its items and one client. Owned by the program, which gives each
 // lane a thread; nothing is shared but the environment, whose lock is inside.
@@ -39,54 +57,47 @@ public:
     // The service ends in good order.
     void End();
 
-    // What the rounds' crashes left, those that met a recovery, and the second ones of the mode that crashes
-    // twice.
-    const Counts& First() const { return m_first; }
-    const Counts& Recovering() const { return m_recovering; }
-    const Counts& Second() const { return m_second; }
+    const Counts& Seen(Phase phase) const { return m_seen[phase]; }
 
 private:
-    using Random = std::mt19937;
-
-    void Crash(Random& random);
-    void ChangeUntilKilled(Random& random);
-    void ChangeOne(Random& random, TrackedItem& item);
-    void EndAndCreate(Random& random, TrackedItem& item);
-    void SendEither(Random& random, TrackedItem& item);
-    void AwaitSave(Random& random, Strategy strategy, std::chrono::milliseconds after);
-    void EndMidway(Random& random);
-    void CrashInRecovery(Random& random);
-    void Reap(bool mayEnd);
-    void InspectFiles(Counts& counts);
+    void Crash();
+    void ChangeUntilKilled(bool prefersCut);
+    void ChangeOne(TrackedItem& item);
+    void EndAndCreate(TrackedItem& item);
+    void SendEither(TrackedItem& item);
+    void AwaitSave(Strategy strategy, std::chrono::milliseconds after);
+    void EndMidway();
+    void CrashInRecovery();
+    // Works until the service is killed at the moment, or the work is done and the moment comes.
+    template <class Work>
+    void KillDuring(const KillMoment& moment, bool mayEnd, Work work);
+    void InspectFiles(Phase phase);
 
     // Starts the service, creates every item and checks it.
-    void Start(Counts& counts);
-    void CountRecoveries(Counts& counts) const;
+    void Start(Phase phase);
+    void CountRecoveries(Counts& counts);
     bool IsExposed(const TrackedItem& item) const;
     void TellLoss(const TrackedItem& item);
     void MendAll();
-    void Mend(TrackedItem& item);
 
     void StartHost();
     void Connect();
     void CreateAll();
-    TrackedItem& PickItem(Random& random);
-    std::vector<const TrackedItem*> ItemsWhere(bool (TrackedItem::*holds)() const) const;
+    std::vector<TrackedItem*> ItemsWhere(bool (TrackedItem::*holds)() const);
     std::string ItemDirectory() const { return m_settings.directory + "/items"; }
-
-    static Strategy StrategyOf(const TrackedItem& item);
+    int Draw(int least, int most) { return std::uniform_int_distribution<int>(least, most)(m_random); }
+    bool Chance(int percent) { return Draw(1, 100) <= percent; }
+    std::chrono::microseconds DrawLag();
 
     const Settings m_settings;
-    HostProcess m_host;
+    Support::HostProcess m_host;
     std::unique_ptr<appcfg::Connection> m_connection;
     std::vector<TrackedItem> m_items;
-    Counts m_first;
-    Counts m_recovering;
-    Counts m_second;
+    std::array<Counts, PHASES> m_seen{};
+    std::mt19937 m_random{};
     uint32_t m_round = 0;
-    std::vector<const TrackedItem*> m_exposed; // their backups were cut by the crash before this one
-    bool m_killed = false;                     // the last life did not end in good order
-    bool m_preferCut = false;                  // changes go to the items whose backups are cut
+    std::vector<TrackedItem*> m_exposed; // their backups were cut by the crash before this one
+    bool m_killed = false;               // the last life did not end in good order
 };
 
 } // namespace Endurance

@@ -19,8 +19,8 @@ namespace {
 
 using Endurance::Counts;
 using Endurance::Lane;
+using Endurance::Phase;
 using Lanes = std::vector<std::unique_ptr<Lane>>;
-using Endurance::Tally;
 
 // Most of a round is waiting, for a disk or for a strategy.
 constexpr unsigned LANES_PER_CORE = 4;
@@ -82,26 +82,16 @@ Lanes RunLanes(const Run& run) {
     return lanes;
 }
 
-void PrintRow(const char* name, const Tally& tally) {
-    std::printf("%-36s %8d %8d %8d %8d\n", name, tally.of[Endurance::INSTANT], tally.of[Endurance::DELAY],
-                tally.of[Endurance::TIMING], tally.Sum());
-}
-
-void Print(const char* title, const Counts& counts) {
-    std::printf("\n%s: %d kills, %d of them inside a save\n", title, counts.kills, counts.killsInSaves);
-    std::printf("%-36s %8s %8s %8s %8s\n", "", "instant", "delay", "timing", "all");
-    PrintRow("files cut", counts.cutFiles);
-    PrintRow("backups cut", counts.cutBackups);
-    PrintRow("both whole, of different age", counts.behind);
-    PrintRow("recoveries from the backup", counts.fromBackup);
-    PrintRow("recoveries from the default", counts.fromDefault);
-    PrintRow("losses", counts.losses);
-}
-
-Counts Sum(const Lanes& lanes, const Counts& (Lane::*part)() const) {
+Counts Print(const char* title, const Lanes& lanes, Phase phase) {
     Counts sum;
     for (const auto& lane : lanes) {
-        sum += (*lane.*part)();
+        sum += lane->Seen(phase);
+    }
+    std::printf("\n%s: %d kills, %d of them inside a save\n%-36s %8s %8s %8s\n", title, sum.kills,
+                sum.killsInSaves, "", "instant", "delay", "timing");
+    for (const auto& [name, row] : sum.rows) {
+        std::printf("%-36s %8d %8d %8d\n", name.c_str(), row[Endurance::INSTANT], row[Endurance::DELAY],
+                    row[Endurance::TIMING]);
     }
     return sum;
 }
@@ -130,16 +120,14 @@ int RunHarness(int argc, char** argv) {
     const Lanes lanes = RunLanes(run);
     const auto time = std::chrono::steady_clock::now() - begin;
 
-    const Counts first = Sum(lanes, &Lane::First);
     std::printf("%u rounds, %u lanes, seed %u, %.0f s\n", std::min(nextRound.load(), run.rounds), run.lanes,
                 run.seed, std::chrono::duration<double>(time).count());
-    Print("crash", first);
-    Print("crash while a file is recovered", Sum(lanes, &Lane::Recovering));
-    const Counts second = Sum(lanes, &Lane::Second);
+    const Counts first = Print("crash", lanes, Endurance::FIRST);
+    Print("crash while a file is recovered", lanes, Endurance::RECOVERING);
+    int unforeseen = first.unforeseen;
     if (run.twice) {
-        Print("second crash, before the next backup", second);
+        unforeseen += Print("second crash, before the next backup", lanes, Endurance::SECOND).unforeseen;
     }
-    const int unforeseen = first.unforeseen + second.unforeseen;
     std::printf("\nlosses of items whose backup was whole before the crash: %d\n", unforeseen);
     const bool missed = first.kills >= KILLS_THAT_MEET_SAVES && first.killsInSaves == 0;
     if (missed) {
