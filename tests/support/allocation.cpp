@@ -1,11 +1,12 @@
-// The process's allocation and the cipher library's, which fail where a test wants them to.
+// Allocations that fail where a test wants them to: the process's, by a replacement of what new and delete
+// come down to, and the cipher library's, by the functions that it lets a program give it.
+#include <malloc.h>
 #include <openssl/crypto.h>
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdlib>
-#include <cstring>
 #include <new>
 
 #include "injection.h"
@@ -18,68 +19,33 @@ void* Allocate(std::size_t size) noexcept {
     return FaultTest::Fails(Call::ALLOCATION) ? nullptr : std::malloc(size == 0 ? 1 : size);
 }
 
-void* AllocateAligned(std::size_t size, std::align_val_t alignment) noexcept {
-    void* memory = nullptr;
-    const bool failed = FaultTest::Fails(Call::ALLOCATION) ||
-                        ::posix_memalign(&memory, static_cast<std::size_t>(alignment), size) != 0;
-    return failed ? nullptr : memory;
-}
-
-void* OrThrow(void* memory) {
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-// The cipher library's own. What a thread gave back last can be had again, as from any allocator.
+// What a thread gave back to the cipher library's allocator last can be had again, as from any other: the service
+// makes sure of a cipher's memory so. A block is as long as was asked for, but for the allocator's rounding.
+constexpr std::size_t ROUNDING = 24;
 thread_local std::array<std::size_t, 4> t_givenBack{};
 
-bool TakesBack(std::size_t size) {
-    const auto block = std::find(t_givenBack.begin(), t_givenBack.end(), size);
-    if (block == t_givenBack.end()) {
-        return false;
-    }
-    *block = 0;
-    return true;
-}
-
-void GivesBack(std::size_t size) {
-    std::rotate(t_givenBack.begin(), t_givenBack.begin() + 1, t_givenBack.end());
-    t_givenBack.back() = size;
-}
-
-// The size stands before the memory.
-constexpr std::size_t HEAD = alignof(std::max_align_t);
-
-void* CipherAllocate(std::size_t size, const char*, int) {
-    if (size == 0 || (!TakesBack(size) && FaultTest::Fails(Call::CIPHER_ALLOCATION))) {
+void* CipherReallocate(void* memory, std::size_t size, const char*, int) {
+    const auto room = std::find_if(t_givenBack.begin(), t_givenBack.end(), [size](std::size_t given) {
+        return given >= size && given <= size + ROUNDING;
+    });
+    if (room != t_givenBack.end()) {
+        *room = 0;
+    } else if (FaultTest::Fails(Call::CIPHER_ALLOCATION)) {
         return nullptr;
     }
-    auto* const memory = static_cast<char*>(std::malloc(HEAD + size));
-    std::memcpy(memory, &size, sizeof size);
-    return memory + HEAD;
+    return std::realloc(memory, size);
+}
+
+void* CipherAllocate(std::size_t size, const char* file, int line) {
+    return size == 0 ? nullptr : CipherReallocate(nullptr, size, file, line);
 }
 
 void CipherFree(void* memory, const char*, int) {
     if (memory != nullptr) {
-        char* const whole = static_cast<char*>(memory) - HEAD;
-        std::size_t size = 0;
-        std::memcpy(&size, whole, sizeof size);
-        GivesBack(size);
-        std::free(whole);
+        std::rotate(t_givenBack.begin(), t_givenBack.begin() + 1, t_givenBack.end());
+        t_givenBack.back() = ::malloc_usable_size(memory);
+        std::free(memory);
     }
-}
-
-void* CipherReallocate(void* memory, std::size_t size, const char* file, int line) {
-    void* const larger = CipherAllocate(size, file, line);
-    if (memory != nullptr && larger != nullptr) {
-        std::size_t former = 0;
-        std::memcpy(&former, static_cast<char*>(memory) - HEAD, sizeof former);
-        std::memcpy(larger, memory, std::min(former, size));
-        CipherFree(memory, file, line);
-    }
-    return larger;
 }
 
 // Before the library's first allocation.
@@ -94,51 +60,27 @@ extern "C" const char* __lsan_default_suppressions() {
 }
 
 void* operator new(std::size_t size) {
-    return OrThrow(Allocate(size));
-}
-void* operator new[](std::size_t size) {
-    return OrThrow(Allocate(size));
+    void* const memory = Allocate(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return Allocate(size);
 }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size);
+void* operator new[](std::size_t size) {
+    return ::operator new(size);
 }
-void* operator new(std::size_t size, std::align_val_t alignment) {
-    return OrThrow(AllocateAligned(size, alignment));
-}
-void* operator new[](std::size_t size, std::align_val_t alignment) {
-    return OrThrow(AllocateAligned(size, alignment));
-}
-
 void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
     std::free(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
     std::free(memory);
 }
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
 void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::align_val_t) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, std::align_val_t) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t, std::align_val_t) noexcept {
     std::free(memory);
 }
