@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <mutex>
 #include <stdexcept>
@@ -20,6 +19,8 @@ namespace {
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using SystemServer::ConfigBackupStrategy;
+using SystemServer::ConfigSaveStrategy;
 
 // Of this many rounds one waits for the saves of the timing strategy, which take a minute. None of the first
 // ones does, so that a short run is short.
@@ -35,7 +36,11 @@ constexpr int RECOVERY_KILLS = 40;
 constexpr int PLACES = 17;
 constexpr size_t FILLER_BYTES = 4000;
 
-constexpr const char* STRATEGY_NAMES[] = {"_instant", "_delay", "_timing"};
+constexpr Strategies STRATEGIES[] = {
+    {ConfigSaveStrategy::INSTANT, ConfigBackupStrategy::INSTANT},
+    {ConfigSaveStrategy::DELAY, ConfigBackupStrategy::DELAY},
+    {ConfigSaveStrategy::TIMING, ConfigBackupStrategy::TIMING},
+};
 
 constexpr milliseconds BEFORE_DELAYED_SAVE{2950};
 constexpr milliseconds BEFORE_TIMED_SAVE{59500};
@@ -51,34 +56,19 @@ const char* EnsureDirectory(const std::string& path) {
     return path.c_str();
 }
 
-Strategy StrategyOf(const TrackedItem& item) {
-    return static_cast<Strategy>(static_cast<int>(item.Description().saveStrategy) - 1);
-}
-
 } // namespace
-
-void Counts::operator+=(const Counts& other) {
-    kills += other.kills;
-    killsInSaves += other.killsInSaves;
-    unforeseen += other.unforeseen;
-    for (const auto& [name, row] : other.rows) {
-        std::transform(row.begin(), row.end(), rows[name].begin(), rows[name].begin(), std::plus<>());
-    }
-}
 
 Lane::Lane(Settings settings) :
     m_settings(std::move(settings)), m_host(m_settings.build, EnsureDirectory(m_settings.directory)) {
     EnsureDirectory(ItemDirectory());
     for (const Format& format : FORMATS) {
-        for (const int strategy : {INSTANT, DELAY, TIMING}) {
+        for (const Strategies& strategies : STRATEGIES) {
             if (format.storage == SystemServer::ConfigStorageType::INI) {
                 continue;
             }
-            const Strategies strategies{static_cast<SystemServer::ConfigSaveStrategy>(strategy + 1),
-                                        static_cast<SystemServer::ConfigBackupStrategy>(strategy + 1)};
-            TrackedItem& item = m_items.emplace_back(
-                appcfg::Handle("life", std::string(format.name) + STRATEGY_NAMES[strategy]), format,
-                strategies, Document(format.storage, PLACES, FILLER_BYTES));
+            const std::string name = format.name + std::to_string(static_cast<int>(strategies.save));
+            TrackedItem& item = m_items.emplace_back(appcfg::Handle("life", name), format, strategies,
+                                                     Document(format.storage, PLACES, FILLER_BYTES));
             item.StandIn(ItemDirectory());
             item.WriteFiles(Start::NEITHER, false);
         }
@@ -122,9 +112,9 @@ void Lane::Round(uint32_t number) {
 
 void Lane::Crash() {
     if (m_round % LONG_ROUND_EVERY == LONG_ROUND_EVERY - 1 && m_round > LONG_ROUND_EVERY) {
-        AwaitSave(TIMING, BEFORE_TIMED_SAVE);
+        AwaitSave(ConfigSaveStrategy::TIMING, BEFORE_TIMED_SAVE);
     } else if (Chance(DELAY_ROUNDS)) {
-        AwaitSave(DELAY, BEFORE_DELAYED_SAVE);
+        AwaitSave(ConfigSaveStrategy::DELAY, BEFORE_DELAYED_SAVE);
     } else if (Chance(ENDING_ROUNDS)) {
         EndMidway();
     } else {
@@ -186,7 +176,7 @@ void Lane::SendEither(TrackedItem& item) {
 }
 
 // The kill finds the saves that a strategy makes on its own.
-void Lane::AwaitSave(Strategy strategy, milliseconds after) {
+void Lane::AwaitSave(ConfigSaveStrategy strategy, milliseconds after) {
     KillMoment moment;
     if (Chance(80)) {
         moment = {Draw(1, 10), DrawLag(), after + seconds(2)};
@@ -195,7 +185,7 @@ void Lane::AwaitSave(Strategy strategy, milliseconds after) {
     }
     KillDuring(moment, false, [&] {
         for (TrackedItem& item : m_items) {
-            if (StrategyOf(item) == strategy) {
+            if (item.Description().saveStrategy == strategy) {
                 SendEither(item);
             }
         }
@@ -218,8 +208,7 @@ void Lane::CrashInRecovery() {
     KillDuring({Draw(1, 2), DrawLag(), milliseconds(100)}, false, [&] { CreateAll(); });
     InspectFiles(RECOVERING);
     for (const TrackedItem* item : cut) {
-        m_seen[RECOVERING].rows["recoveries from the backup"][StrategyOf(*item)] +=
-            item->HasChangedFile() ? 1 : 0;
+        m_seen[RECOVERING]["recoveries from the backup"] += item->HasChangedFile() ? 1 : 0;
     }
 }
 
@@ -250,16 +239,14 @@ void Lane::InspectFiles(Phase phase) {
     for (TrackedItem& item : m_items) {
         item.NoteCrash();
         const Files files = item.LookAtFiles();
-        const Strategy strategy = StrategyOf(item);
         const bool isWhole = files.file && files.backup;
-        counts.rows["files cut"][strategy] += files.file ? 0 : 1;
-        counts.rows["backups cut"][strategy] += files.backup ? 0 : 1;
-        counts.rows["both whole, of different age"][strategy] +=
-            isWhole && files.file != files.backup ? 1 : 0;
+        counts["files cut"] += files.file ? 0 : 1;
+        counts["backups cut"] += files.backup ? 0 : 1;
+        counts["both whole, of different age"] += isWhole && files.file != files.backup ? 1 : 0;
         inSave = inSave || !isWhole;
     }
-    counts.kills += m_killed ? 1 : 0;
-    counts.killsInSaves += inSave ? 1 : 0;
+    counts[KILLS] += m_killed ? 1 : 0;
+    counts[KILLS_IN_SAVES] += inSave ? 1 : 0;
 }
 
 void Lane::Start(Phase phase) {
@@ -268,9 +255,9 @@ void Lane::Start(Phase phase) {
     CountRecoveries(m_seen[phase]);
     for (TrackedItem& item : m_items) {
         const bool isLost = !item.HoldsSaved(*m_connection);
-        m_seen[phase].rows["losses"][StrategyOf(item)] += isLost ? 1 : 0;
+        m_seen[phase]["losses"] += isLost ? 1 : 0;
         if (isLost) {
-            m_seen[phase].unforeseen += IsExposed(item) ? 0 : 1;
+            m_seen[phase][UNFORESEEN] += IsExposed(item) ? 0 : 1;
             TellLoss(item);
             item.AcceptLoss();
         }
@@ -311,8 +298,7 @@ void Lane::CountRecoveries(Counts& counts) {
         const auto count = [&](const std::string& source, const std::string& path) {
             const std::string line = ": restore config file[" + item.Description().path + "] from " + source +
                                      "[" + path + "] done.";
-            counts.rows["recoveries from the " + source][StrategyOf(item)] +=
-                log.find(line) != std::string::npos ? 1 : 0;
+            counts["recoveries from the " + source] += log.find(line) != std::string::npos ? 1 : 0;
         };
         count("backup", item.Description().backupPath);
         count("default", item.Description().defaultPath);

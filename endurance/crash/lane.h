@@ -18,17 +18,11 @@
 
 namespace Endurance {
 
-enum Strategy : size_t { INSTANT, DELAY, TIMING, STRATEGIES };
-
-// What crashes left, and what the starts after them made of it.
-struct Counts {
-    int kills = 0;
-    int killsInSaves = 0; // kills that cut a file or a backup
-    int unforeseen = 0;   // losses of items whose backup was whole before the crash
-    std::map<std::string, std::array<int, STRATEGIES>> rows{};
-
-    void operator+=(const Counts& other);
-};
+// What crashes left, and what the starts after them made of it, by name.
+using Counts = std::map<std::string, int>;
+constexpr char KILLS[] = "kills";
+constexpr char KILLS_IN_SAVES[] = "kills inside a save"; // which cut a file or a backup
+constexpr char UNFORESEEN[] = "losses though the backup was whole";
 
 // What the rounds' crashes left, those that met a recovery, and the second ones of the mode that crashes
 // twice.
@@ -65,7 +59,7 @@ private:
     void ChangeOne(TrackedItem& item);
     void EndAndCreate(TrackedItem& item);
     void SendEither(TrackedItem& item);
-    void AwaitSave(Strategy strategy, std::chrono::milliseconds after);
+    void AwaitSave(SystemServer::ConfigSaveStrategy strategy, std::chrono::milliseconds after);
     void EndMidway();
     void CrashInRecovery();
     // Works until the service is killed at the moment, or the work is done and the moment comes.

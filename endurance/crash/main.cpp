@@ -85,13 +85,13 @@ Lanes RunLanes(const Run& run) {
 Counts Print(const char* title, const Lanes& lanes, Phase phase) {
     Counts sum;
     for (const auto& lane : lanes) {
-        sum += lane->Seen(phase);
+        for (const auto& [name, count] : lane->Seen(phase)) {
+            sum[name] += count;
+        }
     }
-    std::printf("\n%s: %d kills, %d of them inside a save\n%-36s %8s %8s %8s\n", title, sum.kills,
-                sum.killsInSaves, "", "instant", "delay", "timing");
-    for (const auto& [name, row] : sum.rows) {
-        std::printf("%-36s %8d %8d %8d\n", name.c_str(), row[Endurance::INSTANT], row[Endurance::DELAY],
-                    row[Endurance::TIMING]);
+    std::printf("\n%s\n", title);
+    for (const auto& [name, count] : sum) {
+        std::printf("%-36s %8d\n", name.c_str(), count);
     }
     return sum;
 }
@@ -122,14 +122,15 @@ int RunHarness(int argc, char** argv) {
 
     std::printf("%u rounds, %u lanes, seed %u, %.0f s\n", std::min(nextRound.load(), run.rounds), run.lanes,
                 run.seed, std::chrono::duration<double>(time).count());
-    const Counts first = Print("crash", lanes, Endurance::FIRST);
+    Counts first = Print("crash", lanes, Endurance::FIRST);
     Print("crash while a file is recovered", lanes, Endurance::RECOVERING);
-    int unforeseen = first.unforeseen;
+    int unforeseen = first[Endurance::UNFORESEEN];
     if (run.twice) {
-        unforeseen += Print("second crash, before the next backup", lanes, Endurance::SECOND).unforeseen;
+        unforeseen +=
+            Print("second crash, before the next backup", lanes, Endurance::SECOND)[Endurance::UNFORESEEN];
     }
-    std::printf("\nlosses of items whose backup was whole before the crash: %d\n", unforeseen);
-    const bool missed = first.kills >= KILLS_THAT_MEET_SAVES && first.killsInSaves == 0;
+    const bool missed =
+        first[Endurance::KILLS] >= KILLS_THAT_MEET_SAVES && first[Endurance::KILLS_IN_SAVES] == 0;
     if (missed) {
         std::printf("failed: no kill met a save\n");
     }
