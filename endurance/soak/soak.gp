@@ -13,7 +13,8 @@ set grid ytics linecolor '#dddddd'
 set border 1 linecolor '#888888'
 set tics nomirror
 set lmargin 8
-set key right top horizontal
+set key tmargin right horizontal
+set ytics font ',9'
 set title 'Resident memory, MiB'
 plot table using (place($1)):2 smooth unique with lines linecolor '#0b62b8' notitle
 set title 'Threads and descriptors'
