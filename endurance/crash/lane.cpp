@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <iterator>
 #include <mutex>
 #include <stdexcept>
@@ -214,13 +215,17 @@ void Lane::CrashInRecovery() {
 
 template <class Work>
 void Lane::KillDuring(const KillMoment& moment, bool mayEnd, Work work) {
-    Killer killer(m_host, ItemDirectory(), moment);
+    const FileChanges changes(ItemDirectory());
+    const std::future<void> killer = std::async(std::launch::async, [&] {
+        changes.Await(moment);
+        m_host.SendKill();
+    });
     try {
         work();
     } catch (const appcfg::ConnectionError&) {
         // Killed before it was done.
     }
-    killer.Join();
+    killer.wait();
     m_connection.reset();
     const int status = m_host.Wait();
     m_killed = status != 0;

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "appcfg/connection.h"
-#include "killer.h"
+#include "file_changes.h"
 #include "support/host_process.h"
 #include "tracked_item.h"
 
