@@ -96,21 +96,8 @@ Counts Print(const char* title, const Lanes& lanes, Phase phase) {
     return sum;
 }
 
-int RunHarness(int argc, char** argv) {
-    Run run;
-    CLI::App app("Kills the service at random moments and checks that nothing reported as saved is lost.");
-    app.add_option("build", run.build, "build directory with the service")->required();
-    app.add_option("directory", run.directory, "where the services live")->required();
-    app.add_option("rounds", run.rounds);
-    app.add_flag("--twice", run.twice, "crash again before anything is mended, and count what that loses");
-    app.add_option("--seed", run.seed, "of the moments and changes that are drawn");
-    app.add_option("--lanes", run.lanes, "services at the same time");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 2;
-    }
-
+// The exit status.
+int Crash(const Run& run) {
     std::signal(SIGPIPE, SIG_IGN);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         std::signal(signal, Interrupt);
@@ -138,6 +125,24 @@ int RunHarness(int argc, char** argv) {
         return 1;
     }
     return interrupted ? EXIT_INTERRUPTED : 0;
+}
+
+int RunHarness(int argc, char** argv) {
+    Run run;
+    CLI::App app("Kills the service at random moments and checks that nothing reported as saved is lost.");
+    app.add_option("build", run.build, "build directory with the service")->required();
+    app.add_option("directory", run.directory, "where the services live")->required();
+    app.add_option("rounds", run.rounds);
+    app.add_flag("--twice", run.twice, "crash again before anything is mended, and count what that loses");
+    app.add_option("--seed", run.seed, "of the moments and changes that are drawn");
+    app.add_option("--lanes", run.lanes, "services at the same time");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 2;
+    }
+
+    return Crash(run);
 }
 
 } // namespace

@@ -19,8 +19,9 @@ void* Allocate(std::size_t size) noexcept {
     return FaultTest::Fails(Call::ALLOCATION) ? nullptr : std::malloc(size == 0 ? 1 : size);
 }
 
-// What a thread gave back to the cipher library's allocator last can be had again, as from any other: the service
-// makes sure of a cipher's memory so. A block is as long as was asked for, but for the allocator's rounding.
+// What a thread gave back to the cipher library's allocator last can be had again, as from any other: the
+// service makes sure of a cipher's memory so. A block is as long as was asked for, but for the allocator's
+// rounding.
 constexpr std::size_t ROUNDING = 24;
 thread_local std::array<std::size_t, 4> t_givenBack{};
 
