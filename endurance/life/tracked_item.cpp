@@ -101,15 +101,21 @@ void TrackedItem::NoteEnd(int failedBefore) {
 }
 
 // After a key change that was cut off, with the new key, and with the old one if that does not bring the
-// values back; a refusal has put the default in place of the file, and the backup goes there first.
+// values back; a refusal has put the default in place of the file, and the backup goes there first. A timing
+// strategy that hurries would overwrite the backup between the two: the item is one that acts on changes
+// alone.
 std::string TrackedItem::Recover(appcfg::Connection& connection) {
+    appcfg::ItemDescription description = m_description;
     if (m_otherKey) {
+        description.saveStrategy = ConfigSaveStrategy::INSTANT;
+        description.backupStrategy = ConfigBackupStrategy::INSTANT;
         m_description.encryption.swap(*m_otherKey);
     }
     std::string trouble;
     for (int left = m_otherKey ? 2 : 1; left > 0; --left) {
         try {
-            connection.Create(m_description).Release();
+            description.encryption = m_description.encryption;
+            connection.Create(description).Release();
             if (HoldsSaved(connection)) {
                 return "";
             }
