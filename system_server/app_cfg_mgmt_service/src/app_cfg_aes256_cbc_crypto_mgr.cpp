@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "acm_file.h"
+#include "app_cfg_fault.h"
 
 namespace SystemServer {
 
@@ -33,6 +34,7 @@ std::string ReadCipherText(const std::string& path) {
         if (IsShortage(fault)) {
             throw;
         }
+        LogFencedFault(LOG_FILE, __LINE__);
         return std::string();
     }
 }
