@@ -17,16 +17,16 @@ bool IsBlankCharacter(char c) {
 } // namespace
 
 AcmXmlProlog::AcmXmlProlog(const std::string& text) : m_text(text) {
-    const auto begins = [&](const char* bytes) {
-        return text.size() >= 2 && std::memcmp(text.data(), bytes, 2) == 0;
+    const auto begins = [&](char first, char second) {
+        return text.size() >= 2 && text[0] == first && text[1] == second;
     };
-    if (begins("\xFF\xFE") || begins("<\0")) {
+    if (begins('\xFF', '\xFE') || begins('<', '\0')) {
         m_width = 2;
-    } else if (begins("\xFE\xFF") || begins("\0<")) {
+    } else if (begins('\xFE', '\xFF') || begins('\0', '<')) {
         m_width = 2;
         m_lowByte = 1;
     }
-    if (begins("\xFF\xFE") || begins("\xFE\xFF")) {
+    if (begins('\xFF', '\xFE') || begins('\xFE', '\xFF')) {
         m_end = 2;
     } else if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) {
         m_end = 3;
