@@ -9,12 +9,11 @@
 #include <string>
 
 #include "acm_mutex.h"
+#include "app_cfg_framework.h"
 #include "app_cfg_mgr.h"
 #include "app_cfg_reply.h"
 #include "app_cfg_strategy.h"
 #include "app_cfg_wire.h"
-#include "kestrel/kestrel.h"
-#include "tern/tern.h"
 
 namespace SystemServer {
 

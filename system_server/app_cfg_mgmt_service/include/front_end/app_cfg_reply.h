@@ -5,9 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "app_cfg_framework.h"
 #include "app_cfg_wire.h"
-#include "kestrel/kestrel.h"
-#include "tern/tern.h"
 
 namespace SystemServer {
 

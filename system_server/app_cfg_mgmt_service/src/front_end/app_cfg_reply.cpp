@@ -4,7 +4,6 @@
 
 #include "app_cfg_limits.h"
 #include "app_cfg_log.h"
-#include "securec/securec.h"
 
 namespace SystemServer {
 
