@@ -141,8 +141,25 @@ void Channel::Close() noexcept {
     }
 }
 
-uint64_t Channel::Claim(const Handle& handle) {
-    return m_claims[JoinedName(handle)] = ++m_lastClaim;
+void Channel::KeepItems(std::function<void(const std::string& reason)> told) {
+    m_told = std::move(told);
+}
+
+uint64_t Channel::Claim(const Handle& handle, const SecretRecord<SystemServer::AppCfgCreateReq>& record) {
+    Disclaim(handle);
+    m_claims.emplace(JoinedName(handle), Claimed{++m_lastClaim, handle, {}});
+    if (m_told) {
+        m_claims.at(JoinedName(handle)).record = record;
+    }
+    return m_lastClaim;
+}
+
+void Channel::NoteKey(const Handle& handle, const SystemServer::AppCfgCryptoUpdateReq& update) {
+    const auto found = m_claims.find(JoinedName(handle));
+    if (found != m_claims.end()) {
+        found->second.record.Get().cryptoType = update.cryptoType;
+        found->second.record.Get().cryptoParam = update.cryptoParam;
+    }
 }
 
 void Channel::Disclaim(const Handle& handle) {
@@ -151,10 +168,52 @@ void Channel::Disclaim(const Handle& handle) {
 
 bool Channel::IsClaimed(const Handle& handle, uint64_t claim) const {
     const auto found = m_claims.find(JoinedName(handle));
-    return found != m_claims.end() && found->second == claim;
+    return found != m_claims.end() && found->second.number == claim;
 }
 
 Reply Channel::Call(Request request, const Handle& handle, const Content& content) {
+    if (!m_told) {
+        return Exchange(request, handle, content);
+    }
+    try {
+        return Exchange(request, handle, content);
+    } catch (const TimeoutError&) {
+        throw;
+    } catch (const ConnectionError& lost) {
+        ConnectAgain(lost.what());
+    }
+    return Exchange(request, handle, content);
+}
+
+// The service may take a while to be there again. In the order of their creation: one may replace another.
+void Channel::ConnectAgain(const std::string& reason) {
+    const Clock::time_point deadline = Clock::now() + m_timeout;
+    for (std::chrono::milliseconds pause = 1ms;; pause = std::min(2 * pause, LONGEST_PAUSE)) {
+        m_closed = false;
+        try {
+            Connect();
+            break;
+        } catch (const ConnectionError&) {
+            if (Clock::now() >= deadline) {
+                throw;
+            }
+        }
+        std::this_thread::sleep_until(std::min(Clock::now() + pause, deadline));
+    }
+    std::map<uint64_t, const Claimed*> inOrder;
+    for (const auto& [name, claimed] : m_claims) {
+        if (claimed.record.Get().cfgPath[0] != '\0') { // created since items are kept
+            inOrder.emplace(claimed.number, &claimed);
+        }
+    }
+    for (const auto& [number, claimed] : inOrder) {
+        Exchange(Request::CREATE, claimed->handle,
+                 {&claimed->record.Get(), sizeof(claimed->record.Get()), nullptr});
+    }
+    m_told(reason);
+}
+
+Reply Channel::Exchange(Request request, const Handle& handle, const Content& content) {
     const size_t textSize = content.text != nullptr ? content.text->size() + 1 : 0;
     if (textSize > MAX_PAYLOAD - content.size) {
         throw InvalidArgument("the data has " + std::to_string(textSize) + " bytes; a request holds 16 MiB");

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -12,6 +13,7 @@
 #include "app_cfg_types.h"
 #include "appcfg/error.h"
 #include "appcfg/handle.h"
+#include "records.h"
 #include "tern/tern.h"
 
 namespace appcfg {
@@ -36,7 +38,7 @@ struct Content {
 };
 
 // Owned by its connection. Used by one thread at a time. After a failed exchange the stream's position is
-// not known, so that the descriptor is closed and each further call fails.
+// not known, so that the descriptor is closed and each further call fails, unless items are kept.
 class Channel {
 public:
     // The time-out is that of Connection.
@@ -53,13 +55,26 @@ public:
 
     void Close() noexcept;
 
+    // A lost connection is made again, with the items that are claimed.
+    void KeepItems(std::function<void(const std::string& reason)> told);
+
     // An item was created: yields the number that stands for it, and not for one of the same handle before.
-    uint64_t Claim(const Handle& handle);
+    uint64_t Claim(const Handle& handle, const SecretRecord<SystemServer::AppCfgCreateReq>& record);
+    // Its encryption has changed.
+    void NoteKey(const Handle& handle, const SystemServer::AppCfgCryptoUpdateReq& update);
     // An item of the handle was deleted: no number stands for it any longer.
     void Disclaim(const Handle& handle);
     bool IsClaimed(const Handle& handle, uint64_t claim) const;
 
 private:
+    struct Claimed {
+        uint64_t number;
+        Handle handle;
+        SecretRecord<SystemServer::AppCfgCreateReq> record;
+    };
+
+    Reply Exchange(Request request, const Handle& handle, const Content& content);
+    void ConnectAgain(const std::string& reason);
     // Closes the descriptor and throws a ConnectionError: what failed, and why.
     [[noreturn]] void Fail(const std::string& what, const std::string& why);
     [[noreturn]] void FailWith(const std::string& what, int error);
@@ -72,7 +87,8 @@ private:
     bool m_closed = false;
     uint32_t m_sequence = 0;
     uint64_t m_lastClaim = 0;
-    std::map<std::string, uint64_t> m_claims; // by what the service takes for one handle
+    std::map<std::string, Claimed> m_claims;               // by what the service takes for one handle
+    std::function<void(const std::string& reason)> m_told; // set: items are kept
 };
 
 } // namespace appcfg

@@ -26,11 +26,15 @@ void Connection::Connect() {
     OpenChannel().Connect();
 }
 
+void Connection::KeepItems(Told told) {
+    OpenChannel().KeepItems(std::move(told));
+}
+
 Item Connection::Create(const ItemDescription& description) {
     Channel& channel = OpenChannel();
     const SecretRecord<SystemServer::AppCfgCreateReq> record(MakeCreateReq(description));
     channel.Call(Request::CREATE, description.handle, {&record.Get(), record.SIZE, nullptr});
-    return Item(m_channel, description.handle, channel.Claim(description.handle));
+    return Item(m_channel, description.handle, channel.Claim(description.handle, record));
 }
 
 Item Connection::Open(const Handle& handle) const {

@@ -121,7 +121,9 @@ void Item::ChangeToPlain() {
 // The whole record also for plain files, whose key the service does not use.
 void Item::SendCryptoUpdate(const EncryptionKey* key) {
     const auto record = MakeCryptoUpdateReq(m_handle, key);
-    OpenChannel()->Call(Request::CHANGE_KEY, m_handle, Whole(record.Get()));
+    const std::shared_ptr<Channel> channel = OpenChannel();
+    channel->Call(Request::CHANGE_KEY, m_handle, Whole(record.Get()));
+    channel->NoteKey(m_handle, record.Get());
 }
 
 void Item::Delete() {

@@ -20,7 +20,7 @@ public:
 
     SecretRecord() : m_record{} {}
     SecretRecord(const SecretRecord&) = default;
-    SecretRecord& operator=(const SecretRecord&) = delete;
+    SecretRecord& operator=(const SecretRecord&) = default;
     ~SecretRecord() { explicit_bzero(&m_record, sizeof(m_record)); }
 
     Record& Get() { return m_record; }

@@ -40,6 +40,11 @@ cmake -S . -B build -G Ninja >/dev/null
 cmake --build build >/dev/null
 build/client
 
+step "and from Python"
+python3 -c 'import appcfg
+with appcfg.Connection() as c, c.create("package", "test", path="/usr/setting/program.json") as item:
+    print(item["network.name"])'
+
 step "an upgrade over itself, while an item is held"
 exec {shell}> >(exec appcfg shell item.json)
 until appcfg get package/test network.name >/dev/null 2>&1; do sleep 0.05; done

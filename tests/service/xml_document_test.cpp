@@ -1,6 +1,4 @@
 // XML documents by themselves: their limits, what is read and written, and grafts.
-#include <pthread.h>
-
 #include <chrono>
 #include <sstream>
 #include <string>
@@ -10,6 +8,7 @@
 #include "Poco/Exception.h"
 
 #include "acm_limit.h"
+#include "acm_thread.h"
 #include "acm_xml_configuration.h"
 #include "acm_xml_limits.h"
 #include "support/service_fixture.h"
@@ -42,8 +41,9 @@ std::string RawOf(XmlPtr& document, const std::string& key) {
 
 std::string Repeated(size_t times, const std::string& text) {
     std::string all;
-    for (size_t i = 0; i < times; ++i)
+    for (size_t i = 0; i < times; ++i) {
         all += text;
+    }
     return all;
 }
 
@@ -54,8 +54,9 @@ std::string Nested(size_t levels) {
 // Empty elements whose names count up.
 std::string Siblings(size_t count, const std::string& prefix) {
     std::string text;
-    for (size_t i = 0; i < count; ++i)
+    for (size_t i = 0; i < count; ++i) {
         text += "<" + prefix + std::to_string(i) + "/>";
+    }
     return text;
 }
 
@@ -95,31 +96,24 @@ std::string TagOf(size_t bytes) {
 }
 
 TEST(ADeepDocument, IsRefusedBeyondTheLimitHoweverDeep) {
-    for (const size_t levels : {size_t{2000}, size_t{300000}})
+    for (const size_t levels : {size_t{2000}, size_t{300000}}) {
         EXPECT_THAT(Refusal(Nested(levels)), HasSubstr("nest too deep"));
+    }
     EXPECT_THAT(Refusal("<r>" + Repeated(300, "<a/>") + "</r>"), "loaded") << "siblings are not depth";
 }
 
-void* UseDeepDocument(void* result) {
-    XmlPtr document = XmlOf(Nested(MAX_XML_DEPTH - 1));
-    document->SetRawString("", Nested(MAX_XML_DEPTH - 1));
-    const std::string key = "d" + Repeated(MAX_XML_DEPTH - 3, ".d");
-    document->SetRawString(key, "<d>bottom</d>");
-    *static_cast<std::string*>(result) = document->getString("d");
-    XmlPtr again = XmlOf(Saved(document));
-    *static_cast<std::string*>(result) += " " + again->getString(key + ".d");
-    return nullptr;
-}
-
-TEST(ADeepDocument, AtTheLimitIsServedOnASmallStack) {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256 << 10), 0);
-    pthread_t thread;
+TEST(ADeepDocument, AtTheLimitIsServedOnTheStackOfAThread) {
     std::string result;
-    ASSERT_EQ(pthread_create(&thread, &attributes, &UseDeepDocument, &result), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
+    AcmThread thread([&] {
+        XmlPtr document = XmlOf(Nested(MAX_XML_DEPTH - 1));
+        document->SetRawString("", Nested(MAX_XML_DEPTH - 1));
+        const std::string key = "d" + Repeated(MAX_XML_DEPTH - 3, ".d");
+        document->SetRawString(key, "<d>bottom</d>");
+        result = document->getString("d");
+        XmlPtr again = XmlOf(Saved(document));
+        result += " " + again->getString(key + ".d");
+    });
+    thread.join();
     EXPECT_EQ(result, "bottom bottom");
 }
 
@@ -133,8 +127,9 @@ TEST(AnEntity, OfTheDocumentsOwnIsExpanded) {
     for (const std::string& text :
          {Bomb(100000, 0) + "]><r/>", "<!--" + std::string(MAX_XML_MARKUP_BYTES / 2, '[') + "--><r/>",
           "<!DOCTYPE r [" + Repeated(60000, "<!ELEMENT e (a)><?p '>[?>") + "]><r/>",
-          Repeated(600000, "\n") + "<r k='[[['/>" + Repeated(600000, "\n")})
+          Repeated(600000, "\n") + "<r k='[[['/>" + Repeated(600000, "\n")}) {
         EXPECT_EQ(Refusal(text), "loaded") << text.substr(0, 60);
+    }
 }
 
 TEST(AnEntity, ThatBlowsUpIsRefusedFast) {
@@ -159,12 +154,13 @@ TEST(AnEntity, ThatBlowsUpIsRefusedFast) {
             "</r>",
     };
     const auto start = std::chrono::steady_clock::now();
-    for (const std::string& text : blowUps)
+    for (const std::string& text : blowUps) {
         EXPECT_THAT(Refusal(text),
                     testing::AnyOf(HasSubstr("entities expand to too much"),
                                    HasSubstr("refers to another entity"), HasSubstr("too many declarations"),
                                    HasSubstr("adds too much")))
             << text.substr(0, 200);
+    }
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
 }
 
@@ -201,16 +197,18 @@ TEST(ADocument, IsReadBackAsItWasWritten) {
           "<!DOCTYPE r [<!NOTATION n PUBLIC 'p' 's'>]><r/>",
           "<!DOCTYPE r [<!NOTATION n SYSTEM 'v'><!ENTITY u PUBLIC 'p' 's' NDATA n>]><r/>",
 
-          "<!DOCTYPE r [<!ENTITY e '<![CDATA[&#13;]]>'>]><r>&e;</r>"})
+          "<!DOCTYPE r [<!ENTITY e '<![CDATA[&#13;]]>'>]><r>&e;</r>"}) {
         EXPECT_THAT(Refusal(text), HasSubstr("cannot be written back")) << text;
+    }
 }
 
 // What is written takes no more than what was admitted, or is refused before.
 TEST(ADocument, IsRefusedThatWouldNotLoadAgain) {
     const std::string most(MAX_XML_MARKUP_BYTES, 's');
     std::string notations;
-    for (size_t i = 0; i < MAX_XML_DECLARATIONS; ++i)
+    for (size_t i = 0; i < MAX_XML_DECLARATIONS; ++i) {
         notations += "<!NOTATION n" + std::to_string(i) + " SYSTEM ''>";
+    }
     const std::pair<std::string, const char*> texts[] = {
         {"<!--x--><!DOCTYPE r SYSTEM '" + most + "'><r/>", "too long"},
         {"<!DOCTYPE r [<!NOTATION n SYSTEM '" + most + "'>]><r/>", "too long"},
@@ -223,8 +221,9 @@ TEST(ADocument, IsRefusedThatWouldNotLoadAgain) {
         {"<?xml version='1.0' encoding='EUC-JP'?><r/>", "encoding that is not supported"},
         {"<?xml version='1.1'?><r>&#1;</r>", "1.1"},
     };
-    for (const auto& [text, limit] : texts)
+    for (const auto& [text, limit] : texts) {
         EXPECT_THAT(Refusal(text), HasSubstr(limit)) << text.substr(0, 60);
+    }
     XmlPtr document = XmlOf("<r a='x'><v>" + std::string((16U << 20) - 35, 'v') + "</v><e/></r>");
     EXPECT_FALSE(document->Admits("e", "hello")) << "its end tag comes with it";
 }
@@ -240,8 +239,9 @@ TEST(ManyNames, LoadAndAreWrittenAndReadBack) {
 TEST(ATag, OfTheGreatestLengthIsServedAndNoLongerOne) {
     const std::string attributes = [] {
         std::string text;
-        for (size_t i = 0; i < MAX_XML_ATTRIBUTES; ++i)
+        for (size_t i = 0; i < MAX_XML_ATTRIBUTES; ++i) {
             text += " a" + std::to_string(i) + "=''";
+        }
         return text;
     }();
     const size_t most = MAX_XML_MARKUP_BYTES;
@@ -263,10 +263,11 @@ TEST(ATag, OfTheGreatestLengthIsServedAndNoLongerOne) {
         const std::string text = "<r>" + body + "</r>";
         EXPECT_EQ(Refusal(text) == "loaded", isTaken) << text.substr(0, 60);
         XmlPtr document = XmlOf("<x/>");
-        if (isTaken)
+        if (isTaken) {
             EXPECT_EQ(document->SetRawString("", "<r>" + body + "</r>"), 0) << text.substr(0, 60);
-        else
+        } else {
             EXPECT_THROW(document->SetRawString("", text), AcmLimitException) << text.substr(0, 60);
+        }
         EXPECT_EQ(Refusal(Saved(document)), "loaded") << text.substr(0, 60);
     }
 }
@@ -283,9 +284,10 @@ TEST(ATag, GrowsByASetNoLongerThanCanBeLoaded) {
 }
 
 TEST(AnEncoding, IsHonouredWherePartsOfCharactersLookLikeMarkup) {
-    for (const bool bigEndian : {false, true})
+    for (const bool bigEndian : {false, true}) {
         EXPECT_EQ(Refusal(Utf16("<!--[a[b[--><!DOCTYPE r [<!ENTITY e \"x\">]><r>&e;</r>", bigEndian)),
                   "loaded");
+    }
     XmlPtr latin =
         XmlOf("<?xml version='1.0' encoding='ISO-8859-1'?><r>" + std::string(3000, '\xE9') + "</r>");
     EXPECT_EQ(latin->getString("").size(), 6000U);
@@ -375,10 +377,14 @@ TEST_F(AGraft, SavedToAStreamThatFailsLeavesItBad) {
 }
 
 TEST(AValue, IsStorableWhenAFileCanHoldIt) {
-    for (const char* good : {"", "tab\tline\nreturn\r", "\x7F", "\xEF\xBF\xBD", "<&>\"'", "\xF4\x8F\xBF\xBF"})
+    for (const char* good :
+         {"", "tab\tline\nreturn\r", "\x7F", "\xEF\xBF\xBD", "<&>\"'", "\xF4\x8F\xBF\xBF"}) {
         EXPECT_TRUE(AcmXmlConfiguration::IsStorable(good)) << testing::PrintToString(std::string(good));
-    for (const char* bad : {"\x01", "a\x1F", "\x0B", "\x80", "\xEF\xBF\xBE", "\xEF\xBF\xBF", "\xED\xBF\xBF"})
+    }
+    for (const char* bad :
+         {"\x01", "a\x1F", "\x0B", "\x80", "\xEF\xBF\xBE", "\xEF\xBF\xBF", "\xED\xBF\xBF"}) {
         EXPECT_FALSE(AcmXmlConfiguration::IsStorable(bad)) << testing::PrintToString(std::string(bad));
+    }
     EXPECT_FALSE(AcmXmlConfiguration::IsStorable(std::string(1, '\0')));
 }
 
