@@ -42,7 +42,7 @@ struct CommandLine {
                                             "standard input");
         shell->add_option("ITEM.json", itemFiles, "items to create first");
         for (const Command& candidate : Commands()) {
-            if (candidate.scope == Scope::ANYWHERE) {
+            if (candidate.scope != Scope::SHELL_ONLY) {
                 AddCommand(candidate);
             }
         }
@@ -57,7 +57,10 @@ struct CommandLine {
 private:
     void AddCommand(const Command& candidate) {
         CLI::App* sub = app.add_subcommand(candidate.name, candidate.summary);
-        sub->add_option("HANDLE", arguments.handle, "the item: owner/name or owner/name/index")->required();
+        if (candidate.scope == Scope::ANYWHERE) {
+            sub->add_option("HANDLE", arguments.handle, "the item: owner/name or owner/name/index")
+                ->required();
+        }
         candidate.declare(*sub, arguments);
         sub->final_callback([this, &candidate] { command = &candidate; });
     }

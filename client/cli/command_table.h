@@ -27,8 +27,9 @@ struct Arguments {
 };
 
 enum class Scope {
-    ANYWHERE,   // works on the item of HANDLE on the command line, on the current item in the shell
-    SHELL_ONLY, // works on what the shell holds
+    ANYWHERE,     // works on the item of HANDLE on the command line, on the current item in the shell
+    WITHOUT_ITEM, // the same in both, of no item
+    SHELL_ONLY,   // works on what the shell holds
 };
 
 struct Command {

@@ -112,6 +112,36 @@ void Output::Items(const std::vector<ItemLine>& items) {
     m_stream.flush();
 }
 
+void Output::Found(const Check& check) {
+    nlohmann::ordered_json object;
+    for (const FileFinding& file : check.files) {
+        object["files"][file.role] = {{"path", file.path}, {"state", StateName(file.state)}};
+        if (!m_json) {
+            Line(std::string(file.role) + (file.path.empty() ? "" : " " + file.path) + ": " +
+                 StateName(file.state));
+        }
+    }
+    object["loads"] = check.wouldLoad;
+    object["steps"] = check.steps;
+    object["lost"] = check.lost;
+    if (m_json) {
+        JsonLine(object);
+    } else {
+        Line("a creation" + std::string(check.wouldLoad ? " loads" : " fails") +
+             (check.steps.empty() ? "" : ":"));
+        for (const std::string& step : check.steps) {
+            Line("  " + step);
+        }
+        if (!check.lost.empty()) {
+            Line("the next save takes from the backup:");
+        }
+        for (const std::string& line : check.lost) {
+            Line("- " + line);
+        }
+    }
+    m_stream.flush();
+}
+
 void Output::Done(const std::string& what) {
     if (!m_confirms) {
         return;

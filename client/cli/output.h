@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "diagnosis.h"
+
 namespace appcfg::cli {
 
 // What people are told beside the results, on standard error. On a terminal control characters are shown as
@@ -47,6 +49,8 @@ public:
     // The text and a line end, or a JSON string.
     void Text(const std::string& text);
     void Items(const std::vector<ItemLine>& items);
+    // What is there, and what a creation would do.
+    void Found(const Check& check);
     // One line that says what was done; nothing when results alone are wanted.
     void Done(const std::string& what);
 

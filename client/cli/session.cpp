@@ -4,11 +4,15 @@
 #include "session.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
 #include <iterator>
 #include <unistd.h>
 #include <utility>
 
 #include "appcfg/error.h"
+#include "diagnosis.h"
 #include "exit_status.h"
 #include "item_file.h"
 
@@ -58,6 +62,23 @@ std::string ReadInput(std::istream& input, bool mayBeEmpty) {
     return text;
 }
 
+// One key that was refused speaks for itself; of several the service does not say which.
+template <class Call>
+void TellCulprits(const Item& item, const std::vector<std::string>& keys, Call call) {
+    try {
+        call();
+    } catch (const RequestRefused& refused) {
+        if (keys.size() < 2 || refused.Status() != SystemServer::APP_CFG_STATUS_BAD_REQUEST) {
+            throw;
+        }
+        std::string culprits;
+        for (const std::string& key : KeysWithoutValue(item, keys)) {
+            culprits += (culprits.empty() ? "; no value has " : ", ") + key;
+        }
+        throw Unconfirmed(refused.what() + culprits);
+    }
+}
+
 } // namespace
 
 Session::Session(Connection connection, Output output, Messages messages, std::istream* data) :
@@ -81,7 +102,8 @@ Item Session::Target(const Arguments& arguments) const {
 void Session::Get(const Arguments& arguments) {
     std::vector<std::string> keys;
     std::transform(arguments.keys.begin(), arguments.keys.end(), std::back_inserter(keys), Unprotected);
-    m_output.Values(keys, Target(arguments).GetMany(keys));
+    const Item item = Target(arguments);
+    TellCulprits(item, keys, [&] { m_output.Values(keys, item.GetMany(keys)); });
 }
 
 void Session::Set(const Arguments& arguments) {
@@ -89,7 +111,11 @@ void Session::Set(const Arguments& arguments) {
     for (const std::string& word : arguments.keys) {
         values.push_back(SplitPair(Unprotected(word)));
     }
-    Target(arguments).SetMany(values);
+    std::vector<std::string> keys;
+    std::transform(values.begin(), values.end(), std::back_inserter(keys),
+                   [](const auto& pair) { return pair.first; });
+    Item item = Target(arguments);
+    TellCulprits(item, keys, [&] { item.SetMany(values); });
     m_output.Done("set " + std::to_string(values.size()) + (values.size() == 1 ? " value" : " values"));
 }
 
@@ -215,6 +241,25 @@ void Session::Create(const Arguments& arguments) {
     m_held.push_back(description);
     m_current = description.handle;
     m_output.Done("created " + description.handle.ToString());
+}
+
+void Session::CheckFiles(const Arguments& arguments) {
+    const ItemDescription description = ReadItemFile(Unprotected(arguments.file));
+    const Check check = CheckItem(m_connection, description);
+    m_output.Found(check);
+    if (!check.wouldLoad) {
+        throw Unconfirmed("create " + description.handle.ToString() + " would be refused");
+    }
+}
+
+// Asked is what no client can have: the answer 404 is as good as any.
+void Session::Status(const Arguments&) {
+    const auto start = std::chrono::steady_clock::now();
+    IsGone(Handle("appcfg", "status", static_cast<uint32_t>(getpid())));
+    const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
+    const char* const root = std::getenv("KESTREL_ROOT");
+    m_output.Text("the service at " + std::string(root == nullptr ? "/mnt/kestrel" : root) +
+                  " answers after " + FormatValue(std::ceil(took.count() * 10) / 10) + " ms");
 }
 
 // Any client may have deleted it, or created it anew and ended it.

@@ -36,6 +36,8 @@ public:
     void Rekey(const Arguments& arguments);
     void Delete(const Arguments& arguments);
     void Create(const Arguments& arguments);
+    void CheckFiles(const Arguments& arguments);
+    void Status(const Arguments& arguments);
     void Items(const Arguments& arguments);
     void Use(const Arguments& arguments);
     void Echo(const Arguments& arguments);
