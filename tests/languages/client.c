@@ -15,8 +15,8 @@ int main(int argc, char** argv) {
         size_t size;
         int32_t result;
     } shorter = {sizeof shorter, 0};
-    appcfg_description item = {sizeof item, "lang", "c", 0, APPCFG_JSON, argv[1], NULL, NULL, APPCFG_INSTANT, APPCFG_INSTANT,
-                               NULL, NULL};
+    appcfg_description item = {sizeof item,    "lang",         "c",  0,   APPCFG_JSON, argv[1], NULL, NULL,
+                               APPCFG_INSTANT, APPCFG_INSTANT, NULL, NULL};
     const char* const keys[] = {"text", "number"};
     const char* const values[] = {"a b", "7"};
     char* got[2];
@@ -33,8 +33,10 @@ int main(int argc, char** argv) {
     printf(" %s %s\n", got[0], got[1]);
     appcfg_free(got[0]);
     appcfg_free(got[1]);
-    printf("int %" PRId64 " %" PRId64 "\n", appcfg_get_int64(made, "number", -1, NULL), appcfg_get_int64(made, "text", -1, NULL));
-    printf("bool %d double %g\n", appcfg_get_bool(made, "none", 1, NULL), appcfg_get_double(made, "number", 0, NULL));
+    printf("int %" PRId64 " %" PRId64 "\n", appcfg_get_int64(made, "number", -1, NULL),
+           appcfg_get_int64(made, "text", -1, NULL));
+    printf("bool %d double %g\n", appcfg_get_bool(made, "none", 1, NULL),
+           appcfg_get_double(made, "number", 0, NULL));
     got[0] = appcfg_get(made, "none", &error);
     printf("none %d %d %d %d\n", got[0] == NULL, error.result, error.request, error.status);
     appcfg_get(made, NULL, (appcfg_error*)(void*)&shorter);

@@ -1,9 +1,8 @@
 #ifndef ACM_THREAD_H
 #define ACM_THREAD_H
 
-#include <pthread.h>
-
 #include <functional>
+#include <pthread.h>
 
 namespace SystemServer {
 
