@@ -14,7 +14,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cinttypes>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -66,15 +66,15 @@ double EntriesOf(const char* directory) {
     return count;
 }
 
-double ResidentBytes(uintptr_t from, size_t length) {
+double ResidentBytes(void* from, size_t length) {
     const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     std::vector<unsigned char> pages(length / page + 1);
-    if (mincore(reinterpret_cast<void*>(from), length, pages.data()) != 0) {
+    if (mincore(from, length, pages.data()) != 0) {
         return 0;
     }
+    const auto isResident = [](unsigned char flags) { return (flags & 1U) != 0; };
     return static_cast<double>(page) *
-           static_cast<double>(
-               std::count_if(pages.begin(), pages.end(), [](unsigned char p) { return (p & 1U) != 0; }));
+           static_cast<double>(std::count_if(pages.begin(), pages.end(), isResident));
 }
 
 // Of files only what was written to counts: pages that are read alone stay in the system's cache.
@@ -82,15 +82,19 @@ Sample TakeSample() {
     Sample sample{EntriesOf("/proc/self/task"), 0, 0, EntriesOf("/proc/self/fd")};
     std::ifstream maps("/proc/self/maps");
     for (std::string line; std::getline(maps, line);) {
+        std::istringstream fields(line);
         uintptr_t from = 0;
         uintptr_t to = 0;
-        char access[8] = "";
-        if (std::sscanf(line.c_str(), "%" SCNxPTR "-%" SCNxPTR " %7s", &from, &to, access) != 3 ||
-            line.find("[v") != std::string::npos) {
+        char dash = 0;
+        std::string access;
+        fields >> std::hex >> from >> dash >> to >> access;
+        if (line.find("[v") != std::string::npos) { // the kernel's own
             continue;
         }
+        void* start = nullptr;
+        std::memcpy(&start, &from, sizeof start);
         sample.addressSpace += static_cast<double>(to - from);
-        sample.resident += access[1] == 'w' ? ResidentBytes(from, to - from) : 0;
+        sample.resident += access[1] == 'w' ? ResidentBytes(start, to - from) : 0;
     }
     return sample;
 }

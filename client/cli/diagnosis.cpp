@@ -41,17 +41,18 @@ bool IsThere(const FileFinding& finding) {
 // False when there is none.
 bool RecoverMissing(Check& check, FileFinding& file, FileFinding& backup, const FileFinding& byDefault) {
     if (IsThere(backup)) {
-        check.steps.push_back("the file is made anew, as a copy of the backup");
+        check.steps.emplace_back("the file is made anew, as a copy of the backup");
         file.state = backup.state;
         file.text = backup.text;
     } else if (backup.state == FileState::MISSING && IsThere(byDefault)) {
-        check.steps.push_back("the file and the backup are made anew, as copies of the default");
+        check.steps.emplace_back("the file and the backup are made anew, as copies of the default");
         file.state = backup.state = byDefault.state;
         file.text = backup.text = byDefault.text;
     } else {
-        check.steps.push_back(backup.state == FileState::NONE
-                                  ? "it is refused with 400: the file is missing, and no backup path is given"
-                                  : "it is refused with 404: neither file nor backup nor default is there");
+        check.steps.emplace_back(
+            backup.state == FileState::NONE
+                ? "it is refused with 400: the file is missing, and no backup path is given"
+                : "it is refused with 404: neither file nor backup nor default is there");
         return false;
     }
     return true;

@@ -31,8 +31,8 @@ static_assert(std::is_same_v<decltype(tern_message::pool), kestrel_pool*>);
 // A connection and a server begin with their descriptor; a server's operations are set by name.
 static_assert(offsetof(kestrel_connection, fd) == 0 && std::is_same_v<decltype(kestrel_connection::fd), int>);
 static_assert(offsetof(kestrel_server, fd) == 0 && std::is_same_v<decltype(kestrel_server::fd), int>);
-static_assert(sizeof(kestrel_server::protocol_ops) + sizeof(kestrel_server::connection_ops) ==
-              2 * sizeof(void*));
+static_assert(std::is_same_v<decltype(kestrel_server::protocol_ops), const kestrel_protocol_ops*> &&
+              std::is_same_v<decltype(kestrel_server::connection_ops), const kestrel_connection_ops*>);
 
 // Tables of functions, filled by position: the slots that are the service's own are the second, the second
 // and the first.
