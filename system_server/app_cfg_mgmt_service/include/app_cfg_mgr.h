@@ -8,6 +8,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -92,6 +93,10 @@ public:
 
     // Wakes the notification thread.
     void AnnounceChange();
+
+    // Does the work while no strategy writes the backup: in a key change the backup must stay in the old
+    // encryption until the file is whole in the new one.
+    void WithBackupHeld(const std::function<void()>& work);
 
     // A key change has torn the default file: restoring is refused until it can be loaded again.
     void NoteDefaultTorn() { m_isDefaultTorn = true; }
