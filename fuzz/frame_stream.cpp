@@ -17,6 +17,7 @@ struct Frames {
     bool endsBad = false;           // a header that is not allowed follows them
 };
 
+using Fuzz::Check;
 using Kestrel::FrameReader;
 
 constexpr uint16_t MAGIC = 0x4E54;
@@ -26,7 +27,7 @@ constexpr uint32_t LONGEST = (16U << 20) + 8;
 std::string BytesOf(Kestrel::Message& frame) {
     const uint32_t length = frame.header->length;
     const void* const section = frame.Section(0, length);
-    Fuzz::Check(section != nullptr && frame.Section(0, length + 1) == nullptr, "the section has its length");
+    Check(section != nullptr && frame.Section(0, length + 1) == nullptr, "the section has its length");
     return std::string(reinterpret_cast<const char*>(frame.header), sizeof *frame.header) +
            std::string(static_cast<const char*>(section), length);
 }
@@ -38,7 +39,7 @@ void TakeFrames(FrameReader& reader, Kestrel::MessageStore& store, Frames& frame
         frames.whole.push_back(BytesOf(*frame));
         store.GiveBack(frame);
     }
-    Fuzz::Check(found != FrameReader::Found::NO_MEMORY, "a frame within the limits finds memory");
+    Check(found != FrameReader::Found::NO_MEMORY, "a frame within the limits finds memory");
     frames.endsBad = found == FrameReader::Found::BAD;
 }
 
@@ -62,8 +63,8 @@ Frames CutWhole(const std::string& stream) {
 // Sends the stream in pieces of this size and collects what the reader makes of them.
 Frames ReadInPieces(const std::string& stream, size_t piece) {
     int ends[2];
-    Fuzz::Check(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) == 0,
-                "there are sockets");
+    Check(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) == 0,
+          "there are sockets");
     const Kestrel::Descriptor client(ends[0]);
     const Kestrel::Descriptor service(ends[1]);
     Kestrel::MessageStore store;
@@ -71,8 +72,8 @@ Frames ReadInPieces(const std::string& stream, size_t piece) {
     Frames frames;
     for (size_t at = 0; at < stream.size() && !frames.endsBad; at += piece) {
         const size_t length = std::min(piece, stream.size() - at);
-        Fuzz::Check(::write(client.Get(), stream.data() + at, length) == static_cast<ssize_t>(length),
-                    "it is sent");
+        Check(::write(client.Get(), stream.data() + at, length) == static_cast<ssize_t>(length),
+              "it is sent");
         while (!frames.endsBad && reader.Receive(service.Get()) == FrameReader::Input::DATA) {
             TakeFrames(reader, store, frames);
         }
@@ -82,14 +83,14 @@ Frames ReadInPieces(const std::string& stream, size_t piece) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size == 0) {
-        return 0;
-    }
-    const std::string stream(reinterpret_cast<const char*>(data) + 1, size - 1);
-    const Frames frames = ReadInPieces(stream, size_t{1} << (data[0] % 16));
+namespace Fuzz {
+
+void FrameStream(const std::string& input) {
+    const std::string stream = input.substr(std::min<size_t>(1, input.size()));
+    const Frames frames = ReadInPieces(stream, size_t{1} << (input.c_str()[0] & 15));
     const Frames expected = CutWhole(stream);
-    Fuzz::Check(frames.whole == expected.whole, "the frames are those of the stream");
-    Fuzz::Check(frames.endsBad == expected.endsBad, "a header that is not allowed is seen, and no other");
-    return 0;
+    Check(frames.whole == expected.whole, "the frames are those of the stream");
+    Check(frames.endsBad == expected.endsBad, "a header that is not allowed is seen, and no other");
 }
+
+} // namespace Fuzz

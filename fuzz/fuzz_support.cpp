@@ -6,24 +6,19 @@
 #include <filesystem>
 
 #include "pl/pl_log_control.h"
-#include "support/root_directory.h"
 
 namespace Fuzz {
 
 namespace {
 
 // Repetitions make small inputs large. While new inputs are looked for, many short ones find more.
-#ifdef FUZZ_SHORT_INPUTS
+#ifdef FUZZ_LOOKS_FOR_INPUTS
 constexpr size_t MAX_REPEATED = 320U << 10; // beyond the longest tag
 #else
 constexpr size_t MAX_REPEATED = 4U << 20;
 #endif
 
 constexpr char SEPARATOR[] = "\n--\n";
-
-// In memory where there is such a place: fuzzing writes some thousand files a second. Made before the first
-// input, and gone after all that works on files.
-const Support::RootDirectory DIRECTORY(std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp");
 
 // Lines are formatted, so that their arguments are looked at, and then dropped.
 const bool IS_QUIET = [] {
@@ -60,6 +55,10 @@ std::string Unrolled(const std::string& part) {
 
 } // namespace
 
+// In memory where there is such a place: fuzzing writes some thousand files a second. Made before the first
+// input, and gone after all that works on files.
+const Support::RootDirectory DIRECTORY(std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp");
+
 void Check(bool holds, const std::string& claim) {
     if (!holds) {
         std::fprintf(stderr, "does not hold: %s\n", claim.c_str());
@@ -67,8 +66,7 @@ void Check(bool holds, const std::string& claim) {
     }
 }
 
-std::vector<std::string> Parts(const uint8_t* data, size_t size, size_t count) {
-    const std::string input(reinterpret_cast<const char*>(data), size);
+std::vector<std::string> Parts(const std::string& input, size_t count) {
     std::vector<std::string> parts;
     size_t at = 0;
     while (at <= input.size()) {
@@ -83,20 +81,6 @@ std::vector<std::string> Parts(const uint8_t* data, size_t size, size_t count) {
 
 std::string FieldText(const std::string& part) {
     return part.substr(0, part.find('\0'));
-}
-
-std::string PathOf(const std::string& name) {
-    return DIRECTORY.Of(name);
-}
-
-void WriteFile(const std::string& name, const std::string& text) {
-    DIRECTORY.Writes(name, text);
-}
-
-void ClearFiles() {
-    for (const auto& entry : std::filesystem::directory_iterator(DIRECTORY.Of(""))) {
-        std::filesystem::remove_all(entry.path());
-    }
 }
 
 } // namespace Fuzz

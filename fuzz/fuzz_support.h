@@ -2,14 +2,15 @@
 #ifndef FUZZ_FUZZ_SUPPORT_H
 #define FUZZ_FUZZ_SUPPORT_H
 
-#include <cstddef>
-#include <cstdint>
 #include <string>
 #include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+#include "support/root_directory.h"
 
 namespace Fuzz {
+
+// The process's own directory, which goes with it.
+extern const Support::RootDirectory DIRECTORY;
 
 // Ends the process when the claim does not hold, so that the input is kept.
 void Check(bool holds, const std::string& claim);
@@ -17,16 +18,10 @@ void Check(bool holds, const std::string& claim);
 // The input's parts, which lines of "--" separate; as many as asked for, empty where the input has fewer, and
 // the last one with the rest. 0 stands for all that there are. "%{300*<a#>}%" in a part stands for 300 times
 // "<a#>", the "#" being the number of the repetition.
-std::vector<std::string> Parts(const uint8_t* data, size_t size, size_t count);
+std::vector<std::string> Parts(const std::string& input, size_t count = 0);
 
 // What the service takes a text field of a request for: it ends at its NUL.
 std::string FieldText(const std::string& part);
-
-// A path in the process's own directory, which goes with it.
-std::string PathOf(const std::string& name);
-void WriteFile(const std::string& name, const std::string& text);
-// Deletes every file of the directory.
-void ClearFiles();
 
 } // namespace Fuzz
 

@@ -11,29 +11,23 @@
 #include <algorithm>
 #include <cstring>
 #include <set>
+#include <sstream>
 
-#include "app_cfg_crypto_mgr_factory.h"
 #include "app_cfg_mgmt_server.h"
 #include "fuzz_support.h"
-#include "support/records.h"
+#include "support/item_encryption.h"
 #include "tern/tern.h"
+
+namespace Fuzz {
 
 namespace {
 
 using namespace SystemServer;
 using namespace Support;
-using Fuzz::Check;
-using Fuzz::PathOf;
-using Fuzz::WriteFile;
+using Keys = std::set<std::string>;
 
-struct Request {
-    uint16_t uri;
-    uint8_t method;
-    char item; // that there has to be for it, if any
-    std::string content;
-};
-
-constexpr uint8_t REPLY_FLAG = 0x80;
+constexpr unsigned REPLY_FLAG = 0x80;
+constexpr char KEY[] = "key"; // of files that are encrypted
 
 constexpr char JSON_TEXT[] =
     R"({"volume": 5, "name": "radio", "list": [1, {"a": "b"}], "ref": "${name}", "n": null})";
@@ -42,146 +36,153 @@ constexpr char XML_TEXT[] =
     "<level><deep>text<b/></deep></level><ref>${name}</ref></config>";
 constexpr char INI_TEXT[] = "name=radio\nvolume=5\n[net]\nname=${volume}\n; comment\n";
 
-kestrel_connection g_connection = {-1};
+// What the known items are created from.
+const std::map<char, std::string> CREATIONS = {{'j', "3011json;json.bak;json.def"},
+                                               {'x', "1011xml;xml.bak;xml.def"},
+                                               {'i', "0011ini;ini.bak;ini.def"},
+                                               {'e', "1111encrypted;encrypted.bak;encrypted"}};
 
-// The replies of the request that is being served.
+struct ARequest {
+    uint16_t uri;
+    uint8_t method;
+    std::string content;
+
+    bool Is(uint16_t otherUri, uint8_t otherMethod) const {
+        return uri == otherUri && (method & ~REPLY_FLAG) == otherMethod;
+    }
+    std::string Key() const {
+        AppCfgHndl handle = {};
+        std::memcpy(&handle, content.data(), std::min(content.size(), sizeof handle));
+        return AppCfgMgmtServer::GetAppCfgKey(&handle);
+    }
+};
+
+// The replies to the request that is being served.
 struct Replies {
     unsigned count = 0;
     tern_header header = {};
     std::string content;
 };
+
+kestrel_connection g_connection = {-1};
 Replies g_replies;
 
-AppCfgHndl HandleOfItem(char item) {
-    return Handle("a", std::string(1, item));
-}
-
-// A path that leads nowhere but to the target's own files, or to the device without an end.
-std::string HarmlessPath(const std::string& text) {
-    if (text.empty() || text == "/dev/zero") {
-        return text;
-    }
-    std::string name = text;
-    std::replace(name.begin(), name.end(), '/', '_');
-    return PathOf(name);
-}
-
 void MakeFiles() {
-    Fuzz::ClearFiles();
-    for (const char* suffix : {"", ".bak", ".def"}) {
-        WriteFile(std::string("json") + suffix, JSON_TEXT);
-        WriteFile(std::string("xml") + suffix, XML_TEXT);
-        WriteFile(std::string("ini") + suffix, INI_TEXT);
+    for (const auto& entry : std::filesystem::directory_iterator(DIRECTORY.Path())) {
+        std::filesystem::remove_all(entry.path());
     }
-    std::string cipher;
-    AppCfgCryptoMgrFactory::CreateAppCfgCryptoMgr(ConfigCryptoType::AES_256_CBC, "", AppCfgCryptoParam{})
-        ->Encrypt(XML_TEXT, cipher);
-    WriteFile("encrypted", cipher);
-    WriteFile("array", "[]");
-    WriteFile("malformed", "{<");
-    Check(mkdir(PathOf("directory").c_str(), 0700) == 0, "there is a directory");
-    Check(mkfifo(PathOf("fifo").c_str(), 0600) == 0, "there is a FIFO");
-}
-
-// What the letter of a known item is created from.
-std::string CreationOf(char item) {
-    switch (item) {
-    case 'j':
-        return "3011json;json.bak;json.def";
-    case 'x':
-        return "1011xml;xml.bak;xml.def";
-    case 'i':
-        return "0011ini;ini.bak;ini.def";
-    case 'e':
-        return "1111encrypted;encrypted.bak;encrypted";
-    default:
-        return "";
+    for (const std::string suffix : {"", ".bak", ".def"}) {
+        DIRECTORY.Writes("json" + suffix, JSON_TEXT);
+        DIRECTORY.Writes("xml" + suffix, XML_TEXT);
+        DIRECTORY.Writes("ini" + suffix, INI_TEXT);
     }
+    WritesEncrypted(DIRECTORY.Of("encrypted"), XML_TEXT, KEY);
+    DIRECTORY.Writes("array", "[]");
+    DIRECTORY.Writes("malformed", "{<");
+    Check(mkdir(DIRECTORY.Of("directory").c_str(), 0700) == 0, "there is a directory");
+    Check(mkfifo(DIRECTORY.Of("fifo").c_str(), 0600) == 0, "there is a FIFO");
 }
 
-// The timing strategy may take a minute to stop, so that it is not asked for.
-int32_t StrategyOf(char digit) {
-    return digit == '3' ? 0 : digit - '0';
-}
-
-std::string CreateContent(char item, const std::string& text) {
+std::string Creation(const AppCfgHndl& handle, const std::string& text) {
     const std::string digits = (text + "0000").substr(0, 4);
     AppCfgCreateReq record = {};
-    record.hndl = HandleOfItem(item);
+    record.hndl = handle;
     record.storageType = static_cast<ConfigStorageType>(digits[0] - '0');
     record.cryptoType = static_cast<ConfigCryptoType>(digits[1] - '0');
-    record.saveStrategy = static_cast<ConfigSaveStrategy>(StrategyOf(digits[2]));
-    record.backupStrategy = static_cast<ConfigBackupStrategy>(StrategyOf(digits[3]));
-    std::string names = text.substr(std::min(digits.size(), text.size())) + ";;;";
+    record.cryptoParam = Parameters(KEY);
+    record.saveStrategy = static_cast<ConfigSaveStrategy>(digits[2] - '0');
+    record.backupStrategy = static_cast<ConfigBackupStrategy>(digits[3] - '0');
+    std::istringstream names(text.substr(std::min(digits.size(), text.size())));
     for (auto* field : {&record.cfgPath, &record.backupPath, &record.defaultPath}) {
-        const size_t end = names.find(';');
-        Put(*field, HarmlessPath(names.substr(0, end)));
-        names.erase(0, end + 1);
+        std::string name;
+        std::getline(names, name, ';');
+        Put(*field, name);
     }
     return BytesOf(record);
 }
 
-std::string RawContent(char item, const std::string& text, bool isSet) {
-    const size_t end = std::min(text.find('\n'), text.size());
-    const std::string data = text.substr(std::min(end + 1, text.size()));
-    return RawRecord(HandleOfItem(item), text.substr(0, end), static_cast<uint32_t>(data.size()) + 1) +
-           (isSet ? data + '\0' : "");
-}
-
-std::string KeyChangeContent(char item, const std::string& text) {
-    AppCfgCryptoUpdateReq record = {HandleOfItem(item), ConfigCryptoType::NONE, {}};
-    if (text.empty()) {
-        return BytesOf(record.hndl);
+std::string ContentOf(const ARequest& request, char item, const std::string& text) {
+    const AppCfgHndl handle = Handle("a", std::string(1, item));
+    if (request.Is(APP_CFG_URI_ITEM, APP_CFG_METHOD_CREATE)) {
+        return Creation(handle, text);
     }
-    record.cryptoType = static_cast<ConfigCryptoType>(text[0] - '0');
-    std::memcpy(&record.cryptoParam, text.data() + 1, std::min(text.size() - 1, sizeof record.cryptoParam));
-    return BytesOf(record);
-}
-
-unsigned MethodOf(const Request& request) {
-    return request.method & ~unsigned{REPLY_FLAG};
-}
-
-std::string ContentOf(const Request& request, const std::string& text) {
-    switch (request.uri) {
-    case APP_CFG_URI_ITEM:
-        return MethodOf(request) == APP_CFG_METHOD_CREATE ? CreateContent(request.item, text)
-                                                          : BytesOf(HandleOfItem(request.item)) + text;
-    case APP_CFG_URI_DATA:
-        return DataRecord(HandleOfItem(request.item), text);
-    case APP_CFG_URI_RAW_DATA:
-        return RawContent(request.item, text, MethodOf(request) == APP_CFG_METHOD_SET);
-    case APP_CFG_URI_CRYPTO_PARAM:
-        return KeyChangeContent(request.item, text);
-    default:
-        return BytesOf(HandleOfItem(request.item)) + text;
+    if (request.uri == APP_CFG_URI_DATA) {
+        return DataRecord(handle, text);
     }
+    if (request.uri == APP_CFG_URI_RAW_DATA) {
+        const size_t end = std::min(text.find('\n'), text.size());
+        const std::string data = text.substr(std::min(end + 1, text.size())) + '\0';
+        return RawRecord(handle, text.substr(0, end), static_cast<uint32_t>(data.size())) +
+               (request.Is(APP_CFG_URI_RAW_DATA, APP_CFG_METHOD_SET) ? data : "");
+    }
+    if (request.uri == APP_CFG_URI_CRYPTO_PARAM && !text.empty()) {
+        AppCfgCryptoUpdateReq record = {handle, static_cast<ConfigCryptoType>(text[0] - '0'), {}};
+        std::memcpy(&record.cryptoParam, text.data() + 1,
+                    std::min(text.size() - 1, sizeof record.cryptoParam));
+        return BytesOf(record);
+    }
+    return BytesOf(handle) + text;
 }
 
-// A record that names files must not name any of this machine, nor a strategy that takes long to stop.
-std::string Tamed(const Request& request) {
-    if (request.uri != APP_CFG_URI_ITEM || MethodOf(request) != APP_CFG_METHOD_CREATE ||
-        request.content.size() < sizeof(AppCfgCreateReq)) {
-        return request.content;
-    }
+// A record that names files must name none of this machine, but for the device without an end, nor may it ask
+// for the timing strategy, which can take a minute to stop.
+void Tame(std::string& content) {
     AppCfgCreateReq record;
-    std::memcpy(&record, request.content.data(), sizeof record);
+    std::memcpy(&record, content.data(), sizeof record);
     for (auto* field : {&record.cfgPath, &record.backupPath, &record.defaultPath}) {
-        Put(*field, HarmlessPath(std::string(*field, sizeof *field)));
+        std::string name = FieldText(std::string(*field, sizeof *field));
+        if (!name.empty() && name != "/dev/zero") {
+            std::replace(name.begin(), name.end(), '/', '_');
+            Put(*field, DIRECTORY.Of(name));
+        }
     }
-    record.saveStrategy = ConfigSaveStrategy::INSTANT;
-    record.backupStrategy = ConfigBackupStrategy::DELAY;
-    return BytesOf(record) + request.content.substr(sizeof record);
+    if (record.saveStrategy == ConfigSaveStrategy::TIMING) {
+        record.saveStrategy = ConfigSaveStrategy::NONE;
+    }
+    if (record.backupStrategy == ConfigBackupStrategy::TIMING) {
+        record.backupStrategy = ConfigBackupStrategy::NONE;
+    }
+    content.replace(0, sizeof record, BytesOf(record));
 }
 
-std::string KeyOf(const Request& request) {
-    AppCfgHndl handle = {};
-    std::memcpy(&handle, request.content.data(), std::min(request.content.size(), sizeof handle));
-    return AppCfgMgmtServer::GetAppCfgKey(&handle);
+ARequest RequestOf(uint16_t uri, uint8_t method, char item, const std::string& text) {
+    ARequest request{uri, method, text};
+    if (item != '-') {
+        request.content = ContentOf(request, item, text);
+    }
+    if (request.Is(APP_CFG_URI_ITEM, APP_CFG_METHOD_CREATE) &&
+        request.content.size() >= sizeof(AppCfgCreateReq)) {
+        Tame(request.content);
+    }
+    return request;
 }
 
-std::set<std::string> RegisteredKeys() {
-    std::set<std::string> keys;
+uint16_t StatusOf(const ARequest& request) {
+    g_replies = Replies();
+    tern_message* const msg = tern_message_new(0);
+    msg->header->uri = request.uri;
+    msg->header->method = request.method;
+    const auto length = static_cast<uint32_t>(request.content.size());
+    Check(tern_content_add(msg, request.content.data(), length, 0) == 0, "the request has its content");
+    AppCfgMgmtServer::ProcessMsg(msg, &g_connection);
+    tern_message_put(msg);
+    const auto& [count, header, content] = g_replies;
+    const std::set<unsigned> known = {200, 400, 403, 404, 500};
+    Check(count == 1 && known.count(header.status) == 1, "there is one reply of a known status");
+    Check(header.uri == request.uri && header.method == (request.method | REPLY_FLAG),
+          "it is a reply to the request");
+    if (header.status != APP_CFG_STATUS_OK || (request.method & ~REPLY_FLAG) != APP_CFG_METHOD_GET) {
+        Check(content.empty(), "only what was read is sent");
+    } else {
+        Check(request.uri == APP_CFG_URI_RAW_DATA ? Fragment(content).has_value()
+                                                  : Values(content).has_value(),
+              "what was read has its lengths");
+    }
+    return header.status;
+}
+
+Keys RegisteredKeys() {
+    Keys keys;
     const std::unique_lock<std::mutex> lock(AppCfgMgmtServer::m_itemMapMutex, std::try_to_lock);
     Check(lock.owns_lock(), "the registry's lock is free between requests");
     for (const auto& [key, item] : AppCfgMgmtServer::m_appCfgMgmtItemMap) {
@@ -191,98 +192,20 @@ std::set<std::string> RegisteredKeys() {
     return keys;
 }
 
-void CheckContent(const Request& request, const Replies& replies) {
-    const std::string& content = replies.content;
-    if (replies.header.status != APP_CFG_STATUS_OK || MethodOf(request) != APP_CFG_METHOD_GET) {
-        Check(content.empty(), "only what was read is sent");
-    } else if (request.uri == APP_CFG_URI_RAW_DATA) {
-        Check(Fragment(content).has_value(), "a fragment has its length");
-    } else {
-        Check(Values(content).has_value(), "values have their lengths");
+// Makes the request, and makes of the keys that there were those that there have to be. A creation that fails
+// has ended the item that it would have replaced, or was refused before.
+void Ask(const ARequest& request, Keys& keys) {
+    const bool isDone = StatusOf(request) == APP_CFG_STATUS_OK;
+    const Keys now = RegisteredKeys();
+    const std::string key = request.Key();
+    const bool isCreation = request.Is(APP_CFG_URI_ITEM, APP_CFG_METHOD_CREATE);
+    if (isCreation && isDone) {
+        keys.insert(key);
+    } else if (isCreation ? now.count(key) == 0
+                          : isDone && request.Is(APP_CFG_URI_ITEM, APP_CFG_METHOD_DELETE)) {
+        keys.erase(key);
     }
-}
-
-Request ReadRequest(const std::string& text) {
-    Request request{static_cast<uint16_t>(text[0] - '0'), static_cast<uint8_t>(text[1] - '0'), text[2],
-                    text.substr(3)};
-    if (request.item != '-') {
-        request.content = ContentOf(request, request.content);
-    }
-    request.content = Tamed(request);
-    return request;
-}
-
-// Its items end with it.
-class Client {
-public:
-    Client() { MakeFiles(); }
-    ~Client() {
-        AppCfgMgmtServer::CloseConnection(&g_connection);
-        Check(RegisteredKeys().empty(), "a connection that closes takes its items with it");
-    }
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
-
-    void Asks(const Request& request) {
-        Has(request.item);
-        Follow(request, Sends(request));
-    }
-
-private:
-    void Has(char item);
-    static uint16_t Sends(const Request& request);
-    void Follow(const Request& request, uint16_t status);
-
-    std::set<char> m_made;        // items that were asked about
-    std::set<std::string> m_keys; // items that there are
-};
-
-void Client::Has(char item) {
-    Request creation{APP_CFG_URI_ITEM, APP_CFG_METHOD_CREATE, item, CreationOf(item)};
-    if (creation.content.empty() || m_made.count(item) > 0) {
-        return;
-    }
-    creation.content = ContentOf(creation, creation.content);
-    Check(Sends(creation) == APP_CFG_STATUS_OK, "an ordinary item is created");
-    m_keys.insert(KeyOf(creation));
-    m_made.insert(item);
-}
-
-uint16_t Client::Sends(const Request& request) {
-    g_replies = Replies();
-    tern_message* const msg = tern_message_new(0);
-    msg->header->uri = request.uri;
-    msg->header->method = request.method;
-    Check(tern_content_add(msg, request.content.data(), static_cast<uint32_t>(request.content.size()), 0) ==
-              0,
-          "the request has its content");
-    AppCfgMgmtServer::ProcessMsg(msg, &g_connection);
-    tern_message_put(msg);
-    const uint16_t status = g_replies.header.status;
-    Check(g_replies.count == 1, "there is one reply");
-    Check(status == 200 || status == 400 || status == 403 || status == 404 || status == 500,
-          "its status is known");
-    Check(g_replies.header.uri == request.uri && g_replies.header.method == (request.method | REPLY_FLAG),
-          "it is a reply to the request");
-    CheckContent(request, g_replies);
-    return status;
-}
-
-// A creation that fails has ended the item that it would have replaced, or was refused before.
-void Client::Follow(const Request& request, uint16_t status) {
-    const std::set<std::string> keys = RegisteredKeys();
-    const std::string key = KeyOf(request);
-    const bool isItem = request.uri == APP_CFG_URI_ITEM;
-    if (isItem && MethodOf(request) == APP_CFG_METHOD_CREATE) {
-        if (status == APP_CFG_STATUS_OK) {
-            m_keys.insert(key);
-        } else if (keys.count(key) == 0) {
-            m_keys.erase(key);
-        }
-    } else if (isItem && MethodOf(request) == APP_CFG_METHOD_DELETE && status == APP_CFG_STATUS_OK) {
-        m_keys.erase(key);
-    }
-    Check(keys == m_keys, "no other item came or went");
+    Check(now == keys, "no other item came or went");
 }
 
 } // namespace
@@ -299,12 +222,24 @@ extern "C" int tern_message_async_send(tern_message* msg, kestrel_connection*, i
     return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Client client;
-    for (const std::string& request : Fuzz::Parts(data, size, 0)) {
-        if (request.size() >= 3) {
-            client.Asks(ReadRequest(request));
+void Request(const std::string& input) {
+    MakeFiles();
+    Keys keys;
+    std::set<char> made; // items that were asked about
+    for (const std::string& text : Parts(input)) {
+        if (text.size() < 3) {
+            continue;
         }
+        const auto creation = CREATIONS.find(text[2]);
+        if (creation != CREATIONS.end() && made.insert(text[2]).second) {
+            Ask(RequestOf(APP_CFG_URI_ITEM, APP_CFG_METHOD_CREATE, text[2], creation->second), keys);
+            Check(g_replies.header.status == APP_CFG_STATUS_OK, "an ordinary item is created");
+        }
+        const auto digit = [&](size_t at) { return static_cast<uint8_t>(text[at] - '0'); };
+        Ask(RequestOf(digit(0), digit(1), text[2], text.substr(3)), keys);
     }
-    return 0;
+    AppCfgMgmtServer::CloseConnection(&g_connection);
+    Check(RegisteredKeys().empty(), "a connection that closes takes its items with it");
 }
+
+} // namespace Fuzz
