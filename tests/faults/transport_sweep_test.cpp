@@ -6,14 +6,8 @@
 #include "support/injection.h"
 
 extern "C" {
-void* __real_calloc(std::size_t count, std::size_t size);
-void* __real_realloc(void* memory, std::size_t size);
-void* __wrap_calloc(std::size_t count, std::size_t size) {
-    return FaultTest::Fails(FaultTest::Call::ALLOCATION) ? nullptr : __real_calloc(count, size);
-}
-void* __wrap_realloc(void* memory, std::size_t size) {
-    return FaultTest::Fails(FaultTest::Call::ALLOCATION) ? nullptr : __real_realloc(memory, size);
-}
+FORWARDED(void*, calloc, ALLOCATION, nullptr, (size_t count, size_t size), (count, size))
+FORWARDED(void*, realloc, ALLOCATION, nullptr, (void* memory, size_t size), (memory, size))
 }
 
 namespace PlatformTest {
@@ -22,7 +16,7 @@ namespace PlatformTest {
 TEST_F(AServer, ClosesAtMostTheConnectionThatFindsNoMemory) {
     static std::atomic<int> lines{0};
     const FaultTest::Exempt exempt;
-    ::event_set_mem_functions([](std::size_t size) { return __wrap_realloc(nullptr, size); }, __wrap_realloc,
+    ::event_set_mem_functions([](size_t size) { return __wrap_realloc(nullptr, size); }, __wrap_realloc,
                               std::free);
     pl_log_set_sink([](void*, int, int, const char*, int, const char*) { ++lines; }, nullptr);
     kestrel_event_mgr_free(std::exchange(m_mgr, kestrel_event_mgr_new(0)));

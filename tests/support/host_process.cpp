@@ -6,20 +6,16 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <stdexcept>
-#include <sys/socket.h>
-#include <sys/time.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
-#include <vector>
+
+#include "test_client.h"
 
 namespace Support {
 
 namespace {
-
-constexpr char ROOT_VARIABLE[] = "KESTREL_ROOT=";
 
 // What posix_spawn needs to be told, released with the object.
 struct SpawnSettings {
@@ -43,17 +39,6 @@ struct SpawnSettings {
     }
 };
 
-// This program's environment with another framework root.
-std::vector<std::string> EnvironmentWith(const std::string& root) {
-    std::vector<std::string> result{ROOT_VARIABLE + root};
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        if (std::strncmp(*entry, ROOT_VARIABLE, sizeof ROOT_VARIABLE - 1) != 0) {
-            result.emplace_back(*entry);
-        }
-    }
-    return result;
-}
-
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
     std::vector<char*> result;
     for (std::string& text : texts) {
@@ -66,21 +51,9 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
 // Whether a service answers at the path. The probe says that nothing more will come and waits until the
 // service has closed its end: what is counted of the service from then on is without the probe.
 bool Serves(const std::string& path) {
-    constexpr timeval PATIENCE{60, 0};
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-        throw std::runtime_error(path + ": too long for a socket");
-    }
-    std::memcpy(address.sun_path, path.c_str(), path.size());
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &PATIENCE, sizeof PATIENCE);
-    const void* untyped = &address;
-    char byte = 0;
-    const bool isServed = ::connect(fd, static_cast<const sockaddr*>(untyped), sizeof address) == 0 &&
-                          ::shutdown(fd, SHUT_WR) == 0 && ::recv(fd, &byte, 1, 0) == 0;
-    ::close(fd);
-    return isServed;
+    TestClient probe(kestrel_open(path.c_str(), O_RDWR | O_CLOEXEC));
+    probe.ShutDownWriting();
+    return probe.IsConnected() && probe.MeetsEnd();
 }
 
 } // namespace
@@ -89,10 +62,14 @@ HostProcess::HostProcess(const std::string& build, const std::string& root) :
     HostProcess({build + "/bin/kestrel_host", build + "/lib/libapp_cfg_mgmt_service.so"}, root) {}
 
 HostProcess::HostProcess(std::vector<std::string> command, std::string root) :
-    m_command(std::move(command)), m_root(std::move(root)), m_environment(EnvironmentWith(m_root)) {}
-
-HostProcess::~HostProcess() {
-    Kill();
+    m_command(std::move(command)), m_root(std::move(root)) {
+    const std::string variable = "KESTREL_ROOT=";
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        if (std::strncmp(*entry, variable.c_str(), variable.size()) != 0) {
+            m_environment.emplace_back(*entry);
+        }
+    }
+    m_environment.push_back(variable + m_root);
 }
 
 void HostProcess::Start(std::chrono::seconds patience) {
@@ -129,15 +106,6 @@ void HostProcess::Kill() {
         SendKill();
         Wait();
     }
-}
-
-void HostProcess::SendKill() const {
-    ::kill(m_pid, SIGKILL);
-}
-
-int HostProcess::Stop() {
-    ::kill(m_pid, SIGTERM);
-    return Wait();
 }
 
 int HostProcess::Wait() {

@@ -3,6 +3,7 @@
 #define TESTS_SUPPORT_HOST_PROCESS_H
 
 #include <chrono>
+#include <csignal>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -22,7 +23,7 @@ public:
     HostProcess(std::vector<std::string> command, std::string root);
     HostProcess(const HostProcess&) = delete;
     HostProcess& operator=(const HostProcess&) = delete;
-    ~HostProcess();
+    ~HostProcess() { Kill(); }
 
     // Starts the process, and does not wait for it to serve.
     void Spawn();
@@ -35,10 +36,13 @@ public:
     void Kill();
 
     // SIGKILL only; the owner calls Kill or Wait afterwards.
-    void SendKill() const;
+    void SendKill() const { ::kill(m_pid, SIGKILL); }
 
     // SIGTERM; returns the exit status, or SIGNALLED and the signal that ended it instead.
-    int Stop();
+    int Stop() {
+        ::kill(m_pid, SIGTERM);
+        return Wait();
+    }
 
     // Reaps a process that was told to end; what Stop returns.
     int Wait();
@@ -53,7 +57,7 @@ private:
 
     std::vector<std::string> m_command;
     const std::string m_root;
-    std::vector<std::string> m_environment;
+    std::vector<std::string> m_environment; // with another framework root
     pid_t m_pid = -1;
 };
 

@@ -25,8 +25,6 @@ std::atomic<bool> g_forEver{false};
 std::atomic<int> g_error{0};
 std::atomic<int> g_failures{0};
 
-thread_local int t_exempt = 0;
-
 std::atomic<void (*)(const FileCall&)> g_watcher{nullptr};
 
 void Tell(const FileCall& call) {
@@ -37,12 +35,8 @@ void Tell(const FileCall& call) {
     }
 }
 
-const char* Name(Call call) {
-    static constexpr const char* NAMES[] = {
-        "open", "write",       "fsync", "close",  "read",       "ftruncate",        "fstat",
-        "stat", "free blocks", "room",  "thread", "allocation", "cipher allocation"};
-    return call <= Call::CIPHER_ALLOCATION ? NAMES[static_cast<int>(call)] : "call";
-}
+#define NAME(call, name) name
+constexpr const char* NAMES[] = {FAULT_TEST_CALLS(NAME)};
 
 std::string ErrorText(int error) {
     return error == 0 ? "" : error == SHORT_WRITE ? ", short" : std::string(", ") + std::strerror(error);
@@ -51,7 +45,7 @@ std::string ErrorText(int error) {
 } // namespace
 
 std::string Described(const Fault& fault) {
-    return std::string(Name(fault.call)) + " " + std::to_string(fault.at) +
+    return std::string(NAMES[static_cast<int>(fault.call)]) + " " + std::to_string(fault.at) +
            (fault.forEver ? " and all after it" : "") + ErrorText(fault.error);
 }
 
@@ -71,20 +65,12 @@ int Failures() {
     return g_failures;
 }
 
-Exempt::Exempt() {
-    ++t_exempt;
-}
-
-Exempt::~Exempt() {
-    --t_exempt;
-}
-
 void Watch(void (*watcher)(const FileCall&)) {
     g_watcher = watcher;
 }
 
 bool Fails(Call call) {
-    if (g_call != static_cast<int>(call) || t_exempt > 0) {
+    if (g_call != static_cast<int>(call) || Exempt::t_depth > 0) {
         return false;
     }
     const int left = --g_left;
@@ -113,19 +99,12 @@ using FaultTest::Tell;
 
 extern "C" {
 
-// A call that goes on to the real one unless it is to fail.
-#define FORWARDED(result, name, call, parameters, arguments)                                                 \
-    result __real_##name parameters;                                                                         \
-    result __wrap_##name parameters {                                                                        \
-        return Fails(Call::call) ? -1 : __real_##name arguments;                                             \
-    }
-
-FORWARDED(ssize_t, read, READ, (int fd, void* to, size_t size), (fd, to, size))
-FORWARDED(ssize_t, pread64, READ, (int fd, void* to, size_t size, off64_t at), (fd, to, size, at))
+FORWARDED(ssize_t, read, READ, -1, (int fd, void* to, size_t size), (fd, to, size))
+FORWARDED(ssize_t, pread64, READ, -1, (int fd, void* to, size_t size, off64_t at), (fd, to, size, at))
 #if __SIZEOF_POINTER__ == 4
-FORWARDED(int, __fstat64_time64, FSTAT, (int fd, void* status), (fd, status))
+FORWARDED(int, __fstat64_time64, FSTAT, -1, (int fd, void* status), (fd, status))
 #endif
-FORWARDED(int, fstat64, FSTAT, (int fd, void* status), (fd, status))
+FORWARDED(int, fstat64, FSTAT, -1, (int fd, void* status), (fd, status))
 
 int __real_open64(const char* path, int flags, ...);
 int __wrap_open64(const char* path, int flags, ...) {
@@ -201,7 +180,7 @@ int __wrap_statvfs64(const char* path, struct statvfs64* status) {
     return result;
 }
 
-FORWARDED(int, fallocate64, ROOM, (int fd, int mode, off64_t at, off64_t length), (fd, mode, at, length))
+FORWARDED(int, fallocate64, ROOM, -1, (int fd, int mode, off64_t at, off64_t length), (fd, mode, at, length))
 
 // Stands before the C library's for the whole process, the C++ library included.
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument) {

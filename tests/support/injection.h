@@ -8,38 +8,20 @@
 
 namespace FaultTest {
 
-enum class Call {
-    OPEN,
-    WRITE,
-    FSYNC,
-    CLOSE,
-    READ,
-    TRUNCATE,
-    FSTAT,
-    STAT,
-    FREE_BLOCKS, // the file system has none left
-    ROOM,        // nor any that can be reserved
-    THREAD,
-    ALLOCATION,
-    CIPHER_ALLOCATION,
-    // in service_calls.cpp
-    CAPGET,
-    PRCTL,
-    GETPWNAM_R,
-    SETGID,
-    SETUID,
-    CAPSET,
-    EVENT_MGR_NEW,
-    SERVER_REGISTER,
-    IOCTL,
-    MESSAGE_NEW,
-    MESSAGE_SENDFD,
-    CONTENT,
-    CONTENT_ADD,
-    POOL,
-    COPY,
-    PARSE_PATH,
-};
+// Each with its name in reports; from CAPGET on they are in service_calls.cpp. FREE_BLOCKS: the file system
+// has none left; ROOM: nor any that can be reserved.
+#define FAULT_TEST_CALLS(CALL)                                                                               \
+    CALL(OPEN, "open"), CALL(WRITE, "write"), CALL(FSYNC, "fsync"), CALL(CLOSE, "close"),                    \
+        CALL(READ, "read"), CALL(TRUNCATE, "ftruncate"), CALL(FSTAT, "fstat"), CALL(STAT, "stat"),           \
+        CALL(FREE_BLOCKS, "free blocks"), CALL(ROOM, "room"), CALL(THREAD, "thread"),                        \
+        CALL(ALLOCATION, "allocation"), CALL(CIPHER_ALLOCATION, "cipher allocation"),                        \
+        CALL(CAPGET, "capget"), CALL(PRCTL, "prctl"), CALL(GETPWNAM_R, "getpwnam_r"),                        \
+        CALL(SETGID, "setgid"), CALL(SETUID, "setuid"), CALL(CAPSET, "capset"),                              \
+        CALL(EVENT_MGR_NEW, "event manager"), CALL(SERVER_REGISTER, "registration"), CALL(IOCTL, "ioctl"),   \
+        CALL(MESSAGE_NEW, "message"), CALL(MESSAGE_SENDFD, "send"), CALL(CONTENT, "content"),                \
+        CALL(CONTENT_ADD, "content added"), CALL(POOL, "pool"), CALL(COPY, "copy"), CALL(PARSE_PATH, "path")
+#define FAULT_TEST_ENUMERATOR(call, name) call
+enum class Call { FAULT_TEST_CALLS(FAULT_TEST_ENUMERATOR) };
 
 // As an error number: half of the bytes are written, and the count says so.
 constexpr int SHORT_WRITE = -1;
@@ -68,10 +50,12 @@ int Failures();
 // While it lives, nothing fails on this thread.
 class Exempt {
 public:
-    Exempt();
-    ~Exempt();
+    Exempt() { ++t_depth; }
+    ~Exempt() { --t_depth; }
     Exempt(const Exempt&) = delete;
     Exempt& operator=(const Exempt&) = delete;
+
+    inline static thread_local int t_depth = 0;
 };
 
 // A call that was made and may change a file, or what a power cut leaves of one.
@@ -92,6 +76,14 @@ void Watch(void (*watcher)(const FileCall&));
 
 // Counts a call of this thread; true when it is to fail, with errno set.
 bool Fails(Call call);
+
+// A call that goes on to the real one unless it is to fail.
+#define FORWARDED(result, name, call, failure, parameters, arguments)                                        \
+    result __real_##name parameters;                                                                         \
+    result __wrap_##name parameters {                                                                        \
+        return FaultTest::Fails(FaultTest::Call::call) ? failure : __real_##name arguments;                  \
+    }
+
 bool IsInForce(Call call);
 // The error of the fault in force.
 int ErrorInForce();

@@ -56,13 +56,6 @@ kestrel_event_mgr* LastEventMgr() {
 
 extern "C" {
 
-// A call that goes on to the real one unless it is to fail.
-#define FORWARDED(result, name, call, failure, parameters, arguments)                                        \
-    result __real_##name parameters;                                                                         \
-    result __wrap_##name parameters {                                                                        \
-        return Fails(Call::call) ? failure : __real_##name arguments;                                        \
-    }
-
 FORWARDED(int, kestrel_server_register, SERVER_REGISTER, -1,
           (const char* name, kestrel_event_mgr* mgr, const kestrel_server_ops* ops), (name, mgr, ops))
 FORWARDED(int, kestrel_ioctl, IOCTL, -1, (int fd, unsigned long request, void* arg), (fd, request, arg))
@@ -104,25 +97,17 @@ int __wrap_capset(cap_user_header_t header, const cap_user_data_t data) {
                       "capset " + Hex(header->version) + ", high permitted " + Hex(data[1].permitted));
 }
 
-int __wrap_prctl(int option, unsigned long argument, ...) {
-    return Privileged(Call::PRCTL, "prctl " + std::to_string(option) + " " + std::to_string(argument));
-}
-
-int __wrap_setgid(gid_t group) {
-    return Privileged(Call::SETGID, "setgid " + std::to_string(group));
-}
-
-int __wrap_setuid(uid_t user) {
-    return Privileged(Call::SETUID, "setuid " + std::to_string(user));
-}
+#define PRIVILEGED(name, call, parameters, line)                                                             \
+    int __wrap_##name parameters {                                                                           \
+        return Privileged(Call::call, #name " " + (line));                                                   \
+    }
+PRIVILEGED(prctl, PRCTL, (int option, unsigned long argument, ...),
+           std::to_string(option) + " " + std::to_string(argument))
+PRIVILEGED(setgid, SETGID, (gid_t group), std::to_string(group))
+PRIVILEGED(setuid, SETUID, (uid_t user), std::to_string(user))
 
 // Poco::Path::tryParse, which takes any text for a path of the system's own style.
-#define TRY_PARSE _ZN4Poco4Path8tryParseERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEENS0_5StyleE
-#define JOINED(prefix, name) prefix##name
-#define WITH_PREFIX(prefix, name) JOINED(prefix, name)
-bool WITH_PREFIX(__real_, TRY_PARSE)(void* path, const std::string& text, int style);
-bool WITH_PREFIX(__wrap_, TRY_PARSE)(void* path, const std::string& text, int style) {
-    return !Fails(Call::PARSE_PATH) && WITH_PREFIX(__real_, TRY_PARSE)(path, text, style);
-}
+FORWARDED(bool, _ZN4Poco4Path8tryParseERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEENS0_5StyleE,
+          PARSE_PATH, false, (void* path, const std::string& text, int style), (path, text, style))
 
 } // extern "C"
