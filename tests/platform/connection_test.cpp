@@ -1,4 +1,3 @@
-#include <cstring>
 #include <list>
 
 #include "test_service.h"
@@ -7,7 +6,7 @@ namespace PlatformTest {
 
 namespace {
 
-constexpr std::uint32_t MEBIBYTE = 1U << 20;
+constexpr uint32_t MEBIBYTE = 1U << 20;
 
 } // namespace
 
@@ -16,17 +15,17 @@ protected:
     AConnection() { Runs(); }
 
     // The i-th request, counted by sequence, is answered with this payload, in pieces of this length.
-    static void ExpectNext(TestClient& client, std::uint32_t i, Method method, const std::string& payload,
-                           std::size_t piece = SIZE_MAX) {
+    static void ExpectNext(TestClient& client, uint32_t i, Method method, const std::string& payload,
+                           size_t piece = SIZE_MAX) {
         const std::optional<Reply> reply = client.Receives();
         ASSERT_TRUE(reply) << i;
-        const auto length = static_cast<std::uint32_t>(payload.size());
-        const auto answered = static_cast<std::uint8_t>(method | 0x80);
+        const auto length = static_cast<uint32_t>(payload.size());
+        const auto answered = static_cast<uint8_t>(method | 0x80);
         const tern_header expected{0x4E54, 0, answered, 1, 200, i, length + 8};
         ASSERT_EQ(std::memcmp(&reply->header, &expected, sizeof expected), 0) << i;
         ASSERT_TRUE(reply->payload == payload) << i;
         ASSERT_EQ(reply->pieces, payload.empty() ? 0 : (length - 1) / piece + 1) << i;
-        ASSERT_EQ(reply->firstLength, std::min<std::size_t>(length, piece)) << i;
+        ASSERT_EQ(reply->firstLength, std::min<size_t>(length, piece)) << i;
     }
 };
 
@@ -34,16 +33,16 @@ protected:
 // all kinds wait before the first is read: they refer to their request or to the message's pool, in few
 // pieces and in more than one call takes.
 TEST_F(AConnection, AnswersPipelinedFramesOfMixedSizesInOrder) {
-    const std::size_t sizes[] = {0, 1, 7, 8, 24, 100, 1023, 1024, 12360, 16359, 16360, 16361, 40000, 0, 0, 3};
+    const size_t sizes[] = {0, 1, 7, 8, 24, 100, 1023, 1024, 12360, 16359, 16360, 16361, 40000, 0, 0, 3};
     std::vector<std::pair<Method, std::string>> replies;
     std::string stream;
     const auto adds = [&](Method method, const std::string& request, const std::string& reply) {
-        stream += Frame(method | 0x80, request, static_cast<std::uint32_t>(replies.size()));
+        stream += Frame(method | 0x80, request, static_cast<uint32_t>(replies.size()));
         stream[stream.size() - request.size() - 22] = 9; // kind and reply bit reach the service as they come
         replies.emplace_back(method, reply);
     };
-    for (const std::size_t first : sizes) {
-        for (const std::size_t second : sizes) {
+    for (const size_t first : sizes) {
+        for (const size_t second : sizes) {
             adds(ECHO, Pattern(first), Pattern(first));
             adds(RETURN_MESSAGE, Pattern(second), Pattern(second));
             adds(GIVE, Bytes(3000) + Bytes(1), Pattern(3000));
@@ -53,7 +52,7 @@ TEST_F(AConnection, AnswersPipelinedFramesOfMixedSizesInOrder) {
     TestClient client;
     std::thread writer([&] { EXPECT_TRUE(client.Sends(stream)); });
     EXPECT_TRUE(Eventually([this] { return m_served > 240; })); // more of replies than a socket takes
-    for (std::uint32_t i = 0; i < replies.size() && !HasFailure(); ++i) {
+    for (uint32_t i = 0; i < replies.size() && !HasFailure(); ++i) {
         const auto& [method, payload] = replies[i];
         ExpectNext(client, i, method, payload, method == GIVE ? 1 : SIZE_MAX);
     }
@@ -69,7 +68,7 @@ TEST_F(AConnection, IsPausedWhenItsClientDoesNotReadWhileOthersAreServed) {
     int asked = 0;
     // Until the socket has been full during ten turns of the loop: nobody reads from it.
     for (int full = 0; full < 10;) {
-        if (const std::size_t taken = slow.SendsWithoutWaiting(request)) {
+        if (const size_t taken = slow.SendsWithoutWaiting(request)) {
             full = 0;
             ASSERT_TRUE(slow.Sends(request.substr(taken)));
             ASSERT_LT(++sent, 1000);
@@ -121,7 +120,7 @@ TEST_F(AConnection, WhosePeerIsGoneWithRepliesWaitingOrToComeIsClosedAfterTheCal
 TEST_F(AConnection, ThatStandsStillIsClosedWhenAllHoldTooMuch) {
     TestClient honest;
     int closed = 0;
-    std::size_t told = 0;
+    size_t told = 0;
     for (const std::string& sent : {Frame(ECHO, std::string(16 * MEBIBYTE, 'p')).substr(0, 15 * MEBIBYTE),
                                     Frame(GIVE, Bytes(15 * MEBIBYTE))}) {
         std::list<TestClient> clients(12); // of which a loop holds eight
@@ -129,12 +128,12 @@ TEST_F(AConnection, ThatStandsStillIsClosedWhenAllHoldTooMuch) {
             client.Sends(sent);
         }
         EXPECT_TRUE(Eventually([&] { return m_closed >= closed + 3; }));
-        for (const std::uint32_t length : {2 * MEBIBYTE, 16 * MEBIBYTE}) {
+        for (const uint32_t length : {2 * MEBIBYTE, 16 * MEBIBYTE}) {
             ASSERT_TRUE(honest.Sends(Frame(ECHO, Pattern(length))));
             ExpectNext(honest, 0, ECHO, Pattern(length));
         }
         EXPECT_LE(m_closed, closed + 5);
-        told += static_cast<std::size_t>(m_closed - closed);
+        told += static_cast<size_t>(m_closed - closed);
         EXPECT_EQ(m_log.Count("all together too many"), told);
         clients.clear();
         closed += 12;

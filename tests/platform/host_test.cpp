@@ -1,6 +1,3 @@
-#include <cerrno>
-#include <regex>
-
 #include "support/host_process.h"
 #include "test_service.h"
 
@@ -60,11 +57,11 @@ TEST_F(AHost, RunsTheAppManager) {
     constexpr char NAME[] = "appmgr.paas.orb";
     Starts("--socket-mode 600 " APPMGR_LIBRARY " CreateAppMgrService");
     ASSERT_TRUE(Eventually([&] { return TestClient(NAME).IsConnected(); }));
-    const auto asks = [&](std::uint8_t method, std::uint16_t uri, const std::string& content) {
+    const auto asks = [&](uint8_t method, uint16_t uri, const std::string& content) {
         TestClient client(NAME);
         return client.Sends(Frame(method, content, 0, uri)) ? client.Receives().value_or(Reply{}) : Reply{};
     };
-    const Reply root = asks(2, 2, Bytes(static_cast<std::uint32_t>(::getpid())));
+    const Reply root = asks(2, 2, Bytes(static_cast<uint32_t>(::getpid())));
     EXPECT_EQ(root.header.status, 200);
     EXPECT_EQ(root.pieces, 2U);
     EXPECT_EQ(root.firstLength, 4U);

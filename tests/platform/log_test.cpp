@@ -1,16 +1,7 @@
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <regex>
 #include <sstream>
-#include <thread>
 
-#include <gmock/gmock.h>
-
-#include "pl/pl_log.h"
 #include "test_service.h"
 
 namespace PlatformTest {
@@ -36,7 +27,7 @@ Tally Count(const std::string& log, const std::string& text) {
     for (std::string line; std::getline(lines, line);) {
         EXPECT_EQ(line.find("Z "), 23U) << "does not begin with its time: " << line;
         EXPECT_EQ(line.rfind("Z "), 23U) << "two lines in one: " << line;
-        const std::size_t behind = std::min(line.find(" more lines were"), line.find(" lines were dropped"));
+        const size_t behind = std::min(line.find(" more lines were"), line.find(" lines were dropped"));
         if (behind != std::string::npos) {
             tally.dropped += std::stoi(line.substr(line.rfind(' ', behind - 1)));
         }
@@ -57,7 +48,7 @@ TEST_F(AServer, LetsClientsFillTheLogOnlySoFast) {
         for (int i = 0; i < 600; ++i) {
             ASSERT_TRUE(flood.Asks(REFUSE, Bytes(1) + "again"));
         }
-        for (std::uint32_t place = 2; place < 120; ++place) {
+        for (uint32_t place = 2; place < 120; ++place) {
             ASSERT_TRUE(flood.Asks(REFUSE, Bytes(place) + "once"));
         }
         ASSERT_TRUE(flood.Asks(ANSWER_AND_THROW));
@@ -93,13 +84,13 @@ TEST_F(AServer, GoesOnWhenNobodyReadsItsLog) {
         const auto reads = [&] {
             char piece[4096];
             for (ssize_t got = 0; (got = ::read(reader.Fd(), piece, sizeof piece)) > 0;) {
-                log.append(piece, static_cast<std::size_t>(got));
+                log.append(piece, static_cast<size_t>(got));
             }
             return Count(log, "w.");
         };
         TestClient client;
         const auto begin = std::chrono::steady_clock::now();
-        for (std::uint32_t i = 0; i < 300; ++i) {
+        for (uint32_t i = 0; i < 300; ++i) {
             EXPECT_TRUE(client.Asks(REFUSE, Bytes(i) + std::string(i % 2 == 0 ? 10 : 9000, 'w') + '.'));
         }
         EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10)); // at 100 ms each 30 s
@@ -126,7 +117,7 @@ TEST(ALogLine, HasNoControlBytesSoThatNobodyForgesALine) {
 }
 
 TEST(ALogLine, IsWholeUpTo64KiB) {
-    for (const std::size_t length : {1022U, 1023U, 1024U, 1025U, 16384U, 65536U}) {
+    for (const size_t length : {1022U, 1023U, 1024U, 1025U, 16384U, 65536U}) {
         EXPECT_EQ(Logged(std::string(length, 'x')), std::string(length, 'x')) << length;
     }
     EXPECT_EQ(Logged(std::string(200'000, 'x')).size(), 65536U);

@@ -1,16 +1,10 @@
-#include <sys/socket.h>
-
 #include <array>
-#include <cerrno>
-#include <cstring>
 #include <string_view>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "support/test_client.h"
-#include "tern/tern.h"
 
 namespace PlatformTest {
 
@@ -26,18 +20,18 @@ protected:
         return ends;
     }
 
-    bool Adds(const void* data, std::size_t length) {
-        return tern_content_add(m_msg, data, static_cast<std::uint32_t>(length), 0) == 0;
+    bool Adds(const void* data, size_t length) {
+        return tern_content_add(m_msg, data, static_cast<uint32_t>(length), 0) == 0;
     }
     int Receives() { return tern_message_recvfd(m_msg, m_end.Fd()); }
     std::string Payload() const {
         void* content = nullptr;
-        std::uint32_t length = 0;
+        uint32_t length = 0;
         return tern_content(m_msg, &content, &length) == 0 ? std::string(static_cast<char*>(content), length)
                                                            : "none";
     }
     // A range of the section, its record included.
-    std::string Section(std::uint32_t offset, std::uint32_t length) const {
+    std::string Section(uint32_t offset, uint32_t length) const {
         const void* range = tern_content_struct(m_msg, offset, length);
         return range == nullptr ? "none" : std::string(static_cast<const char*>(range), length);
     }
@@ -56,7 +50,7 @@ TEST_F(AMessage, ShowsRangesOfReceivedContentAndAddedPiecesAndNoOther) {
     EXPECT_EQ(Section(0, 19), Bytes(2) + Bytes(4) + "came/a/path");
     EXPECT_EQ(Section(18, 1), "h");
     EXPECT_EQ(Section(19, 0), "");
-    const std::pair<std::uint32_t, std::uint32_t> outside[] = {
+    const std::pair<uint32_t, uint32_t> outside[] = {
         {19, 1}, {0, 20}, {20, 0}, {8, UINT32_MAX - 7}, {UINT32_MAX, 2}};
     for (const auto& [offset, length] : outside) {
         EXPECT_EQ(Section(offset, length), "none") << offset << " " << length;
@@ -101,7 +95,7 @@ TEST_F(AMessage, IsReplacedByWhatItReceives) {
 }
 
 TEST_F(AMessage, IsNotReceivedFromBadAndCutFrames) {
-    const std::pair<std::uint16_t, std::uint32_t> magicsAndLengths[] = {
+    const std::pair<uint16_t, uint32_t> magicsAndLengths[] = {
         {0x544E, 9}, {0x4E54, 7}, {0x4E54, (16U << 20) + 9}};
     for (const auto& [magic, length] : magicsAndLengths) {
         const tern_header header{magic, 0, 2, 0, 0, 0, length}; // answered although nothing follows it
@@ -136,18 +130,18 @@ TEST_F(AMessage, CrossesASocketWholeWithMorePiecesThanOneCallTakes) {
 
 TEST_F(AMessage, HasAPoolOfZeroedAlignedMemoryOfEverySize) {
     std::vector<std::string_view> given;
-    for (std::size_t size = 0; size < 6000; size += size < 40 ? 1 : 97) {
+    for (size_t size = 0; size < 6000; size += size < 40 ? 1 : 97) {
         auto* memory = static_cast<char*>(pcalloc(m_msg->pool, size));
         ASSERT_NE(memory, nullptr);
-        ASSERT_EQ(reinterpret_cast<std::uintptr_t>(memory) % alignof(std::max_align_t), 0U);
+        ASSERT_EQ(reinterpret_cast<uintptr_t>(memory) % alignof(std::max_align_t), 0U);
         ASSERT_EQ(std::string_view(memory, size), std::string(size, '\0'));
         std::memset(memory, static_cast<int>(given.size() % 100 + 1), size);
         given.emplace_back(memory, size);
     }
-    for (std::size_t i = 0; i < given.size(); ++i) { // nobody wrote into another's
+    for (size_t i = 0; i < given.size(); ++i) { // nobody wrote into another's
         ASSERT_EQ(given[i], std::string(given[i].size(), static_cast<char>(i % 100 + 1)));
     }
-    for (const std::size_t size : {SIZE_MAX, SIZE_MAX - 15, SIZE_MAX / 2, std::size_t{65} << 20}) {
+    for (const size_t size : {SIZE_MAX, SIZE_MAX - 15, SIZE_MAX / 2, size_t{65} << 20}) {
         EXPECT_EQ(pcalloc(m_msg->pool, size), nullptr) << size;
     }
     EXPECT_EQ(pcalloc(nullptr, 1), nullptr);

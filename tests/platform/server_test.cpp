@@ -1,7 +1,5 @@
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <list>
@@ -99,9 +97,9 @@ TEST_F(ALoop, StopsOnSignalsOnlyWhileItRuns) {
 
 TEST_F(AnIoctl, GivesFutureConnectionsTheirBuffersAndRefusesWhatItDoesNotKnow) {
     ASSERT_EQ(Registers(), 0);
-    std::uint32_t send[3] = {0, 0, 0x8000};
-    std::uint32_t receive[3] = {0, 0, 0x9000};
-    std::uint32_t tooLarge[3] = {0, 0, 0x80000000};
+    uint32_t send[3] = {0, 0, 0x8000};
+    uint32_t receive[3] = {0, 0, 0x9000};
+    uint32_t tooLarge[3] = {0, 0, 0x80000000};
     const TestClient file(::open("/dev/null", O_RDWR | O_CLOEXEC));
     const struct {
         int fd;
