@@ -17,28 +17,6 @@ namespace Support {
 
 namespace {
 
-// What posix_spawn needs to be told, released with the object.
-struct SpawnSettings {
-    posix_spawn_file_actions_t files{};
-    posix_spawnattr_t attributes{};
-
-    // In a process group of its own, so that ctrl-C reaches this program only.
-    explicit SpawnSettings(const std::string& log) {
-        posix_spawn_file_actions_init(&files);
-        posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&files, STDERR_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_APPEND,
-                                         0644);
-        posix_spawnattr_init(&attributes);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
-    }
-    SpawnSettings(const SpawnSettings&) = delete;
-    SpawnSettings& operator=(const SpawnSettings&) = delete;
-    ~SpawnSettings() {
-        posix_spawn_file_actions_destroy(&files);
-        posix_spawnattr_destroy(&attributes);
-    }
-};
-
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
     std::vector<char*> result;
     for (std::string& text : texts) {
@@ -84,10 +62,22 @@ void HostProcess::Start(std::chrono::seconds patience) {
     }
 }
 
+// In a process group of its own, so that ctrl-C reaches this program only.
 void HostProcess::Spawn() {
-    const SpawnSettings settings(LogPath());
-    const int error = ::posix_spawnp(&m_pid, m_command[0].c_str(), &settings.files, &settings.attributes,
-                                     Pointers(m_command).data(), Pointers(m_environment).data());
+    const std::vector<char*> command = Pointers(m_command);
+    const std::vector<char*> environment = Pointers(m_environment);
+    posix_spawn_file_actions_t files{};
+    posix_spawnattr_t attributes{};
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, LogPath().c_str(), O_WRONLY | O_CREAT | O_APPEND,
+                                     0644);
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
+    const int error =
+        ::posix_spawnp(&m_pid, command[0], &files, &attributes, command.data(), environment.data());
+    posix_spawn_file_actions_destroy(&files);
+    posix_spawnattr_destroy(&attributes);
     if (error != 0) {
         m_pid = -1;
         throw std::runtime_error(m_command[0] + ": " + std::strerror(error));
