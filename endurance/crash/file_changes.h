@@ -4,11 +4,12 @@
 
 #include <chrono>
 #include <poll.h>
-#include <stdexcept>
 #include <string>
 #include <sys/inotify.h>
 #include <thread>
 #include <unistd.h>
+
+#include "program.h"
 
 namespace Endurance {
 
@@ -24,14 +25,14 @@ struct KillMoment {
 class FileChanges {
 public:
     explicit FileChanges(const std::string& directory) : m_watch(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-        if (m_watch < 0 || ::inotify_add_watch(m_watch, directory.c_str(), IN_MODIFY) < 0) {
-            throw std::runtime_error(directory + ": cannot be watched");
-        }
+        Require(::inotify_add_watch(m_watch, directory.c_str(), IN_MODIFY) >= 0,
+                directory + ": cannot be watched");
     }
     FileChanges(const FileChanges&) = delete;
     FileChanges& operator=(const FileChanges&) = delete;
     ~FileChanges() { ::close(m_watch); }
 
+    // Changes that are so close together that they are read at once count as one.
     void Await(const KillMoment& moment) const {
         using Clock = std::chrono::steady_clock;
         const auto deadline = Clock::now() + moment.latest;
@@ -41,7 +42,11 @@ public:
         for (int left = moment.fileChange; left > 0 && Clock::now() < deadline;) {
             const auto wait = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
             pollfd entry{m_watch, POLLIN, 0};
-            left -= ::poll(&entry, 1, static_cast<int>(wait.count())) > 0 ? Count() : 0;
+            char records[4096];
+            left -= ::poll(&entry, 1, static_cast<int>(wait.count())) > 0 &&
+                            ::read(m_watch, records, sizeof records) > 0
+                        ? 1
+                        : 0;
         }
         // Too short for the scheduler: a sleep would take a multiple of it.
         const auto end = Clock::now() + moment.lag;
@@ -50,19 +55,6 @@ public:
     }
 
 private:
-    // Each record ends with a name of its own length.
-    int Count() const {
-        alignas(inotify_event) char records[4096];
-        const ssize_t length = ::read(m_watch, records, sizeof records);
-        int changes = 0;
-        for (ssize_t at = 0; at < length; ++changes) {
-            const void* const record = records + at;
-            at +=
-                static_cast<ssize_t>(sizeof(inotify_event) + static_cast<const inotify_event*>(record)->len);
-        }
-        return changes;
-    }
-
     const int m_watch;
 };
 

@@ -1,26 +1,13 @@
 // Crashes the service in many ways at once and tells what was lost: crash_harness --help.
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <csignal>
-#include <cstdio>
-#include <exception>
-#include <memory>
-#include <random>
-#include <string>
-#include <thread>
-#include <vector>
+#include <deque>
 
 #include "lane.h"
 
 namespace {
 
-using Endurance::Counts;
-using Endurance::Lane;
-using Endurance::Phase;
-using Lanes = std::vector<std::unique_ptr<Lane>>;
+using namespace Endurance;
 
 // Most of a round is waiting, for a disk or for a strategy.
 constexpr unsigned LANES_PER_CORE = 4;
@@ -38,93 +25,55 @@ struct Run {
     uint32_t seed = std::random_device()();
     bool twice = false;
     unsigned lanes = std::min(MOST_LANES, LANES_PER_CORE* std::max(1U, std::thread::hardware_concurrency()));
+    Tally tally{};
+    std::atomic<uint32_t> nextRound{0};
+    std::atomic<bool> failed{false};
 };
 
-std::atomic<uint32_t> nextRound{0};
-std::atomic<bool> failed{false};
-std::atomic<bool> interrupted{false};
-
-// Each lane finishes its round.
-void Interrupt(int) {
-    interrupted = true;
-}
-
-void RunLane(Lane& lane, uint32_t rounds) {
+// Finishes its round when the program is asked to end.
+void RunLane(Run& run, Lane& lane) {
     try {
         lane.Begin();
-        while (!failed && !interrupted) {
-            const uint32_t round = nextRound++;
-            if (round >= rounds) {
+        while (!run.failed && !g_interrupted) {
+            const uint32_t round = run.nextRound++;
+            if (round >= run.rounds) {
                 break;
             }
-            lane.Round(round);
+            lane.Round(run.seed, round);
         }
         lane.End();
     } catch (const std::exception& fault) {
         std::printf("failed: %s\n", fault.what());
-        failed = true;
+        run.failed = true;
     }
 }
 
-Lanes RunLanes(const Run& run) {
-    Lanes lanes;
+// The exit status.
+int Crash(Run& run) {
+    std::signal(SIGPIPE, SIG_IGN);
+    NoteInterrupts();
+    const auto begin = std::chrono::steady_clock::now();
+    std::deque<Lane> lanes;
     for (unsigned index = 0; index < std::min(run.lanes, run.rounds); ++index) {
-        lanes.push_back(std::make_unique<Lane>(
-            Lane::Settings{run.build, run.directory + "/lane" + std::to_string(index), run.seed, run.twice}));
+        lanes.emplace_back(run.build, run.directory + "/lane" + std::to_string(index), run.twice, run.tally);
     }
     std::vector<std::thread> threads;
-    for (const auto& lane : lanes) {
-        threads.emplace_back(RunLane, std::ref(*lane), run.rounds);
+    for (Lane& lane : lanes) {
+        threads.emplace_back([&run, &lane] { RunLane(run, lane); });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
-    return lanes;
-}
-
-Counts Print(const char* title, const Lanes& lanes, Phase phase) {
-    Counts sum;
-    for (const auto& lane : lanes) {
-        for (const auto& [name, count] : lane->Seen(phase)) {
-            sum[name] += count;
-        }
-    }
-    std::printf("\n%s\n", title);
-    for (const auto& [name, count] : sum) {
-        std::printf("%-36s %8d\n", name.c_str(), count);
-    }
-    return sum;
-}
-
-// The exit status.
-int Crash(const Run& run) {
-    std::signal(SIGPIPE, SIG_IGN);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        std::signal(signal, Interrupt);
-    }
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    const auto begin = std::chrono::steady_clock::now();
-    const Lanes lanes = RunLanes(run);
-    const auto time = std::chrono::steady_clock::now() - begin;
-
-    std::printf("%u rounds, %u lanes, seed %u, %.0f s\n", std::min(nextRound.load(), run.rounds), run.lanes,
-                run.seed, std::chrono::duration<double>(time).count());
-    Counts first = Print("crash", lanes, Endurance::FIRST);
-    Print("crash while a file is recovered", lanes, Endurance::RECOVERING);
-    int unforeseen = first[Endurance::UNFORESEEN];
-    if (run.twice) {
-        unforeseen +=
-            Print("second crash, before the next backup", lanes, Endurance::SECOND)[Endurance::UNFORESEEN];
-    }
-    const bool missed =
-        first[Endurance::KILLS] >= KILLS_THAT_MEET_SAVES && first[Endurance::KILLS_IN_SAVES] == 0;
-    if (missed) {
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
+    const Tally& tally = run.tally;
+    std::printf("%u rounds, %u lanes, seed %u, %.0f s\nkills %d, inside a save %d, losses %d\n",
+                std::min(run.nextRound.load(), run.rounds), run.lanes, run.seed, time.count(),
+                tally.kills.load(), tally.killsInSaves.load(), tally.losses.load());
+    if (tally.kills >= KILLS_THAT_MEET_SAVES && tally.killsInSaves == 0) {
         std::printf("failed: no kill met a save\n");
+        run.failed = true;
     }
-    if (failed || missed || unforeseen > 0) {
-        return 1;
-    }
-    return interrupted ? EXIT_INTERRUPTED : 0;
+    return run.failed ? EXIT_FAILURE : g_interrupted ? EXIT_INTERRUPTED : EXIT_SUCCESS;
 }
 
 int RunHarness(int argc, char** argv) {
@@ -141,17 +90,11 @@ int RunHarness(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : 2;
     }
-
     return Crash(run);
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return RunHarness(argc, argv);
-    } catch (const std::exception& fault) {
-        std::fprintf(stderr, "crash_harness: %s\n", fault.what());
-        return 1;
-    }
+    return Endurance::RunProgram(argc, argv, RunHarness);
 }

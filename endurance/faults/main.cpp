@@ -3,34 +3,23 @@
 //
 // For each kind of call a life is lived with the first one failing, then with the second one, until a life
 // makes fewer calls than that; then again with every call from there on failing.
-#include <unistd.h>
+#include <cstdio>
 
 #include <algorithm>
-#include <cerrno>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <exception>
-#include <filesystem>
-#include <string>
-#include <vector>
 
 #include "faulty_life.h"
+#include "program.h"
 
 namespace Endurance {
 
 namespace {
 
 using FaultTest::Call;
-using SystemServer::ConfigBackupStrategy;
-using SystemServer::ConfigSaveStrategy;
-using SystemServer::ConfigStorageType;
 
-constexpr Strategies INSTANT{ConfigSaveStrategy::INSTANT, ConfigBackupStrategy::INSTANT};
+constexpr Strategies INSTANT{ConfigStrategy::INSTANT, ConfigStrategy::INSTANT};
 constexpr Scenario SCENARIOS[] = {
     {"good", Start::GOOD, INSTANT},
-    {"good, delay, timing", Start::GOOD, {ConfigSaveStrategy::DELAY, ConfigBackupStrategy::TIMING}},
+    {"good, delay, timing", Start::GOOD, {ConfigStrategy::DELAY, ConfigStrategy::TIMING}},
     {"missing", Start::MISSING, INSTANT},
     {"broken", Start::BROKEN, INSTANT},
     {"neither", Start::NEITHER, INSTANT},
@@ -59,11 +48,7 @@ char g_point[256] = "no point";
 // Names the point at which the process ends; what ends it goes on afterwards.
 struct sigaction g_former[NSIG];
 void NamePoint(int number) {
-    const char text[] = "\nended at ";
-    if (::write(STDERR_FILENO, text, sizeof text - 1) < 0 ||
-        ::write(STDERR_FILENO, g_point, std::strlen(g_point)) < 0 || ::write(STDERR_FILENO, "\n", 1) < 0) {
-        std::_Exit(1);
-    }
+    ::dprintf(STDERR_FILENO, "\nended at %s\n", g_point);
     ::sigaction(number, &g_former[number], nullptr);
 }
 
@@ -76,19 +61,87 @@ bool MakesEveryCall(const Format& format, const Scenario& scenario) {
 class FaultSweep {
 public:
     // Briefly, the errors of a call take turns and most allocations are passed over.
-    explicit FaultSweep(bool isBrief);
+    explicit FaultSweep(bool isBrief) :
+        m_isBrief(isBrief),
+        m_other(appcfg::Handle("other", "net"), FORMATS[0], INSTANT, Document(FORMATS[0].storage, 1, 0)) {
+        for (const int number : {SIGSEGV, SIGABRT, SIGBUS, SIGFPE}) {
+            struct sigaction action {};
+            action.sa_handler = NamePoint;
+            ::sigaction(number, &action, &g_former[number]);
+        }
+        std::filesystem::create_directory(m_service.Root() + "/other");
+        m_other.StandIn(m_service.Root() + "/other");
+        m_other.WriteFiles(Start::GOOD, false);
+        m_other.Create(m_connection);
+    }
 
-    void Run(const Format& format);
-    // What was seen, as one line.
-    std::string Text() const;
-    bool HasPassed() const { return m_troubles == 0 && m_points > 0; }
+    // Any text is a good INI file: none is broken.
+    void Run(const Format& format) {
+        for (const Scenario& scenario : SCENARIOS) {
+            if (format.storage == ConfigStorageType::INI && scenario.start == Start::BROKEN) {
+                continue;
+            }
+            for (const CallErrors& entry : FILE_CALLS) {
+                SweepCall(format, scenario, entry, false);
+                SweepCall(format, scenario, entry, true);
+            }
+            SweepAllocations(format, scenario, Call::ALLOCATION, m_isBrief ? BRIEF_STEP : 1);
+            SweepAllocations(format, scenario, Call::CIPHER_ALLOCATION, 1);
+        }
+    }
+
+    // Tells what was seen; the exit status.
+    int Sum() const {
+        std::printf("points tried %d, troubles %d\n", m_points, m_troubles);
+        return m_troubles == 0 && m_points > 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    }
 
 private:
-    void SweepCall(const Format& format, const Scenario& scenario, const CallErrors& entry, bool forEver);
-    void SweepAllocations(const Format& format, const Scenario& scenario, FaultTest::Call call, int step);
+    void SweepCall(const Format& format, const Scenario& scenario, const CallErrors& entry, bool forEver) {
+        std::vector<int> errors = entry.errors;
+        if (forEver) { // a call that is interrupted for ever would be tried for ever
+            errors.erase(std::remove(errors.begin(), errors.end(), EINTR), errors.end());
+        }
+        bool reached = true;
+        for (size_t at = 1; reached; ++at) {
+            reached = false;
+            for (size_t i = 0; i < (m_isBrief ? 1 : errors.size()); ++i) {
+                const int error = errors[(at + i) % errors.size()];
+                reached |= Live(format, scenario, {entry.call, static_cast<int>(at), forEver, error});
+            }
+            if (!reached && at == 1 && MakesEveryCall(format, scenario)) {
+                Trouble("the service no longer makes this call by this name");
+            }
+        }
+    }
+
+    void SweepAllocations(const Format& format, const Scenario& scenario, Call call, int step) {
+        for (const bool forEver : {false, true}) {
+            for (int at = 1; Live(format, scenario, {call, at, forEver, 0}); at += step) {
+            }
+        }
+    }
+
     // False when the life made no such call.
-    bool Live(const Format& format, const Scenario& scenario, const FaultTest::Fault& fault);
-    void Trouble(const std::string& text);
+    bool Live(const Format& format, const Scenario& scenario, const FaultTest::Fault& fault) {
+        std::snprintf(g_point, sizeof g_point, "%s, %s, %s", format.name, scenario.name,
+                      Described(fault).c_str());
+        FaultyLife life(m_service, format, scenario, fault);
+        const bool failed = life.Run();
+        m_points += failed ? 1 : 0;
+        for (const std::string& trouble : life.Troubles()) {
+            Trouble(trouble);
+        }
+        if (!m_other.HoldsSaved(m_connection)) {
+            Trouble("another client's item is touched: " + m_other.Describe());
+        }
+        return failed;
+    }
+
+    void Trouble(const std::string& text) {
+        ++m_troubles;
+        std::printf("%s: %s\n", g_point, text.c_str());
+    }
 
     const FaultTest::Exempt m_exempt{};
     const bool m_isBrief;
@@ -96,94 +149,19 @@ private:
     appcfg::Connection m_connection{};
     TrackedItem m_other;
     int m_points = 0;
-    int m_requests = 0;
-    int m_lostConnections = 0;
     int m_troubles = 0;
 };
 
-FaultSweep::FaultSweep(bool isBrief) :
-    m_isBrief(isBrief),
-    m_other(appcfg::Handle("other", "net"), FORMATS[0], INSTANT, Document(FORMATS[0].storage, 1, 0)) {
-    for (const int number : {SIGSEGV, SIGABRT, SIGBUS, SIGFPE}) {
-        struct sigaction action {};
-        action.sa_handler = NamePoint;
-        ::sigaction(number, &action, &g_former[number]);
-    }
-    std::filesystem::create_directory(m_service.Root() + "/other");
-    m_other.StandIn(m_service.Root() + "/other");
-    m_other.WriteFiles(Start::GOOD, false);
-    m_other.Create(m_connection);
-}
-
-// Any text is a good INI file: none is broken.
-void FaultSweep::Run(const Format& format) {
-    for (const Scenario& scenario : SCENARIOS) {
-        if (format.storage == ConfigStorageType::INI && scenario.start == Start::BROKEN) {
-            continue;
-        }
-        for (const CallErrors& entry : FILE_CALLS) {
-            SweepCall(format, scenario, entry, false);
-            SweepCall(format, scenario, entry, true);
-        }
-        SweepAllocations(format, scenario, Call::ALLOCATION, m_isBrief ? BRIEF_STEP : 1);
-        SweepAllocations(format, scenario, Call::CIPHER_ALLOCATION, 1);
-    }
-}
-
-std::string FaultSweep::Text() const {
-    char text[160];
-    std::snprintf(text, sizeof text,
-                  "points tried %d, requests answered %d, connections closed %d, troubles %d", m_points,
-                  m_requests - m_lostConnections, m_lostConnections, m_troubles);
-    return text;
-}
-
-void FaultSweep::SweepCall(const Format& format, const Scenario& scenario, const CallErrors& entry,
-                           bool forEver) {
-    std::vector<int> errors = entry.errors;
-    if (forEver) { // a call that is interrupted for ever would be tried for ever
-        errors.erase(std::remove(errors.begin(), errors.end(), EINTR), errors.end());
-    }
-    bool reached = true;
-    for (size_t at = 1; reached; ++at) {
-        reached = false;
-        for (size_t i = 0; i < (m_isBrief ? 1 : errors.size()); ++i) {
-            const int error = errors[(at + i) % errors.size()];
-            reached |= Live(format, scenario, {entry.call, static_cast<int>(at), forEver, error});
-        }
-        if (!reached && at == 1 && MakesEveryCall(format, scenario)) {
-            Trouble("the service no longer makes this call by this name");
+int Sweep(int argc, char** argv) {
+    const bool isBrief = argc > 1 && std::string(argv[1]) == "--brief";
+    const std::string wanted = argc > (isBrief ? 2 : 1) ? argv[argc - 1] : "";
+    FaultSweep sweep(isBrief);
+    for (const Format& format : FORMATS) {
+        if (wanted.empty() || wanted == format.name) {
+            sweep.Run(format);
         }
     }
-}
-
-void FaultSweep::SweepAllocations(const Format& format, const Scenario& scenario, Call call, int step) {
-    for (const bool forEver : {false, true}) {
-        for (int at = 1; Live(format, scenario, {call, at, forEver, 0}); at += step) {
-        }
-    }
-}
-
-bool FaultSweep::Live(const Format& format, const Scenario& scenario, const FaultTest::Fault& fault) {
-    std::snprintf(g_point, sizeof g_point, "%s, %s, %s", format.name, scenario.name,
-                  Described(fault).c_str());
-    FaultyLife life(m_service, format, scenario, fault);
-    const bool failed = life.Run();
-    m_points += failed ? 1 : 0;
-    m_requests += life.Requests();
-    m_lostConnections += life.LostConnections();
-    for (const std::string& trouble : life.Troubles()) {
-        Trouble(trouble);
-    }
-    if (!m_other.HoldsSaved(m_connection)) {
-        Trouble("another client's item is touched: " + m_other.Describe());
-    }
-    return failed;
-}
-
-void FaultSweep::Trouble(const std::string& text) {
-    ++m_troubles;
-    std::printf("%s: %s\n", g_point, text.c_str());
+    return sweep.Sum();
 }
 
 } // namespace
@@ -191,20 +169,5 @@ void FaultSweep::Trouble(const std::string& text) {
 } // namespace Endurance
 
 int main(int argc, char** argv) {
-    try {
-        const bool isBrief = argc > 1 && std::string(argv[1]) == "--brief";
-        const std::string wanted = argc > (isBrief ? 2 : 1) ? argv[argc - 1] : "";
-        std::setvbuf(stdout, nullptr, _IOLBF, 0);
-        Endurance::FaultSweep sweep(isBrief);
-        for (const Endurance::Format& format : Endurance::FORMATS) {
-            if (wanted.empty() || wanted == format.name) {
-                sweep.Run(format);
-            }
-        }
-        std::printf("%s\n", sweep.Text().c_str());
-        return sweep.HasPassed() ? EXIT_SUCCESS : EXIT_FAILURE;
-    } catch (const std::exception& fault) {
-        std::fprintf(stderr, "fault_sweep: %s\n", fault.what());
-        return EXIT_FAILURE;
-    }
+    return Endurance::RunProgram(argc, argv, Endurance::Sweep);
 }

@@ -2,11 +2,6 @@
 #ifndef LIFE_LEDGER_H
 #define LIFE_LEDGER_H
 
-#include <algorithm>
-#include <cstdint>
-#include <utility>
-#include <vector>
-
 #include "document.h"
 
 namespace Endurance {
