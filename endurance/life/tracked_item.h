@@ -178,7 +178,8 @@ public:
              [this](appcfg::Item& item, int64_t number) { item.SetMany(m_document.Values(number)); });
     }
 
-    // Without a backup strategy there is no default, and the file is loaded again.
+    // Without a backup strategy there is no default, and the file is loaded again. Unless its strategy saves
+    // when it is stopped, what was set last may not be there yet: then it is lost or not.
     void Restore(appcfg::Connection& connection) {
         const int failures = Failures();
         if (IsWritten() && IsBackedUp()) {
@@ -188,7 +189,7 @@ public:
         Open(connection).Restore();
         if (!IsSaved() && !IsBackedUp()) {
             m_ledger.Lose();
-        } else if (Failures() == failures) {
+        } else if (!IsReloadedByRestore() && Failures() == failures) {
             if (IsBackedUp()) {
                 m_ledger.Accept();
             }
@@ -312,10 +313,14 @@ public:
     const appcfg::ItemDescription& Description() const { return m_description; }
     const Document& GetDocument() const { return m_document; }
     const Ledger& GetLedger() const { return m_ledger; }
+    // A raw set is then written when it is answered.
     bool IsInstant() const {
         return m_description.saveStrategy == ConfigStrategy::INSTANT &&
-               m_description.backupStrategy == ConfigStrategy::INSTANT;
+               (m_description.backupStrategy == ConfigStrategy::INSTANT || !IsBackedUp());
     }
+
+    // And by nothing else, so that what was set last is lost or not.
+    bool IsReloadedByRestore() const { return IsWritten() && IsInstant() && !IsBackedUp(); }
     bool IsWritten() const { return m_description.storage != ConfigStorageType::INI; }
     bool IsSaved() const { return IsWritten() && m_description.saveStrategy != ConfigStrategy::NONE; }
     // As the last look found them.

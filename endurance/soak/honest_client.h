@@ -136,7 +136,8 @@ private:
         });
     }
 
-    // What comes before the refused pair stays in memory, until the set behind it.
+    // What comes before the refused pair stays in memory, until the change behind it. An instant item's save
+    // may have it in the file by then; a raw set is written before it is answered.
     void SetPartly() {
         const auto [key, value] = m_item.GetDocument().Values(0).front();
         appcfg::Item item = m_item.Open(*m_connection);
@@ -146,14 +147,20 @@ private:
         Expect(200, "get", [&, key = key, value = value] {
             Require(item.Get(key) == value, "what was set partly is gone");
         });
-        Change("set", &TrackedItem::SendSet);
+        Change("set", m_item.IsReloadedByRestore() ? &TrackedItem::SendRaw : &TrackedItem::SendSet);
     }
 
+    // Where it only loads the file, the item holds what was written before or set since, and by the raw set
+    // behind it one number again.
     void Restore() {
-        if (m_item.IsWritten()) {
-            Change("restore", &TrackedItem::Restore);
-        } else {
+        if (!m_item.IsWritten()) {
             Expect(400, "restore", [&] { m_item.Restore(*m_connection); });
+            return;
+        }
+        Change("restore", &TrackedItem::Restore);
+        if (m_item.IsReloadedByRestore()) {
+            Require(m_item.HoldsSaved(*m_connection), "it holds what was neither written nor set");
+            Change("raw set", &TrackedItem::SendRaw);
         }
     }
 
