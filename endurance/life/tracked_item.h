@@ -127,14 +127,14 @@ public:
 
     // Creates it as a client does after a crash; what is wrong then, or nothing when it holds what it may.
     // After a key change that was cut off, with the new key, and with the old one if that does not bring the
-    // values back; a refusal has put the default in place of the file, and the backup goes there first. A
-    // timing strategy that hurries would overwrite the backup between the two: the item is one that acts on
-    // changes alone.
+    // values back; a refusal has put the default in place of the file, and the backup goes there first.
+    // The item is one that acts on changes alone: a strategy that hurries would write while the creation
+    // still looks at the files, which a minute's pause never does, or between the two creations.
     std::string Recover(appcfg::Connection& connection) {
         appcfg::ItemDescription description = m_description;
+        description.saveStrategy = ConfigStrategy::INSTANT;
+        description.backupStrategy = ConfigStrategy::INSTANT;
         if (m_otherKey) {
-            description.saveStrategy = ConfigStrategy::INSTANT;
-            description.backupStrategy = ConfigStrategy::INSTANT;
             m_description.encryption.swap(*m_otherKey);
         }
         std::string trouble;
