@@ -29,6 +29,7 @@ struct CommandLine {
 
     CommandLine() {
         app.footer(FOOTER);
+        app.set_version_flag("--version", "appcfg " APPCFG_VERSION);
         app.require_subcommand(1);
         app.fallthrough();
         app.add_option("--root", root, "the framework's root directory (default: KESTREL_ROOT)")

@@ -48,6 +48,24 @@ void DeclareRekey(CLI::App& app, Arguments& arguments) {
     plain->excludes(key);
 }
 
+void DeclareStored(CLI::App& app, Arguments& arguments) {
+    app.add_option("VERB", arguments.verb, "show, encrypt or decrypt")
+        ->required()
+        ->check(CLI::IsMember({"show", "encrypt", "decrypt"}));
+    app.add_option("FILE", arguments.file,
+                   "a file of an encrypted item; better a copy while the item is held")
+        ->required();
+    app.add_option("--key-file", arguments.keyFile, "96 hexadecimal digits: key and IV")->required();
+}
+
+void DeclareWatch(CLI::App& app, Arguments& arguments) {
+    DeclareKeys(app, arguments);
+    app.add_option("--interval", arguments.interval, "how often to look, in seconds")
+        ->capture_default_str()
+        ->check(CLI::Range(0.01, 86400.0));
+    app.add_option("--changes", arguments.changes, "end after so many changes");
+}
+
 void DeclareText(CLI::App& app, Arguments& arguments) {
     app.add_option("TEXT", arguments.text, "text to print");
 }
@@ -63,6 +81,9 @@ const std::vector<Command>& Commands() {
         {"rekey", "encrypt with another key, or store plain", Scope::ANYWHERE, DeclareRekey, &Session::Rekey},
         {"delete", "end an item at the service; its files stay", Scope::ANYWHERE, DeclareNothing,
          &Session::Delete},
+        {"watch", "print values, and again when they change", Scope::ANYWHERE, DeclareWatch, &Session::Watch},
+        {"file", "show, encrypt or decrypt a stored file, without the service", Scope::WITHOUT_ITEM,
+         DeclareStored, &Session::StoredFile},
         {"check", "say what a creation would do, touching nothing", Scope::WITHOUT_ITEM, DeclareFile,
          &Session::CheckFiles},
         {"status", "say whether the service answers, and how fast", Scope::WITHOUT_ITEM, DeclareNothing,

@@ -21,6 +21,8 @@ struct Arguments {
     std::string file;
     std::string keyFile;
     std::string text;
+    double interval = 1;
+    unsigned changes = 0; // 0: without end
     bool plain = false;
     bool empty = false;
     bool json = false;

@@ -8,11 +8,13 @@
 #include <cmath>
 #include <cstdlib>
 #include <iterator>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
 #include "appcfg/error.h"
 #include "diagnosis.h"
+#include "encrypted_file.h"
 #include "exit_status.h"
 #include "item_file.h"
 
@@ -249,6 +251,36 @@ void Session::CheckFiles(const Arguments& arguments) {
     m_output.Found(check);
     if (!check.wouldLoad) {
         throw Unconfirmed("create " + description.handle.ToString() + " would be refused");
+    }
+}
+
+void Session::StoredFile(const Arguments& arguments) {
+    const std::string path = Unprotected(arguments.file);
+    const EncryptionKey key = ReadKeyFile(Unprotected(arguments.keyFile));
+    const std::string bytes = ReadWholeFile(path, DATA_LIMIT);
+    if (arguments.verb == "show") {
+        m_output.Text(Decrypted(bytes, key, path));
+        return;
+    }
+    ReplaceFile(path, arguments.verb == "encrypt" ? Encrypted(bytes, key) : Decrypted(bytes, key, path));
+    m_output.Done(arguments.verb + "ed " + path);
+}
+
+// The service tells of no change, so that it is asked again and again.
+void Session::Watch(const Arguments& arguments) {
+    std::vector<std::string> keys;
+    std::transform(arguments.keys.begin(), arguments.keys.end(), std::back_inserter(keys), Unprotected);
+    const Item item = Target(arguments);
+    std::vector<std::string> before;
+    for (unsigned changes = 0; arguments.changes == 0 || changes <= arguments.changes;) {
+        std::vector<std::string> values = item.GetMany(keys);
+        if (values != before) {
+            m_output.Values(keys, values);
+            before.swap(values);
+            ++changes;
+        } else {
+            std::this_thread::sleep_for(std::chrono::duration<double>(arguments.interval));
+        }
     }
 }
 

@@ -38,6 +38,8 @@ public:
     void Create(const Arguments& arguments);
     void CheckFiles(const Arguments& arguments);
     void Status(const Arguments& arguments);
+    void StoredFile(const Arguments& arguments);
+    void Watch(const Arguments& arguments);
     void Items(const Arguments& arguments);
     void Use(const Arguments& arguments);
     void Echo(const Arguments& arguments);

@@ -48,7 +48,12 @@ with appcfg.Connection() as c, c.create("package", "test", path="/usr/setting/pr
 step "an upgrade over itself, while an item is held"
 exec {shell}> >(exec appcfg shell item.json)
 until appcfg get package/test network.name >/dev/null 2>&1; do sleep 0.05; done
+appcfg watch package/test network.name --interval 0.05 --changes 1 >watched &
+watch=$!
+until [ -s watched ]; do sleep 0.05; done
 appcfg set package/test network.name=cellar
+wait $watch
+grep -x cellar watched
 dpkg -i /packages/app-cfg-mgmt-service_*.deb 2>&1 | grep -E '^(Setting|Unpacking)'
 appcfg get package/test network.name | grep -x cellar
 kill $SERVICE
