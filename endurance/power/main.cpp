@@ -111,7 +111,7 @@ private:
         item.SendSet(*m_connection);
         const int64_t number = item.GetLedger().Accepted();
         const bool isSaved = Support::Eventually([&] {
-            const Files files = item.LookAtFiles();
+            const Files files = item.Look(); // no more than written: a sync may be on its way
             return files.file == number && files.backup == number;
         });
         Require(isSaved, "not saved in time: " + item.Describe());
