@@ -27,15 +27,15 @@ void RequireWritten(AppCfgMgr& manager, AcmFileStore::Copy copy) {
 
 // The default is rewritten before the others, and may be the only good copy while one of them is torn: they
 // are made whole first.
-void RequireWholeCopies(AppCfgMgr& manager) {
+void MendCopies(AppCfgMgr& manager) {
+    if (manager.GetDefaultPath().empty()) {
+        return;
+    }
     if (manager.IsTorn(AcmFileStore::CFG)) {
         manager.Save();
     }
     if (manager.IsTorn(AcmFileStore::BACKUP)) {
         manager.Backup();
-    }
-    if (manager.IsTorn(AcmFileStore::CFG) || manager.IsTorn(AcmFileStore::BACKUP)) {
-        throw Poco::WriteFileException(manager.GetCfgPath());
     }
 }
 
@@ -48,7 +48,9 @@ void ReencryptDefault(AppCfgMgr& manager, const std::shared_ptr<AppCfgCryptoMgr>
     }
     ACM_LOG(ACM_INFO, "default file exist.need to update default file.");
     ACM_LOG(ACM_INFO, "update default file start...");
-    RequireWholeCopies(manager);
+    if (manager.IsTorn(AcmFileStore::CFG) || manager.IsTorn(AcmFileStore::BACKUP)) {
+        throw Poco::WriteFileException(manager.GetCfgPath());
+    }
     const std::shared_ptr<AppCfgMgr> clone = manager.DeepClone(defaultPath);
     clone->SetCryptoMgr(cryptoMgr);
     clone->Save();
@@ -78,8 +80,9 @@ uint16_t ChangeEncryption(AppCfgMgr& manager, const AppCfgCryptoUpdateReq& reque
         }
     }
     ACM_LOG(ACM_INFO, "create new crypto mgr done.");
-    ReencryptDefault(manager, cryptoMgr);
+    MendCopies(manager);
     manager.WithBackupHeld([&] {
+        ReencryptDefault(manager, cryptoMgr);
         manager.SetCryptoMgr(cryptoMgr);
         ACM_LOG(ACM_INFO, "cfg file update start...");
         manager.Save();
