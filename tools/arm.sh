@@ -20,7 +20,8 @@ verb_arm() {
 # Sets ACM_SYSROOT, where cmake's preset looks for it.
 make_sysroot() {
     local suite version
-    read -r -a suite < <(main_suite)
+    read -r -a suite < <(main_suite) ||
+        fail "where this machine gets its packages from is not known; let root run: apt-get update"
     version=$(sha256sum - "$SYSROOT_LIST" <<<"${suite[*]}" | sha256sum | cut -c1-16)
     export ACM_SYSROOT=$SYSROOT_CACHE/armhf-$version
     [ ! -d "$ACM_SYSROOT" ] || return 0

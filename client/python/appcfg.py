@@ -158,15 +158,13 @@ def _key_bytes(key: Optional[bytes], iv: Optional[bytes]) -> tuple[Optional[byte
     return key, iv
 
 
-class Item:
-    """One item, made by a connection. Like a dictionary of texts, but keys come and go with the document alone."""
+class _Owner:
+    """What C made for it, given back once: at the end of a with, by close() or by the collector."""
 
-    def __init__(self, connection: Connection, address: int) -> None:
-        self._connection = connection
-        self._address: Optional[int] = address
+    _address: Optional[int] = None
 
-    def __enter__(self) -> Item:
-        return self
+    def close(self) -> None:
+        raise NotImplementedError
 
     def __exit__(self, kind: Optional[Type[BaseException]], fault: Optional[BaseException],
                  trace: Optional[TracebackType]) -> None:
@@ -174,6 +172,22 @@ class Item:
 
     def __del__(self) -> None:
         self.close()
+
+    def _give_up(self, free: Callable[[int], None]) -> None:
+        address, self._address = self._address, None
+        if address is not None:
+            free(address)
+
+
+class Item(_Owner):
+    """One item, made by a connection. Like a dictionary of texts, but keys come and go with the document alone."""
+
+    def __init__(self, connection: Connection, address: int) -> None:
+        self._connection = connection
+        self._address = address
+
+    def __enter__(self) -> Item:
+        return self
 
     def __getitem__(self, key: str) -> str:
         """The value; KeyError when the document has none that can be read."""
@@ -231,15 +245,11 @@ class Item:
 
     def close(self) -> None:
         """Ends an item that was created here; what was only opened is left alone."""
-        address, self._address = self._address, None
-        if address is not None:
-            _library.appcfg_item_free(address)
+        self._give_up(_library.appcfg_item_free)
 
     def release(self) -> None:
         """Leaves the item to its connection."""
-        address, self._address = self._address, None
-        if address is not None:
-            _library.appcfg_item_release(address)
+        self._give_up(_library.appcfg_item_release)
 
     def _open(self) -> int:
         if self._address is None:
@@ -252,11 +262,10 @@ class Item:
             _raise(error)
 
 
-class Connection:
+class Connection(_Owner):
     """A connection to the service below KESTREL_ROOT or /mnt/kestrel. Seconds bound the connect and each request."""
 
     def __init__(self, timeout: float = 90.0) -> None:
-        self._address: Optional[int] = None
         self._told: Optional[object] = None
         error = _new_error()
         self._address = _library.appcfg_connect(timeout, error)
@@ -265,13 +274,6 @@ class Connection:
 
     def __enter__(self) -> Connection:
         return self
-
-    def __exit__(self, kind: Optional[Type[BaseException]], fault: Optional[BaseException],
-                 trace: Optional[TracebackType]) -> None:
-        self.close()
-
-    def __del__(self) -> None:
-        self.close()
 
     def keep_items(self, told: Optional[Callable[[str], None]] = None) -> None:
         """From now on a lost connection is made again, with the items created since; then told hears the reason."""
@@ -297,9 +299,7 @@ class Connection:
 
     def close(self) -> None:
         """Closes the connection; its items end."""
-        address, self._address = self._address, None
-        if address is not None:
-            _library.appcfg_close(address)
+        self._give_up(_library.appcfg_close)
 
     def _open(self) -> int:
         if self._address is None:

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <exception>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -173,16 +174,16 @@ bool Channel::IsClaimed(const Handle& handle, uint64_t claim) const {
 
 Reply Channel::Call(Request request, const Handle& handle, const Content& content) {
     if (!m_told) {
-        return Exchange(request, handle, content);
+        return CallOnce(request, handle, content);
     }
     try {
-        return Exchange(request, handle, content);
+        return CallOnce(request, handle, content);
     } catch (const TimeoutError&) {
         throw;
     } catch (const ConnectionError& lost) {
         ConnectAgain(lost.what());
     }
-    return Exchange(request, handle, content);
+    return CallOnce(request, handle, content);
 }
 
 // The service may take a while to be there again. In the order of their creation: one may replace another.
@@ -206,14 +207,22 @@ void Channel::ConnectAgain(const std::string& reason) {
             inOrder.emplace(claimed.number, &claimed);
         }
     }
+    std::exception_ptr refusal; // of one item: the others are made all the same
     for (const auto& [number, claimed] : inOrder) {
-        Exchange(Request::CREATE, claimed->handle,
-                 {&claimed->record.Get(), sizeof(claimed->record.Get()), nullptr});
+        try {
+            CallOnce(Request::CREATE, claimed->handle,
+                     {&claimed->record.Get(), sizeof(claimed->record.Get()), nullptr});
+        } catch (const RequestRefused&) {
+            refusal = std::current_exception();
+        }
     }
     m_told(reason);
+    if (refusal) {
+        std::rethrow_exception(refusal);
+    }
 }
 
-Reply Channel::Exchange(Request request, const Handle& handle, const Content& content) {
+Reply Channel::CallOnce(Request request, const Handle& handle, const Content& content) {
     const size_t textSize = content.text != nullptr ? content.text->size() + 1 : 0;
     if (textSize > MAX_PAYLOAD - content.size) {
         throw InvalidArgument("the data has " + std::to_string(textSize) + " bytes; a request holds 16 MiB");

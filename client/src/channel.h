@@ -53,6 +53,9 @@ public:
     // Connects, sends one request and waits for its reply. RequestRefused for a status other than 200.
     Reply Call(Request request, const Handle& handle, const Content& content);
 
+    // The same, and never makes a lost connection again.
+    Reply CallOnce(Request request, const Handle& handle, const Content& content);
+
     void Close() noexcept;
 
     // A lost connection is made again, with the items that are claimed.
@@ -73,7 +76,6 @@ private:
         SecretRecord<SystemServer::AppCfgCreateReq> record;
     };
 
-    Reply Exchange(Request request, const Handle& handle, const Content& content);
     void ConnectAgain(const std::string& reason);
     // Closes the descriptor and throws a ConnectionError: what failed, and why.
     [[noreturn]] void Fail(const std::string& what, const std::string& why);

@@ -56,7 +56,10 @@ void Item::DeleteIfOwned() noexcept {
     }
     try {
         if (channel->IsClaimed(m_handle, m_claim)) {
-            Delete();
+            // First, so that it is not made again; and with a connection that is lost it has ended already.
+            channel->Disclaim(m_handle);
+            const SystemServer::AppCfgHndl record = MakeHndl(m_handle);
+            channel->CallOnce(Request::DELETE_ITEM, m_handle, Whole(record));
         }
     } catch (const std::exception&) {
         // Another client may have deleted it, or the connection is lost and the service has.

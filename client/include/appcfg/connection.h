@@ -40,9 +40,9 @@ public:
     // up to the time-out, creates the items that this connection created since, in that order and with their
     // newest keys, calls told with the reason, and then makes its own request, once more if it had been sent.
     // A request may be made twice, then; a second delete is refused with 404. What had not been saved is
-    // lost, as without this. A creation that is refused then is thrown by the call. A call that timed out is
-    // not repeated; the next one connects anew. Told runs inside the call, and may use other connections, not
-    // this one. Nothing turns this off again.
+    // lost, as without this. When a creation is refused then, the others are made, and the call throws the
+    // refusal. A call that timed out is not repeated; the next one connects anew. Told runs inside the call,
+    // and may use other connections, not this one. Nothing turns this off again.
     using Told = std::function<void(const std::string& reason)>;
     void KeepItems(Told told);
 
