@@ -4,6 +4,8 @@
 #include <Poco/StringTokenizer.h>
 
 #include <algorithm>
+#include <pthread.h>
+#include <sched.h>
 #include <sstream>
 #include <sys/stat.h>
 
@@ -25,6 +27,14 @@ void RequireDocument(const Poco::AutoPtr<Poco::Util::AbstractConfiguration>& con
     if (config.isNull()) {
         throw Poco::NullPointerException("no document");
     }
+}
+
+// A thread that is woken would take the processor from the request that woke it, only to wait for the lock
+// that the request still holds. As a batch thread it runs when the processor is free: after a burst of sets,
+// once.
+void GiveWayToRequests() {
+    const sched_param none = {};
+    pthread_setschedparam(pthread_self(), SCHED_BATCH, &none);
 }
 
 } // namespace
@@ -306,6 +316,7 @@ void AppCfgMgr::Replace(const std::string& src, const std::string& dst) {
 }
 
 void AppCfgMgr::NotifyConfigChanged() {
+    GiveWayToRequests();
     while (!m_notifyStop) {
         const AcmLock lock(m_notifyMutex);
         m_notifyWaiting = true;
