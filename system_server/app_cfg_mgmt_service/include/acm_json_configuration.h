@@ -49,6 +49,7 @@ private:
     // What the base's setter would find along a key.
     struct SetterPath {
         bool exists = true;    // every step names something that is there
+        bool isPlain = true;   // so that a get finds the same
         uint64_t levels = 0;   // names and indexes
         uint64_t padding = 0;  // nulls that it would put in front of the named elements
         uint64_t furthest = 0; // the most nulls in one array

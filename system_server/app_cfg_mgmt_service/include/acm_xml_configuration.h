@@ -68,7 +68,7 @@ private:
     bool ReserveText(const std::string& raw, const Poco::XML::Document& fragment,
                      const Poco::XML::Node& parent);
     bool ReserveText(uint64_t growth);
-    bool FitsItsTag(const std::string& key, const std::string& value);
+    bool FitsItsTag(const Poco::XML::Node& node, const std::string& value);
     Poco::XML::Node* FindRawNode(const std::string& key);
     void MakeRoomForNames(const Poco::XML::Element* fragment);
     void Graft(Poco::XML::Node* parent, const Poco::XML::Element* fragment);

@@ -28,10 +28,12 @@ namespace {
 struct KeyStep {
     std::string name;
     std::vector<uint64_t> indexes;
+    bool isPlain = false; // a name, then indexes alone: the base's lookup reads it in the same way
 };
 
 KeyStep ReadStep(const std::string& text) {
     KeyStep step{text, {}};
+    size_t read = text.find('[');
     for (size_t open = text.find('['); open != std::string::npos; open = text.find('[', open + 1)) {
         const size_t end = text.find_first_not_of("0123456789", open + 1);
         if (end == std::string::npos || end == open + 1 || text[end] != ']') {
@@ -40,6 +42,7 @@ KeyStep ReadStep(const std::string& text) {
         if (step.indexes.empty()) {
             step.name = text.substr(0, open);
         }
+        read = open == read ? end + 1 : read;
         uint64_t index = 0;
         for (size_t at = open + 1; at < end; ++at) {
             // Held below any overflow; far beyond every bound already.
@@ -47,6 +50,7 @@ KeyStep ReadStep(const std::string& text) {
         }
         step.indexes.push_back(index);
     }
+    step.isPlain = !step.name.empty() && (read == std::string::npos || read == text.size());
     return step;
 }
 
@@ -170,7 +174,9 @@ void AcmJsonConfiguration::Save(std::ostream& stream) {
 }
 
 bool AcmJsonConfiguration::Admits(const std::string& key, const std::string& value) {
-    return IsUtf8(value) && FollowSetter(key).exists && ReserveText(EscapedBytes(value) + JsonLineBytes(0));
+    const SetterPath path = FollowSetter(key);
+    return IsUtf8(value) && path.exists && (path.isPlain || hasProperty(key)) &&
+           ReserveText(EscapedBytes(value) + JsonLineBytes(0));
 }
 
 bool AcmJsonConfiguration::ReserveText(uint64_t growth) {
@@ -193,6 +199,7 @@ AcmJsonConfiguration::SetterPath AcmJsonConfiguration::FollowSetter(const std::s
             value = index < size ? array->get(static_cast<unsigned>(index)) : Poco::Dynamic::Var();
         }
         path.levels += 1 + step.indexes.size();
+        path.isPlain = path.isPlain && step.isPlain;
         const bool isWholeDocument = step.name.empty() && !step.indexes.empty(); // to a get
         path.exists = path.exists && !value.isEmpty() && !isWholeDocument;
     }

@@ -218,13 +218,16 @@ bool AcmXmlConfiguration::ReserveText(uint64_t growth) {
 
 bool AcmXmlConfiguration::Admits(const std::string& key, const std::string& value) {
     const Node* const node = FindNode(key);
-    const uint64_t endTag = node ? XmlTagBytes(node->nodeName()) : 0; // of an element that was empty
-    return IsStorable(value) && FitsItsTag(key, value) && ReserveText(EscapedBytes(value) + endTag);
+    if (!node) {
+        return false;
+    }
+    const uint64_t endTag = XmlTagBytes(node->nodeName()); // of an element that was empty
+    return IsStorable(value) && FitsItsTag(*node, value) && ReserveText(EscapedBytes(value) + endTag);
 }
 
 // A tag with the value in its attribute must not become longer than one that can be loaded.
-bool AcmXmlConfiguration::FitsItsTag(const std::string& key, const std::string& value) {
-    const auto* const attribute = dynamic_cast<const Attr*>(FindNode(key));
+bool AcmXmlConfiguration::FitsItsTag(const Node& node, const std::string& value) {
+    const auto* const attribute = dynamic_cast<const Attr*>(&node);
     return !attribute ||
            XmlTagBytes(attribute->ownerElement()) - EscapedBytes(attribute->value()) + EscapedBytes(value) <=
                MAX_XML_MARKUP_BYTES;

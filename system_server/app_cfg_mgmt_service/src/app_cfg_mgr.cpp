@@ -111,13 +111,17 @@ bool AppCfgMgr::SetItem(const std::string& item, AcmWorkBudget& budget) {
     const size_t separator = item.find(KEY_VALUE_SEPARATOR);
     const std::string key = item.substr(0, separator);
     const std::string value = item.substr(separator + 1);
-    if (!HasValue(*m_config, key, budget)) {
-        ACM_LOG(ACM_ERROR, "query key[%s] not found.", key.c_str());
-        return false;
-    }
-    if (!Admits(key, value)) {
-        ACM_LOG(ACM_ERROR, "value of key[%s] cannot be stored.", key.c_str());
-        return false;
+    budget.SpendLookup(key);
+    // A document that admits the value has found the key; looking for it first would be done twice.
+    if (m_document == nullptr || !Admits(key, value)) {
+        if (!HasValue(*m_config, key, budget)) {
+            ACM_LOG(ACM_ERROR, "query key[%s] not found.", key.c_str());
+            return false;
+        }
+        if (!Admits(key, value)) {
+            ACM_LOG(ACM_ERROR, "value of key[%s] cannot be stored.", key.c_str());
+            return false;
+        }
     }
     m_config->setString(key, value);
     ++m_changes;
