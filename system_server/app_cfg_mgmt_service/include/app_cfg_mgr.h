@@ -154,11 +154,20 @@ protected:
 
 private:
     bool SetItem(const std::string& item, class AcmWorkBudget& budget) ACM_REQUIRES(m_documentMutex);
+    std::string MakeText(const std::string& path);
+    void RaiseChange();
+    void DropKeptText() ACM_REQUIRES(m_fileMutex);
     void RestoreFiles();
     void Reload();
     void ReplaceCopy(const std::string& source, AcmFileStore::Copy copy);
     uint32_t ChangeNumber() const;
     void NoteChange();
+
+    // What was last written, for the other copy; kept only while the event is raised.
+    std::string m_keptText ACM_GUARDED_BY(m_fileMutex);
+    uint32_t m_keptChange ACM_GUARDED_BY(m_fileMutex) = 0;
+    std::atomic<bool> m_isTextKept{false};
+    std::atomic<int> m_raising{0}; // threads that raise the event
 
     std::atomic<bool> m_abandoned{false};
     bool m_isDefaultTorn = false; // event thread only

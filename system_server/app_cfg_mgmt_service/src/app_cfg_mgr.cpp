@@ -137,7 +137,7 @@ int32_t AppCfgMgr::SetRawData(const std::string& key, const std::string& data) {
         }
         ++m_changes;
     }
-    m_configChangedEvent(this, m_cfgPath);
+    RaiseChange();
     return 0;
 }
 
@@ -209,6 +209,7 @@ void AppCfgMgr::ReplaceCopy(const std::string& source, AcmFileStore::Copy copy) 
 void AppCfgMgr::Reload() {
     const AcmLock files(m_fileMutex);
     const AcmLock document(m_documentMutex);
+    DropKeptText(); // the file that is loaded may differ from the text of this change
     try {
         if (m_cryptoMgr) {
             m_document->load(*m_cryptoMgr->GetDecryptStream());
@@ -242,13 +243,15 @@ void AppCfgMgr::SaveCfgToPath(const std::string& path) {
         return;
     }
     const uint32_t change = ChangeNumber();
-    std::ostringstream stream;
-    Save(stream);
-    if (!stream.good()) {
-        ACM_LOG(ACM_ERROR, "serialise [%s] fail. [%s] is left as it is.", m_cfgPath.c_str(), path.c_str());
-        throw Poco::OutOfMemoryException(path); // the only fault that makes a string stream bad
+    const AcmFileStore::Copy copy = path == m_cfgPath ? AcmFileStore::CFG : AcmFileStore::BACKUP;
+    {
+        const AcmLock lock(m_fileMutex);
+        if (m_isTextKept && m_keptChange == change) {
+            m_files.Write(copy, m_keptText, change);
+            return;
+        }
     }
-    std::string text = stream.str();
+    std::string text = MakeText(path);
     if (text.size() > MAX_DOCUMENT_BYTES) {
         ACM_LOG(ACM_ERROR, "[%s] is too large to be loaded again. [%s] is left as it is.", m_cfgPath.c_str(),
                 path.c_str());
@@ -260,7 +263,48 @@ void AppCfgMgr::SaveCfgToPath(const std::string& path) {
         m_cryptoMgr->Encrypt(text, cipher);
         text.swap(cipher);
     }
-    m_files.Write(path == m_cfgPath ? AcmFileStore::CFG : AcmFileStore::BACKUP, text, change);
+    m_files.Write(copy, text, change);
+    m_keptText.swap(text);
+    m_keptChange = change;
+    m_isTextKept = true;
+    if (m_raising == 0) {
+        DropKeptText();
+    }
+}
+
+std::string AppCfgMgr::MakeText(const std::string& path) {
+    std::ostringstream stream;
+    Save(stream);
+    if (!stream.good()) {
+        ACM_LOG(ACM_ERROR, "serialise [%s] fail. [%s] is left as it is.", m_cfgPath.c_str(), path.c_str());
+        throw Poco::OutOfMemoryException(path); // the only fault that makes a string stream bad
+    }
+    return stream.str();
+}
+
+// Instant strategies write the file and the backup one after the other while the event is raised: the text
+// that was made for one is kept for the other until then, and no longer. Without such a text no file lock is
+// taken here, since a delayed save may hold it for as long as the disk takes.
+void AppCfgMgr::RaiseChange() {
+    ++m_raising;
+    const auto end = [this] {
+        if (--m_raising == 0 && m_isTextKept) {
+            const AcmLock lock(m_fileMutex);
+            DropKeptText();
+        }
+    };
+    try {
+        m_configChangedEvent(this, m_cfgPath);
+    } catch (...) {
+        end();
+        throw;
+    }
+    end();
+}
+
+void AppCfgMgr::DropKeptText() {
+    std::string().swap(m_keptText);
+    m_isTextKept = false;
 }
 
 void AppCfgMgr::SyncSaveToPath(const std::string& data, const std::string& path) {
@@ -327,7 +371,7 @@ void AppCfgMgr::NotifyConfigChanged() {
         m_notifyReady.notify_all();
         while (!m_notifyQuit) {
             m_notifyCond.wait(m_notifyMutex);
-            Fence(LOG_FILE, __LINE__, [this] { m_configChangedEvent(this, m_cfgPath); });
+            Fence(LOG_FILE, __LINE__, [this] { RaiseChange(); });
         }
     }
 }
@@ -361,6 +405,7 @@ void AppCfgMgr::SetCryptoMgr(const std::shared_ptr<AppCfgCryptoMgr>& cryptoMgr) 
     {
         const AcmLock lock(m_fileMutex);
         m_cryptoMgr = cryptoMgr;
+        DropKeptText();
     }
     NoteChange(); // last: a save that ran before it used the old encryption, and must count as behind
 }
