@@ -1,6 +1,8 @@
 #ifndef ACM_JSON_CONFIGURATION_H
 #define ACM_JSON_CONFIGURATION_H
 
+#include <Poco/Dynamic/Var.h>
+#include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
 #include <Poco/Util/JSONConfiguration.h>
 
@@ -36,6 +38,9 @@ public:
     // Writes the document, indented by 2. Throws what the stream or the library throws.
     void Save(std::ostream& stream) override;
 
+    // As the base has it; see getRaw.
+    void setString(const std::string& key, const std::string& value) override;
+
     // Whether a set would store the value where a get finds it, so that the file can be loaded again: every
     // step of the key exists, the value is UTF-8, and the document does not become too long. The first is
     // checked because the base's lookup skips empty steps and indexes of what is no array, while its setter
@@ -45,14 +50,23 @@ public:
 protected:
     ~AcmJsonConfiguration() override;
 
+    // As the base has it, which compiles a regular expression for each step of each key. A plain key that
+    // exists is followed without one, through the library's own objects; any other is left to the base.
+    bool getRaw(const std::string& key, std::string& value) const override;
+
 private:
     // What the base's setter would find along a key.
     struct SetterPath {
-        bool exists = true;    // every step names something that is there
-        bool isPlain = true;   // so that a get finds the same
-        uint64_t levels = 0;   // names and indexes
-        uint64_t padding = 0;  // nulls that it would put in front of the named elements
-        uint64_t furthest = 0; // the most nulls in one array
+        bool exists = true;             // every step names something that is there
+        bool isPlain = true;            // so that a get finds the same
+        uint64_t levels = 0;            // names and indexes
+        uint64_t padding = 0;           // nulls that it would put in front of the named elements
+        uint64_t furthest = 0;          // the most nulls in one array
+        Poco::Dynamic::Var value;       // at its end, empty when that does not exist
+        Poco::JSON::Object::Ptr object; // that holds it as a member, or null
+        Poco::JSON::Array::Ptr array;   // that holds it as an element, or null
+        std::string name;               // of the member
+        unsigned index = 0;             // of the element
     };
 
     AcmJsonConfiguration(const Poco::JSON::Object::Ptr& root, const std::string& path);

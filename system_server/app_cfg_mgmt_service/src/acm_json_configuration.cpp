@@ -185,25 +185,49 @@ bool AcmJsonConfiguration::ReserveText(uint64_t growth) {
 
 AcmJsonConfiguration::SetterPath AcmJsonConfiguration::FollowSetter(const std::string& key) const {
     SetterPath path;
-    Poco::Dynamic::Var value = m_root;
+    path.value = m_root;
+    path.isPlain = !key.empty();
     for (const std::string& text : Poco::StringTokenizer(key, ".")) {
         const KeyStep step = ReadStep(text);
-        const auto object = As<Poco::JSON::Object>(value);
-        value = object.isNull() ? Poco::Dynamic::Var() : object->get(step.name);
+        path.object = As<Poco::JSON::Object>(path.value);
+        path.array = nullptr;
+        path.name = step.name;
+        path.value = path.object.isNull() ? Poco::Dynamic::Var() : path.object->get(step.name);
         for (const uint64_t index : step.indexes) {
-            const auto array = As<Poco::JSON::Array>(value);
-            const uint64_t size = array.isNull() ? 0 : array->size();
+            path.array = As<Poco::JSON::Array>(path.value);
+            path.index = static_cast<unsigned>(index);
+            const uint64_t size = path.array.isNull() ? 0 : path.array->size();
             const uint64_t beyond = index - std::min(index, size);
             path.padding += beyond;
             path.furthest = std::max(path.furthest, beyond);
-            value = index < size ? array->get(static_cast<unsigned>(index)) : Poco::Dynamic::Var();
+            path.value = index < size ? path.array->get(path.index) : Poco::Dynamic::Var();
         }
         path.levels += 1 + step.indexes.size();
         path.isPlain = path.isPlain && step.isPlain;
         const bool isWholeDocument = step.name.empty() && !step.indexes.empty(); // to a get
-        path.exists = path.exists && !value.isEmpty() && !isWholeDocument;
+        path.exists = path.exists && !path.value.isEmpty() && !isWholeDocument;
     }
     return path;
+}
+
+bool AcmJsonConfiguration::getRaw(const std::string& key, std::string& value) const {
+    const SetterPath path = FollowSetter(key);
+    if (!path.isPlain || !path.exists) {
+        return JSONConfiguration::getRaw(key, value);
+    }
+    value = path.value.convert<std::string>();
+    return true;
+}
+
+void AcmJsonConfiguration::setString(const std::string& key, const std::string& value) {
+    SetterPath path = FollowSetter(key);
+    if (!path.isPlain || !path.exists) {
+        JSONConfiguration::setString(key, value);
+    } else if (path.array.isNull()) {
+        path.object->set(path.name, value);
+    } else {
+        path.array->set(path.index, value);
+    }
 }
 
 } // namespace SystemServer
