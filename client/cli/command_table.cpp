@@ -42,6 +42,14 @@ void DeclareRaw(CLI::App& app, Arguments& arguments) {
     app.add_flag("--empty", arguments.empty, "take an empty standard input for an empty text");
 }
 
+void DeclareLoad(CLI::App& app, Arguments& arguments) {
+    app.add_option("FILE", arguments.file, "the text; - for standard input, on the command line")->required();
+}
+
+void DeclareEdit(CLI::App& app, Arguments& arguments) {
+    app.add_option("KEY", arguments.key, "key of the fragment; none for the whole document");
+}
+
 void DeclareRekey(CLI::App& app, Arguments& arguments) {
     CLI::Option* plain = app.add_flag("--plain", arguments.plain, "store plain from now on");
     CLI::Option* key = app.add_option("--key-file", arguments.keyFile, "96 hexadecimal digits: key and IV");
@@ -77,6 +85,10 @@ const std::vector<Command>& Commands() {
         {"get", "print values", Scope::ANYWHERE, DeclareKeys, &Session::Get},
         {"set", "change values", Scope::ANYWHERE, DeclarePairs, &Session::Set},
         {"raw", "print or replace a document fragment", Scope::ANYWHERE, DeclareRaw, &Session::Raw},
+        {"dump", "print the whole document, byte for byte", Scope::ANYWHERE, DeclareNothing, &Session::Dump},
+        {"load", "replace the whole document by a file", Scope::ANYWHERE, DeclareLoad, &Session::Load},
+        {"edit", "change a document, or one part of it, in $VISUAL, $EDITOR or vi", Scope::ANYWHERE,
+         DeclareEdit, &Session::Edit},
         {"restore", "bring the default file back", Scope::ANYWHERE, DeclareRestore, &Session::Restore},
         {"rekey", "encrypt with another key, or store plain", Scope::ANYWHERE, DeclareRekey, &Session::Rekey},
         {"delete", "end an item at the service; its files stay", Scope::ANYWHERE, DeclareNothing,

@@ -94,6 +94,14 @@ void Output::Text(const std::string& text) {
     m_stream.flush();
 }
 
+void Output::Bytes(const std::string& bytes) {
+    if (m_json || m_terminal || m_confirms) {
+        Text(bytes);
+    } else {
+        m_stream << bytes << std::flush;
+    }
+}
+
 void Output::Items(const std::vector<ItemLine>& items) {
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
     for (const ItemLine& item : items) {

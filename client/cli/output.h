@@ -48,6 +48,8 @@ public:
     void Values(const std::vector<std::string>& keys, const std::vector<std::string>& values);
     // The text and a line end, or a JSON string.
     void Text(const std::string& text);
+    // The bytes alone; as Text where people read, or JSON is wanted.
+    void Bytes(const std::string& bytes);
     void Items(const std::vector<ItemLine>& items);
     // What is there, and what a creation would do.
     void Found(const Check& check);

@@ -14,8 +14,10 @@
 
 #include "appcfg/error.h"
 #include "diagnosis.h"
+#include "edited_file.h"
 #include "encrypted_file.h"
 #include "exit_status.h"
+#include "fragment.h"
 #include "item_file.h"
 
 namespace appcfg::cli {
@@ -137,6 +139,47 @@ void Session::Raw(const Arguments& arguments) {
     } else {
         throw UsageError("write raw get [KEY], or raw set KEY [DATA|@FILE]");
     }
+}
+
+void Session::Dump(const Arguments& arguments) {
+    m_output.Bytes(Target(arguments).GetRaw());
+}
+
+void Session::Load(const Arguments& arguments) {
+    Item item = Target(arguments);
+    const std::string path = Unprotected(arguments.file);
+    if (path == "-" && m_data == nullptr) {
+        throw UsageError("load needs a FILE here");
+    }
+    const std::string text = path == "-" ? ReadInput(*m_data, false) : ReadWholeFile(path, DATA_LIMIT);
+    Fragment(item, "").Replace(item, text);
+    m_output.Done("loaded " + item.GetHandle().ToString());
+}
+
+// The service knows no set that depends on what is there: a change that another client makes between the
+// second look and the write is lost.
+void Session::Edit(const Arguments& arguments) {
+    Item item = Target(arguments);
+    const std::string key = Unprotected(arguments.key);
+    const std::string name = item.GetHandle().ToString() + (key.empty() ? "" : " " + key);
+    const Fragment fragment(item, key);
+    const std::string before = item.GetRaw(key);
+    EditedFile file(before, fragment.Extension());
+    const std::string after = file.Edited(DATA_LIMIT);
+    if (after == before) {
+        m_output.Done("unchanged " + name);
+        return;
+    }
+    try {
+        if (item.GetRaw(key) != before) {
+            throw Unconfirmed("edit " + name + ": another client changed it meanwhile; nothing was written");
+        }
+        fragment.Replace(item, after);
+    } catch (const std::exception&) {
+        m_messages.Tell("edit " + name + ": the edited text is kept in " + file.Keep());
+        throw;
+    }
+    m_output.Done("edited " + name);
 }
 
 std::string Session::DataOf(const Arguments& arguments) const {

@@ -32,6 +32,9 @@ public:
     void Get(const Arguments& arguments);
     void Set(const Arguments& arguments);
     void Raw(const Arguments& arguments);
+    void Dump(const Arguments& arguments);
+    void Load(const Arguments& arguments);
+    void Edit(const Arguments& arguments);
     void Restore(const Arguments& arguments);
     void Rekey(const Arguments& arguments);
     void Delete(const Arguments& arguments);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <sstream>
 
 #include "app.h"
@@ -132,6 +133,24 @@ TEST_F(TheCommandLine, EndsAShellThatLosesItsConnection) {
     });
     EXPECT_EQ(Run({"shell", WriteItem()}, "get a\necho not reached\n"), EXIT_UNREACHABLE);
     EXPECT_EQ(m_out, "created app/net/0\n");
+}
+
+TEST_F(TheCommandLine, KeepsAnEditedTextThatItCannotWrite) {
+    for (const bool isChanged : {true, false}) {
+        std::string text = R"({"a": 1})";
+        const ScriptedPeer service(m_root.Of("storage.paas.orb"), [&](const Reply& request) {
+            text += isChanged ? " " : "";
+            return request.header.method == 2 ? ReplyTo(request, 200, FragmentPayload(text.c_str()))
+                                              : ReplyTo(request, 400);
+        });
+        setenv("EDITOR", "sh -c 'stat -c %a \"$0\" >\"$0\"'", 1);
+        EXPECT_EQ(Run({"edit", "app/net"}), EXIT_REFUSED);
+        EXPECT_THAT(m_err, HasSubstr(isChanged ? "another client changed it" : "status 400"));
+        const std::string path = m_err.substr(m_err.find("kept in ") + 8);
+        std::ifstream kept(path.substr(0, path.find('\n')));
+        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), "600\n");
+        unlink(path.substr(0, path.find('\n')).c_str());
+    }
 }
 
 // A terminal in the place of standard input and output; the lines wait in it.

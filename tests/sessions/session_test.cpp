@@ -141,8 +141,10 @@ private:
     std::string OfTerminal(const std::string& command) {
         std::ostringstream shown;
         int status = 0;
-        const std::vector<std::string> words = appcfg::cli::SplitWords(command);
-        if (words[0] == "appcfg") {
+        std::vector<std::string> words = appcfg::cli::SplitWords(command);
+        if (words[0] == "EDITOR") { // of the commands that follow
+            ::setenv("EDITOR", words[1].c_str(), 1);
+        } else if (words[0] == "appcfg") {
             std::istringstream in;
             status = appcfg::cli::RunApp({words.begin() + 1, words.end()}, {in, shown, shown, false});
         } else {
@@ -172,7 +174,8 @@ std::vector<Chapter> AllChapters() {
     for (const char* page :
          {"docs/keys.md", "tests/sessions/json.md", "tests/sessions/xml.md", "tests/sessions/ini.md",
           "tests/sessions/files.md", "tests/sessions/encryption.md", "tests/sessions/command_line.md",
-          "tests/sessions/item_files.md", "tests/sessions/diagnosis.md"}) {
+          "tests/sessions/item_files.md", "tests/sessions/diagnosis.md",
+          "tests/sessions/whole_documents.md"}) {
         for (Chapter& chapter : ChaptersOf(page)) {
             chapters.push_back(std::move(chapter));
         }
