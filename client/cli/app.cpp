@@ -112,7 +112,11 @@ ExitStatus Guarded(Messages messages, const std::function<void()>& action) {
     } catch (const RequestRefused& error) {
         return report(error, EXIT_REFUSED);
     } catch (const Unconfirmed& error) {
-        return report(error, EXIT_REFUSED);
+        report(error, EXIT_REFUSED);
+        for (const std::string& reason : error.Reasons()) {
+            messages.Tell("  " + reason);
+        }
+        return EXIT_REFUSED;
     } catch (const ConnectionError& error) {
         return report(error, EXIT_UNREACHABLE);
     } catch (const Error& error) {

@@ -18,6 +18,7 @@ enum class FileState {
     MISSING,
     GOOD,
     UNLOADABLE, // malformed, another format, or another key
+    OTHER_KEY,  // of these the one that does not decrypt, where that can be seen from here
     REFUSED,    // beyond a limit, or not to be read: a creation is refused, and no file is touched
 };
 
@@ -41,8 +42,17 @@ Check CheckItem(Connection& connection, const ItemDescription& description);
 
 const char* StateName(FileState state);
 
-// The keys among these that have no value, of a get or a set that was refused.
+// "ROLE PATH: STATE".
+std::string FindingLine(const FileFinding& file);
+
+// The keys among these that have no value, of a get that was refused.
 std::vector<std::string> KeysWithoutValue(const Item& item, const std::vector<std::string>& keys);
+
+using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+// Why each of these cannot be set that cannot, as "KEY: WHY", of a set that was refused; one line that says
+// so when it cannot be told.
+std::vector<std::string> WhyNotSet(const Item& item, const Pairs& values);
 
 } // namespace appcfg::cli
 

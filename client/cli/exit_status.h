@@ -3,6 +3,9 @@
 #define APPCFG_CLI_EXIT_STATUS_H
 
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace appcfg::cli {
 
@@ -14,10 +17,17 @@ enum ExitStatus : int {
     EXIT_UNREACHABLE = 3, // no service, or the connection was lost
 };
 
-// The service accepted a request, but what it was to do is not seen to be done.
+// The service refused a request, or accepted it and what it was to do is not seen to be done.
 class Unconfirmed : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    explicit Unconfirmed(const std::string& what, std::vector<std::string> reasons = {}) :
+        std::runtime_error(what), m_reasons(std::move(reasons)) {}
+
+    // A line each, of what was found out.
+    const std::vector<std::string>& Reasons() const { return m_reasons; }
+
+private:
+    std::vector<std::string> m_reasons;
 };
 
 // What the person at the command line has to put right.

@@ -32,6 +32,13 @@ std::string NameOfRoot(const std::string& xml) {
 
 } // namespace
 
+std::optional<std::string> JsonAt(const std::string& document, const std::string& key) {
+    const Json root = Json::parse(document);
+    const Json::json_pointer pointer = PointerTo(key);
+    return root.contains(pointer) && !root.at(pointer).is_null() ? std::make_optional(root.at(pointer).dump())
+                                                                 : std::nullopt;
+}
+
 size_t LastStep(const std::string& key) {
     size_t last = 0;
     bool isSelector = false;
@@ -56,10 +63,8 @@ Fragment::Fragment(const Item& item, std::string key) : m_key(std::move(key)) {
     if (whole.front() == '<') {
         Below(NameOfRoot(whole));
     } else if (!m_key.empty()) {
-        const Json document = Json::parse(whole);
-        const Json::json_pointer pointer = PointerTo(m_key);
-        m_place = document.contains(pointer) && !document.at(pointer).is_string() ? Place::JSON_VALUE
-                                                                                  : Place::JSON_STRING;
+        const std::string value = JsonAt(whole, m_key).value_or("\"");
+        m_place = value.front() == '"' ? Place::JSON_STRING : Place::JSON_VALUE;
     }
 }
 

@@ -2,6 +2,7 @@
 #ifndef APPCFG_CLI_FRAGMENT_H
 #define APPCFG_CLI_FRAGMENT_H
 
+#include <optional>
 #include <string>
 
 #include "appcfg/item.h"
@@ -31,6 +32,9 @@ private:
     std::string m_parent; // of an XML element, for a raw set
     std::string m_name;
 };
+
+// The JSON text of a document's value; nothing when the key leads to none, or to null.
+std::optional<std::string> JsonAt(const std::string& document, const std::string& key);
 
 // Where the last step of a key begins: at its point or its bracket; 0 when it has one step.
 size_t LastStep(const std::string& key);

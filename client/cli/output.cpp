@@ -125,8 +125,7 @@ void Output::Found(const Check& check) {
     for (const FileFinding& file : check.files) {
         object["files"][file.role] = {{"path", file.path}, {"state", StateName(file.state)}};
         if (!m_json) {
-            Line(std::string(file.role) + (file.path.empty() ? "" : " " + file.path) + ": " +
-                 StateName(file.state));
+            Line(FindingLine(file));
         }
     }
     object["loads"] = check.wouldLoad;

@@ -66,23 +66,6 @@ std::string ReadInput(std::istream& input, bool mayBeEmpty) {
     return text;
 }
 
-// One key that was refused speaks for itself; of several the service does not say which.
-template <class Call>
-void TellCulprits(const Item& item, const std::vector<std::string>& keys, Call call) {
-    try {
-        call();
-    } catch (const RequestRefused& refused) {
-        if (keys.size() < 2 || refused.Status() != SystemServer::APP_CFG_STATUS_BAD_REQUEST) {
-            throw;
-        }
-        std::string culprits;
-        for (const std::string& key : KeysWithoutValue(item, keys)) {
-            culprits += (culprits.empty() ? "; no value has " : ", ") + key;
-        }
-        throw Unconfirmed(refused.what() + culprits);
-    }
-}
-
 } // namespace
 
 Session::Session(Connection connection, Output output, Messages messages, std::istream* data) :
@@ -103,23 +86,39 @@ Item Session::Target(const Arguments& arguments) const {
     return m_connection.Open(*m_current);
 }
 
+// One key that was refused speaks for itself; of several the service does not say which.
 void Session::Get(const Arguments& arguments) {
     std::vector<std::string> keys;
     std::transform(arguments.keys.begin(), arguments.keys.end(), std::back_inserter(keys), Unprotected);
     const Item item = Target(arguments);
-    TellCulprits(item, keys, [&] { m_output.Values(keys, item.GetMany(keys)); });
+    try {
+        m_output.Values(keys, item.GetMany(keys));
+    } catch (const RequestRefused& refused) {
+        if (keys.size() < 2 || refused.Status() != SystemServer::APP_CFG_STATUS_BAD_REQUEST) {
+            throw;
+        }
+        std::string culprits;
+        for (const std::string& key : KeysWithoutValue(item, keys)) {
+            culprits += (culprits.empty() ? "; no value has " : ", ") + key;
+        }
+        throw Unconfirmed(refused.what() + culprits);
+    }
 }
 
 void Session::Set(const Arguments& arguments) {
-    std::vector<std::pair<std::string, std::string>> values;
+    Pairs values;
     for (const std::string& word : arguments.keys) {
         values.push_back(SplitPair(Unprotected(word)));
     }
-    std::vector<std::string> keys;
-    std::transform(values.begin(), values.end(), std::back_inserter(keys),
-                   [](const auto& pair) { return pair.first; });
     Item item = Target(arguments);
-    TellCulprits(item, keys, [&] { item.SetMany(values); });
+    try {
+        item.SetMany(values);
+    } catch (const RequestRefused& refused) {
+        if (refused.Status() != SystemServer::APP_CFG_STATUS_BAD_REQUEST) {
+            throw;
+        }
+        throw Unconfirmed(refused.what(), WhyNotSet(item, values));
+    }
     m_output.Done("set " + std::to_string(values.size()) + (values.size() == 1 ? " value" : " values"));
 }
 
@@ -281,7 +280,15 @@ void Session::Forget(const Handle& handle) {
 
 void Session::Create(const Arguments& arguments) {
     const ItemDescription description = ReadItemFile(Unprotected(arguments.file));
-    m_connection.Create(description).Release();
+    try {
+        m_connection.Create(description).Release();
+    } catch (const RequestRefused& refused) {
+        std::vector<std::string> files;
+        for (const FileFinding& file : CheckItem(m_connection, description).files) {
+            files.push_back(FindingLine(file));
+        }
+        throw Unconfirmed(refused.what(), files);
+    }
     Forget(description.handle);
     m_held.push_back(description);
     m_current = description.handle;
