@@ -94,7 +94,7 @@ ExitStatus RunShell(const CommandLine& line, const Streams& streams) {
 ExitStatus RunCommand(const CommandLine& line, const Streams& streams) {
     return Guarded(MessagesOf(streams), [&] {
         Session session(line.MakeConnection(), Output(streams.out, streams.outTerminal, false),
-                        MessagesOf(streams), &streams.in);
+                        MessagesOf(streams), &streams.in, streams.terminal);
         session.Run(*line.command, line.arguments, false);
     });
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "item_file.h"
 #include "session.h"
 
 namespace appcfg::cli {
@@ -66,6 +67,18 @@ void DeclareStored(CLI::App& app, Arguments& arguments) {
     app.add_option("--key-file", arguments.keyFile, "96 hexadecimal digits: key and IV")->required();
 }
 
+void DeclareInit(CLI::App& app, Arguments& arguments) {
+    app.add_option("ITEM.json", arguments.file, "where to write; NAME.json if not given");
+    arguments.members.resize(ItemMembers().size());
+    for (size_t i = 0; i < ItemMembers().size(); ++i) {
+        const ItemMember& member = ItemMembers()[i];
+        app.add_option(member.flag, arguments.members[i],
+                       std::string("\"") + member.name + "\": " + member.meaning)
+            ->type_name(member.type);
+    }
+    app.add_flag("--force", arguments.force, "replace the file if it is there");
+}
+
 void DeclareWatch(CLI::App& app, Arguments& arguments) {
     DeclareKeys(app, arguments);
     app.add_option("--interval", arguments.interval, "how often to look, in seconds")
@@ -98,6 +111,8 @@ const std::vector<Command>& Commands() {
          DeclareStored, &Session::StoredFile},
         {"check", "say what a creation would do, touching nothing", Scope::WITHOUT_ITEM, DeclareFile,
          &Session::CheckFiles},
+        {"init", "write an item file, of options or by asking", Scope::WITHOUT_ITEM, DeclareInit,
+         &Session::Init},
         {"status", "say whether the service answers, and how fast", Scope::WITHOUT_ITEM, DeclareNothing,
          &Session::Status},
         {"create", "create an item and make it the current one", Scope::SHELL_ONLY, DeclareFile,

@@ -21,10 +21,12 @@ struct Arguments {
     std::string file;
     std::string keyFile;
     std::string text;
+    std::vector<std::string> members; // of an item file, in their order
     double interval = 1;
     unsigned changes = 0; // 0: without end
     bool plain = false;
     bool empty = false;
+    bool force = false;
     bool json = false;
 };
 

@@ -2,13 +2,8 @@
 
 #include <openssl/evp.h>
 
-#include <cerrno>
-#include <cstdlib>
 #include <memory>
 #include <new>
-#include <sys/stat.h>
-#include <system_error>
-#include <unistd.h>
 
 #include "exit_status.h"
 
@@ -38,10 +33,6 @@ bool Ciphers(bool encrypts, const std::string& from, const EncryptionKey& key, s
     return true;
 }
 
-[[noreturn]] void ThrowErrno(const std::string& path) {
-    throw UsageError(path + ": " + std::generic_category().message(errno));
-}
-
 } // namespace
 
 std::string Encrypted(const std::string& text, const EncryptionKey& key) {
@@ -58,27 +49,6 @@ std::string Decrypted(const std::string& bytes, const EncryptionKey& key, const 
         throw UsageError(path + ": not in this key, or cut");
     }
     return text;
-}
-
-void ReplaceFile(const std::string& path, const std::string& bytes) {
-    struct stat status {};
-    std::string beside = path + ".XXXXXX";
-    const int fd = stat(path.c_str(), &status) == 0 ? mkstemp(beside.data()) : -1;
-    if (fd < 0) {
-        ThrowErrno(path);
-    }
-    const bool isWritten = write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()) &&
-                           fchmod(fd, status.st_mode & 07777) == 0 &&
-                           fchown(fd, status.st_uid, status.st_gid) == 0 && fsync(fd) == 0;
-    const int error = errno;
-    close(fd);
-    errno = error;
-    if (!isWritten || rename(beside.c_str(), path.c_str()) != 0) {
-        const int reason = errno;
-        unlink(beside.c_str());
-        errno = reason;
-        ThrowErrno(path);
-    }
 }
 
 } // namespace appcfg::cli

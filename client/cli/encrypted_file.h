@@ -14,9 +14,6 @@ std::string Encrypted(const std::string& text, const EncryptionKey& key);
 // 256 yields rubbish instead: there is nothing in the file to tell.
 std::string Decrypted(const std::string& bytes, const EncryptionKey& key, const std::string& path);
 
-// Puts the bytes in place of the file at once, with the mode and owner that it has: a crash leaves either.
-void ReplaceFile(const std::string& path, const std::string& bytes);
-
 } // namespace appcfg::cli
 
 #endif

@@ -102,10 +102,20 @@ public:
         }
     }
 
-    void AllowOnly(std::initializer_list<const char*> names) const {
+    // Names of the table, below "outer." or at the top.
+    void AllowKnown(const std::string& outer = "") const {
+        std::string known;
+        for (const ItemMember& member : ItemMembers()) {
+            known += known.empty() ? member.name : std::string(", ") + member.name;
+        }
         for (const auto& member : m_object.items()) {
-            if (std::find(names.begin(), names.end(), member.key()) == names.end()) {
-                Refuse("unknown member \"" + member.key() + "\"");
+            const bool isKnown =
+                std::any_of(ItemMembers().begin(), ItemMembers().end(), [&](const ItemMember& allowed) {
+                    const std::string name = outer + member.key();
+                    return name == allowed.name || std::string(allowed.name).rfind(name + ".", 0) == 0;
+                });
+            if (!isKnown) {
+                Refuse("unknown member \"" + member.key() + "\"; known are " + known);
             }
         }
     }
@@ -181,7 +191,7 @@ std::string BesideFile(const std::string& file, const std::string& path) {
 
 EncryptionKey ReadEncryption(const Json& value, const std::string& path) {
     const Members members(value, path + ": \"encryption\"");
-    members.AllowOnly({"keyFile"});
+    members.AllowKnown("encryption.");
     return ReadKeyFile(BesideFile(path, members.Text("keyFile")));
 }
 
@@ -191,6 +201,24 @@ Handle ReadHandle(const Members& members) {
     } catch (const InvalidArgument& error) {
         members.Refuse(error.what());
     }
+}
+
+ItemDescription Describe(const std::string& text, const std::string& path) {
+    const Json root = ParseStrictly(text, path);
+    const Members members(root, path);
+    members.AllowKnown();
+    ItemDescription item{ReadHandle(members)};
+    item.storage = members.Choice("storage", members.Text("storage"), STORAGES);
+    item.path = members.Text("path");
+    item.backupPath = members.TextOr("backup", "");
+    item.defaultPath = members.TextOr("default", "");
+    item.saveStrategy = members.Choice("save", members.TextOr("save", "instant"), SAVES);
+    item.backupStrategy =
+        members.Choice("backupStrategy", members.TextOr("backupStrategy", "instant"), BACKUPS);
+    if (members.Has("encryption")) {
+        item.encryption = ReadEncryption(members.At("encryption"), path);
+    }
+    return item;
 }
 
 } // namespace
@@ -217,23 +245,66 @@ EncryptionKey ReadKeyFile(const std::string& path) {
     }
 }
 
-ItemDescription ReadItemFile(const std::string& path) {
-    const Json root = ParseStrictly(ReadWholeFile(path, ITEM_FILE_LIMIT), path);
-    const Members members(root, path);
-    members.AllowOnly(
-        {"handle", "storage", "path", "backup", "default", "save", "backupStrategy", "encryption"});
-    ItemDescription item{ReadHandle(members)};
-    item.storage = members.Choice("storage", members.Text("storage"), STORAGES);
-    item.path = members.Text("path");
-    item.backupPath = members.TextOr("backup", "");
-    item.defaultPath = members.TextOr("default", "");
-    item.saveStrategy = members.Choice("save", members.TextOr("save", "instant"), SAVES);
-    item.backupStrategy =
-        members.Choice("backupStrategy", members.TextOr("backupStrategy", "instant"), BACKUPS);
-    if (members.Has("encryption")) {
-        item.encryption = ReadEncryption(members.At("encryption"), path);
+void ReplaceFile(const std::string& path, const std::string& bytes) {
+    struct stat status {};
+    const bool isThere = stat(path.c_str(), &status) == 0;
+    const mode_t mask = umask(0);
+    umask(mask);
+    std::string beside = path + ".XXXXXX";
+    const int fd = mkstemp(beside.data());
+    if (fd < 0) {
+        ThrowErrno(path);
     }
-    return item;
+    const bool isWritten = write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()) &&
+                           fchmod(fd, isThere ? status.st_mode & 07777 : 0666 & ~mask) == 0 &&
+                           (!isThere || fchown(fd, status.st_uid, status.st_gid) == 0) && fsync(fd) == 0;
+    const int error = errno;
+    close(fd);
+    errno = error;
+    if (!isWritten || rename(beside.c_str(), path.c_str()) != 0) {
+        const int reason = errno;
+        unlink(beside.c_str());
+        errno = reason;
+        ThrowErrno(path);
+    }
+}
+
+const std::vector<ItemMember>& ItemMembers() {
+    static const std::vector<ItemMember> members = {
+        {"handle", "--handle", "OWNER/NAME", "owner/name or owner/name/index", true},
+        {"storage", "--storage", "{json,xml,ini}", "format of the file", true},
+        {"path", "--path", "PATH", "the file, as the service finds it", true},
+        {"backup", "--backup", "PATH", "its copy, from which it comes back", false},
+        {"default", "--default", "PATH", "what it is made from when it is missing", false},
+        {"save", "--save", "{instant,delay,timing,none}", "when the file is written; instant if not given",
+         false},
+        {"backupStrategy", "--backup-strategy", "{instant,delay,timing,none}",
+         "when the backup is written; instant if not given", false},
+        {"encryption.keyFile", "--key-file", "FILE", "96 hexadecimal digits; beside the item file", false},
+    };
+    return members;
+}
+
+void WriteItemFile(const std::string& path, const std::vector<std::string>& values, bool replaces) {
+    struct stat status {};
+    if (!replaces && lstat(path.c_str(), &status) == 0) {
+        throw UsageError(path + " is there already; --force replaces it");
+    }
+    nlohmann::ordered_json item = nlohmann::ordered_json::object();
+    for (size_t i = 0; i < values.size(); ++i) {
+        if (!values[i].empty()) {
+            std::string pointer = std::string("/") + ItemMembers()[i].name;
+            std::replace(pointer.begin(), pointer.end(), '.', '/');
+            item[nlohmann::ordered_json::json_pointer(pointer)] = values[i];
+        }
+    }
+    const std::string text = item.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    Describe(text, path);
+    ReplaceFile(path, text);
+}
+
+ItemDescription ReadItemFile(const std::string& path) {
+    return Describe(ReadWholeFile(path, ITEM_FILE_LIMIT), path);
 }
 
 const char* StorageName(ConfigStorageType storage) {

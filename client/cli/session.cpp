@@ -68,8 +68,8 @@ std::string ReadInput(std::istream& input, bool mayBeEmpty) {
 
 } // namespace
 
-Session::Session(Connection connection, Output output, Messages messages, std::istream* data) :
-    m_output(output), m_messages(messages), m_data(data), m_connection(std::move(connection)) {}
+Session::Session(Connection connection, Output output, Messages messages, std::istream* data, bool asks) :
+    m_output(output), m_messages(messages), m_data(data), m_asks(asks), m_connection(std::move(connection)) {}
 
 void Session::Run(const Command& command, const Arguments& arguments, bool json) {
     m_output.UseJson(json || arguments.json);
@@ -302,6 +302,37 @@ void Session::CheckFiles(const Arguments& arguments) {
     if (!check.wouldLoad) {
         throw Unconfirmed("create " + description.handle.ToString() + " would be refused");
     }
+}
+
+// The members that were not given; an empty line leaves one out.
+void Session::AskFor(std::vector<std::string>& members) {
+    for (size_t i = 0; i < members.size(); ++i) {
+        const ItemMember& member = ItemMembers()[i];
+        if (members[i].empty()) {
+            m_messages.Print(std::string(member.name) + " (" + member.meaning +
+                             (member.type[0] == '{' ? std::string(": ") + member.type : "") +
+                             (member.required ? "): " : "; may be empty): "));
+            std::getline(*m_data, members[i]);
+        }
+    }
+}
+
+void Session::Init(const Arguments& arguments) {
+    std::vector<std::string> members;
+    bool isWhole = true;
+    for (size_t i = 0; i < arguments.members.size(); ++i) {
+        members.push_back(Unprotected(arguments.members[i]));
+        isWhole = isWhole && (!ItemMembers()[i].required || !members[i].empty());
+    }
+    if (!isWhole && m_asks) {
+        AskFor(members);
+    }
+    std::string path = Unprotected(arguments.file);
+    if (path.empty()) {
+        path = members[0].empty() ? "item.json" : Handle::Parse(members[0]).Name() + ".json";
+    }
+    WriteItemFile(path, members, arguments.force);
+    m_output.Text(path);
 }
 
 void Session::StoredFile(const Arguments& arguments) {

@@ -18,8 +18,8 @@ namespace appcfg::cli {
 class Session {
 public:
     // Connects with the first request, or by Connect. `data`, if not null, is where a raw set reads data that
-    // it was not given.
-    Session(Connection connection, Output output, Messages messages, std::istream* data);
+    // it was not given; `asks`: a person types there.
+    Session(Connection connection, Output output, Messages messages, std::istream* data, bool asks);
 
     void Connect() { m_connection.Connect(); }
 
@@ -41,6 +41,7 @@ public:
     void Create(const Arguments& arguments);
     void CheckFiles(const Arguments& arguments);
     void Status(const Arguments& arguments);
+    void Init(const Arguments& arguments);
     void StoredFile(const Arguments& arguments);
     void Watch(const Arguments& arguments);
     void Items(const Arguments& arguments);
@@ -52,6 +53,7 @@ public:
 private:
     Item Target(const Arguments& arguments) const;
     std::string DataOf(const Arguments& arguments) const;
+    void AskFor(std::vector<std::string>& members);
     bool IsGone(const Handle& handle) const;
     std::optional<ItemDescription> DescriptionOf(const Handle& handle, const Arguments& arguments) const;
     std::optional<std::string> ReadDefault(ItemDescription description);
@@ -60,6 +62,7 @@ private:
     Output m_output;
     Messages m_messages;
     std::istream* m_data;
+    bool m_asks;
     Connection m_connection;
     std::vector<ItemDescription> m_held; // created here; the service ends them when the connection closes
     std::optional<Handle> m_current;

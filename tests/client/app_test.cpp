@@ -135,6 +135,15 @@ TEST_F(TheCommandLine, EndsAShellThatLosesItsConnection) {
     EXPECT_EQ(m_out, "created app/net/0\n");
 }
 
+TEST_F(TheCommandLine, AsksAPersonForWhatAnItemFileLacks) {
+    std::stringstream typed("json\n/p\n\n\ndelay\n");
+    std::stringstream out;
+    EXPECT_EQ(RunApp({"init", m_root.Of("i.json"), "--handle", "a/b"}, {typed, out, out, true}), EXIT_DONE);
+    EXPECT_THAT(out.str(), HasSubstr("storage (format of the file: {json,xml,ini}): path (the file"));
+    EXPECT_EQ(Run({"shell", m_root.Of("i.json")}), EXIT_DONE);
+    EXPECT_EQ(m_service.Requests().back().payload[80], 2); // delay
+}
+
 TEST_F(TheCommandLine, KeepsAnEditedTextThatItCannotWrite) {
     for (const bool isChanged : {true, false}) {
         std::string text = R"({"a": 1})";
