@@ -4,6 +4,9 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 
+#include "appcfg/value.h"
+#include "command_table.h"
+
 namespace appcfg::cli {
 namespace {
 
@@ -145,6 +148,33 @@ void Output::Found(const Check& check) {
         for (const std::string& line : check.lost) {
             Line("- " + line);
         }
+    }
+    m_stream.flush();
+}
+
+void Output::Answer(const std::string& root, double milliseconds) {
+    if (m_json) {
+        JsonLine(nlohmann::ordered_json{{"root", root}, {"milliseconds", milliseconds}});
+    } else {
+        Line("the service at " + root + " answers after " + FormatValue(milliseconds) + " ms");
+    }
+    m_stream.flush();
+}
+
+void Output::Help() {
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const Command& command : Commands()) {
+        if (m_json) {
+            list.push_back({{"command", command.name}, {"summary", command.summary}});
+        } else {
+            Line("  " + std::string(command.name) + std::string(10 - std::string(command.name).size(), ' ') +
+                 command.summary);
+        }
+    }
+    if (m_json) {
+        JsonLine(list);
+    } else {
+        Line("COMMAND --help says more. Words are split at blanks; quote with '...' or \"...\".");
     }
     m_stream.flush();
 }

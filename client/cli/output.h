@@ -53,10 +53,13 @@ public:
     void Items(const std::vector<ItemLine>& items);
     // What is there, and what a creation would do.
     void Found(const Check& check);
+    // That the service at this root answers, after so long.
+    void Answer(const std::string& root, double milliseconds);
+    // The commands.
+    void Help();
     // One line that says what was done; nothing when results alone are wanted.
     void Done(const std::string& what);
 
-    std::ostream& Stream() { return m_stream; }
     // False once something could not be written.
     bool Good() const { return m_stream.good(); }
 

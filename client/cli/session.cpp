@@ -371,8 +371,7 @@ void Session::Status(const Arguments&) {
     IsGone(Handle("appcfg", "status", static_cast<uint32_t>(getpid())));
     const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
     const char* const root = std::getenv("KESTREL_ROOT");
-    m_output.Text("the service at " + std::string(root == nullptr ? "/mnt/kestrel" : root) +
-                  " answers after " + FormatValue(std::ceil(took.count() * 10) / 10) + " ms");
+    m_output.Answer(root == nullptr ? "/mnt/kestrel" : root, std::ceil(took.count() * 10) / 10);
 }
 
 // Any client may have deleted it, or created it anew and ended it.
@@ -403,12 +402,7 @@ void Session::Echo(const Arguments& arguments) {
 }
 
 void Session::Help(const Arguments&) {
-    for (const Command& command : Commands()) {
-        m_output.Stream() << "  " << command.name << std::string(10 - std::string(command.name).size(), ' ')
-                          << command.summary << '\n';
-    }
-    m_output.Stream() << "COMMAND --help says more. Words are split at blanks; quote with '...' or \"...\".\n"
-                      << std::flush;
+    m_output.Help();
 }
 
 void Session::Quit(const Arguments&) {
