@@ -6,16 +6,12 @@
 #include "appcfg/error.h"
 #include "command_table.h"
 #include "line_source.h"
+#include "manual.h"
 #include "session.h"
 #include "shell.h"
 
 namespace appcfg::cli {
 namespace {
-
-constexpr char DESCRIPTION[] = "Reads and changes configuration items of the storage service.\n"
-                               "HANDLE is owner/name or owner/name/index.";
-constexpr char FOOTER[] =
-    "Exit status: 0 done, 1 refused by the service, 2 wrong usage, 3 no service, no reply, or none in time.";
 
 // The parser, what it fills in, and which command was chosen. Lives for one run.
 struct CommandLine {
@@ -28,8 +24,9 @@ struct CommandLine {
     const Command* command = nullptr;
 
     CommandLine() {
-        app.footer(FOOTER);
+        app.footer(Footer());
         app.set_version_flag("--version", "appcfg " APPCFG_VERSION);
+        app.add_flag_callback("--man", [this] { throw CLI::CallForVersion(ManualPage(app), 0); })->group("");
         app.require_subcommand(1);
         app.fallthrough();
         app.add_option("--root", root, "the framework's root directory (default: KESTREL_ROOT)")

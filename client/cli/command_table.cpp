@@ -14,12 +14,13 @@ constexpr char PROTECTION = '\x01';
 void DeclareNothing(CLI::App&, Arguments&) {}
 
 void DeclareFile(CLI::App& app, Arguments& arguments) {
-    app.add_option("FILE", arguments.file, "item file (JSON)")->required();
+    app.add_option("ITEM.json", arguments.file, "item file")->required();
 }
 
 void DeclareRestore(CLI::App& app, Arguments& arguments) {
     app.add_option("--item", arguments.file,
-                   "item file (JSON): compare with the default that it names; a shell knows its own items");
+                   "item file: compare with the default that it names; a shell knows its own items")
+        ->type_name("ITEM.json");
 }
 
 void DeclareHandle(CLI::App& app, Arguments& arguments) {
@@ -35,7 +36,7 @@ void DeclarePairs(CLI::App& app, Arguments& arguments) {
 }
 
 void DeclareRaw(CLI::App& app, Arguments& arguments) {
-    app.add_option("VERB", arguments.verb, "get or set")->required();
+    app.add_option("VERB", arguments.verb, "get or set")->type_name("{get,set}")->required();
     app.add_option("KEY", arguments.key, "key of the fragment; '' or none for the whole document");
     app.add_option("DATA", arguments.data,
                    "for set: the text, or @FILE (@@... for text that begins with @); without it standard "
@@ -53,7 +54,8 @@ void DeclareEdit(CLI::App& app, Arguments& arguments) {
 
 void DeclareRekey(CLI::App& app, Arguments& arguments) {
     CLI::Option* plain = app.add_flag("--plain", arguments.plain, "store plain from now on");
-    CLI::Option* key = app.add_option("--key-file", arguments.keyFile, "96 hexadecimal digits: key and IV");
+    CLI::Option* key = app.add_option("--key-file", arguments.keyFile, "96 hexadecimal digits: key and IV")
+                           ->type_name("FILE");
     plain->excludes(key);
 }
 
@@ -64,7 +66,9 @@ void DeclareStored(CLI::App& app, Arguments& arguments) {
     app.add_option("FILE", arguments.file,
                    "a file of an encrypted item; better a copy while the item is held")
         ->required();
-    app.add_option("--key-file", arguments.keyFile, "96 hexadecimal digits: key and IV")->required();
+    app.add_option("--key-file", arguments.keyFile, "96 hexadecimal digits: key and IV")
+        ->type_name("FILE")
+        ->required();
 }
 
 void DeclareInit(CLI::App& app, Arguments& arguments) {
@@ -82,9 +86,10 @@ void DeclareInit(CLI::App& app, Arguments& arguments) {
 void DeclareWatch(CLI::App& app, Arguments& arguments) {
     DeclareKeys(app, arguments);
     app.add_option("--interval", arguments.interval, "how often to look, in seconds")
+        ->type_name("SECONDS")
         ->capture_default_str()
         ->check(CLI::Range(0.01, 86400.0));
-    app.add_option("--changes", arguments.changes, "end after so many changes");
+    app.add_option("--changes", arguments.changes, "end after so many changes")->type_name("COUNT");
 }
 
 void DeclareText(CLI::App& app, Arguments& arguments) {

@@ -276,10 +276,10 @@ const std::vector<ItemMember>& ItemMembers() {
         {"path", "--path", "PATH", "the file, as the service finds it", true},
         {"backup", "--backup", "PATH", "its copy, from which it comes back", false},
         {"default", "--default", "PATH", "what it is made from when it is missing", false},
-        {"save", "--save", "{instant,delay,timing,none}", "when the file is written; instant if not given",
+        {"save", "--save", "{instant,delay,timing,none}", "when the file is written, instant if not given",
          false},
         {"backupStrategy", "--backup-strategy", "{instant,delay,timing,none}",
-         "when the backup is written; instant if not given", false},
+         "when the backup is written, instant if not given", false},
         {"encryption.keyFile", "--key-file", "FILE", "96 hexadecimal digits; beside the item file", false},
     };
     return members;

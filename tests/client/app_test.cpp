@@ -117,6 +117,8 @@ TEST_F(TheCommandLine, EndsAShellWithTheWorstOfItsResults) {
     }
     EXPECT_EQ(Run({"--help"}), EXIT_DONE);
     EXPECT_THAT(m_out, HasSubstr("Exit status: 0 done"));
+    EXPECT_EQ(Run({"--man"}), EXIT_DONE);
+    EXPECT_THAT(m_out, HasSubstr("\n.B raw HANDLE VERB [KEY] [DATA]\nprint or replace a"));
     EXPECT_EQ(Run({"status", "--json"}), EXIT_DONE);
     EXPECT_THAT(m_out, HasSubstr("\",\"milliseconds\":"));
 }
