@@ -5,6 +5,7 @@
 
 #include "appcfg/error.h"
 #include "command_table.h"
+#include "completion.h"
 #include "line_source.h"
 #include "manual.h"
 #include "session.h"
@@ -96,6 +97,26 @@ ExitStatus RunCommand(const CommandLine& line, const Streams& streams) {
     });
 }
 
+// For the shells' completion, which shows no message and does not wait.
+ExitStatus RunCompletion(const CommandLine& line, const std::vector<std::string>& words, std::ostream& out) {
+    constexpr std::chrono::milliseconds PATIENCE(300);
+    const auto root = std::find(words.begin(), words.end(), "--root");
+    if (root != words.end() && root + 1 != words.end()) {
+        SetRoot(root[1]);
+    }
+    Connection connection = Connection::Deferred(PATIENCE);
+    try {
+        for (const std::string& word : Completions(line.app, words, [&](const auto& handle) {
+                 return connection.Open(Handle::Parse(handle.value_or("")));
+             })) {
+            out << word << '\n';
+        }
+    } catch (const std::exception&) {
+        return EXIT_REFUSED;
+    }
+    return EXIT_DONE;
+}
+
 } // namespace
 
 ExitStatus Guarded(Messages messages, const std::function<void()>& action) {
@@ -125,6 +146,9 @@ ExitStatus Guarded(Messages messages, const std::function<void()>& action) {
 
 ExitStatus RunApp(const std::vector<std::string>& words, const Streams& streams) {
     CommandLine line;
+    if (words.size() > 1 && words.front() == "--complete") {
+        return RunCompletion(line, {words.begin() + 1, words.end()}, streams.out);
+    }
     try {
         ParseWords(line.app, words);
     } catch (const CLI::ParseError& error) {

@@ -11,7 +11,6 @@
 #include <unistd.h>
 #include <utility>
 
-#include "command_table.h"
 #include "exit_status.h"
 
 namespace appcfg::cli {
@@ -27,25 +26,26 @@ private:
     std::istream& m_stream;
 };
 
+// The editing library's functions have no context: who completes, and what was found.
+LineSource::Completer g_completer;
+std::vector<std::string> g_found;
+
 // The editing library asks for one match a call, from state 0 on, and frees what it gets.
-char* NextMatch(const char* begin, int state) {
-    static size_t next = 0;
-    if (state == 0) {
-        next = 0;
-    }
-    const auto& commands = Commands();
-    while (next < commands.size()) {
-        const char* name = commands[next++].name;
-        if (std::strncmp(name, begin, std::strlen(begin)) == 0) {
-            return strdup(name);
-        }
-    }
-    return nullptr;
+char* NextMatch(const char*, int state) {
+    const auto index = static_cast<size_t>(state);
+    return index < g_found.size() ? strdup(g_found[index].c_str()) : nullptr;
 }
 
-// Command names at the start of a line; elsewhere the library's own completion of file names.
-char** Complete(const char* text, int start, int) {
-    return start == 0 ? rl_completion_matches(text, NextMatch) : nullptr;
+// Without a match the library completes names of files.
+char** Complete(const char* text, int, int end) {
+    try {
+        g_found = g_completer(std::string(rl_line_buffer, static_cast<size_t>(end)));
+    } catch (const std::exception&) {
+        g_found.clear(); // the line's command will say why
+    }
+    const bool leadsOn = g_found.size() == 1 && std::strchr("/.=[", g_found.front().back()) != nullptr;
+    rl_completion_append_character = leadsOn ? '\0' : ' ';
+    return rl_completion_matches(text, NextMatch);
 }
 
 // The editing library drops characters that its locale does not know, and looks at it when it starts.
@@ -106,7 +106,14 @@ public:
         rl_getc_function = ReadCharacter;
         using_history();
         rl_attempted_completion_function = Complete;
+        static char wordBreaks[] = " \t";
+        rl_completer_word_break_characters = wordBreaks;
     }
+    ~PromptSource() override { g_completer = nullptr; }
+    PromptSource(const PromptSource&) = delete;
+    PromptSource& operator=(const PromptSource&) = delete;
+
+    void Use(const Completer& completer) override { g_completer = completer; }
 
     bool Next(std::string& line) override {
         g_isDamaged = false;

@@ -79,7 +79,7 @@ std::string Synopsis(const std::string& name, const CLI::App& app) {
 void PrintOptions(std::ostream& out, const CLI::App& app) {
     for (const CLI::Option* option : app.get_options()) {
         const std::string type =
-            option->get_type_size() == 0 || option->get_positional()
+            option->get_items_expected_max() == 0 || option->get_positional()
                 ? ""
                 : " " + option->get_type_name().substr(0, option->get_type_name().find(':'));
         const std::string name =

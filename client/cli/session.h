@@ -29,6 +29,9 @@ public:
     bool Quitting() const { return m_quitting; }
     bool OutputGood() const { return m_output.Good(); }
 
+    // The item that the arguments name, or the current one.
+    Item Target(const Arguments& arguments) const;
+
     void Get(const Arguments& arguments);
     void Set(const Arguments& arguments);
     void Raw(const Arguments& arguments);
@@ -51,7 +54,6 @@ public:
     void Quit(const Arguments& arguments);
 
 private:
-    Item Target(const Arguments& arguments) const;
     std::string DataOf(const Arguments& arguments) const;
     void AskFor(std::vector<std::string>& members);
     bool IsGone(const Handle& handle) const;

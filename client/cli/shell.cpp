@@ -1,5 +1,6 @@
 #include "shell.h"
 
+#include "completion.h"
 #include "split_words.h"
 
 namespace appcfg::cli {
@@ -24,6 +25,7 @@ ExitStatus Shell::Run(const std::vector<std::string>& itemFiles, LineSource& lin
         }
     }
     m_session.Connect();
+    lines.Use([this](const std::string& line) { return Complete(line); });
     ExitStatus result = EXIT_DONE;
     ExitStatus status = EXIT_DONE;
     while (!m_session.Quitting() && m_session.OutputGood() && RunNext(lines, status)) {
@@ -33,6 +35,20 @@ ExitStatus Shell::Run(const std::vector<std::string>& itemFiles, LineSource& lin
         result = Combined(result, status);
     }
     return result;
+}
+
+std::vector<std::string> Shell::Complete(const std::string& line) {
+    CLI::App app;
+    Arguments arguments;
+    app.add_flag("--json", arguments.json);
+    for (const Command& command : Commands()) {
+        command.declare(*app.add_subcommand(command.name), arguments);
+    }
+    std::vector<std::string> words = SplitWords(line);
+    if (words.empty() || line.back() == ' ') {
+        words.emplace_back();
+    }
+    return Completions(app, words, [this](const auto&) { return m_session.Target({}); });
 }
 
 bool Shell::RunNext(LineSource& lines, ExitStatus& status) {

@@ -29,6 +29,7 @@ private:
     ExitStatus RunWords(const std::vector<std::string>& words);
     // Runs the next line; false when there is none.
     bool RunNext(LineSource& lines, ExitStatus& status);
+    std::vector<std::string> Complete(const std::string& line);
     void Parse(const Command& command, const std::vector<std::string>& words, Arguments& arguments);
 
     std::ostream& m_out;

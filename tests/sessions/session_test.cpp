@@ -175,7 +175,7 @@ std::vector<Chapter> AllChapters() {
          {"docs/keys.md", "tests/sessions/json.md", "tests/sessions/xml.md", "tests/sessions/ini.md",
           "tests/sessions/files.md", "tests/sessions/encryption.md", "tests/sessions/command_line.md",
           "tests/sessions/item_files.md", "tests/sessions/diagnosis.md", "tests/sessions/whole_documents.md",
-          "tests/sessions/init.md"}) {
+          "tests/sessions/init.md", "tests/sessions/completion.md"}) {
         for (Chapter& chapter : ChaptersOf(page)) {
             chapters.push_back(std::move(chapter));
         }
