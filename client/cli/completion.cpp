@@ -24,7 +24,7 @@ struct Awaited {
     const CLI::App* app;
     const CLI::App* command = nullptr;
     const CLI::Option* value = nullptr; // of an option
-    bool isLost = false; // there is no such command
+    bool isLost = false;                // there is no such command
     size_t positionals = 0;
     std::optional<std::string> handle{};
 

@@ -31,7 +31,8 @@ int main(int argc, char** argv) {
     std::ios::sync_with_stdio(false);
     try {
         const std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);
-        return appcfg::cli::RunApp(words, {std::cin, std::cout, std::cerr, isatty(STDIN_FILENO) == 1,
+        return appcfg::cli::RunApp(words, {std::cin, std::cout, std::cerr,
+                                           isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1,
                                            isatty(STDOUT_FILENO) == 1, isatty(STDERR_FILENO) == 1});
     } catch (const std::exception& error) {
         std::fprintf(stderr, "appcfg: %s\n", error.what());

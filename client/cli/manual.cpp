@@ -25,11 +25,16 @@ constexpr Entry STATUSES[] = {{"0", "done"},
 constexpr Entry ENVIRONMENT[] = {
     {"KESTREL_ROOT", "the framework's root directory, if --root does not say it; else /mnt/kestrel"},
     {"VISUAL, EDITOR", "the editor of edit, with its options; else vi"},
+    {"XDG_STATE_HOME", "where the history is kept; else ~/.local/state"},
+    {"APPCFG_NO_HISTORY", "not empty: the shell reads and writes no history"},
     {"TMPDIR", "where edit keeps its text; else /tmp"},
 };
 
 constexpr Entry FILES[] = {
     {"storage.paas.orb", "in the root directory: the socket of the service"},
+    {"~/.local/state/appcfg/history", "the lines of the shell's prompt, but those that begin with a blank; "
+                                      "for its owner alone, since values may "
+                                      "be secrets"},
     {"ITEM.json", "an item file: what the service is told of an item when it is created"},
 };
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -14,7 +15,9 @@ namespace appcfg::cli {
 namespace {
 
 using namespace Support;
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 
 // Answers every get alike, and all else with success, but for the item "gone".
 std::string Served(const Reply& request) {
@@ -172,21 +175,28 @@ TEST_F(TheCommandLine, RunsNoLineOfAPromptThatIsNoUtf8) {
     unlockpt(terminal.Fd());
     const TestClient line(open(ptsname(terminal.Fd()), O_RDWR | O_NOCTTY | O_CLOEXEC));
     const std::string typed =
-        "set a=K\xC3\xBC\nset a=\xC3\nset a=\xFFx\nset a=\xF0\x9F\x98z\nset a=z\nquit\n";
+        "set a=K\xC3\xBC\nset a=\xC3\nset a=\xFFx\nset a=\xF0\x9F\x98z\n set a=secret\nset a=z\nquit\n";
     EXPECT_EQ(write(terminal.Fd(), typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
     const TestClient formerIn(dup(STDIN_FILENO));
     const TestClient formerOut(dup(STDOUT_FILENO));
     dup2(line.Fd(), STDIN_FILENO);
     dup2(line.Fd(), STDOUT_FILENO);
     std::stringstream out;
+    setenv("XDG_STATE_HOME", m_root.Of("state").c_str(), 1);
     EXPECT_EQ(RunApp({"shell", WriteItem()}, {out, out, out, true}), EXIT_USAGE);
     std::fflush(stdout);
     dup2(formerIn.Fd(), STDIN_FILENO);
     dup2(formerOut.Fd(), STDOUT_FILENO);
     const std::string refused = "appcfg: the line holds bytes that are no UTF-8; it was not run\n";
-    EXPECT_EQ(out.str(), "created app/net/0\nset 1 value\n" + refused + refused + refused + "set 1 value\n");
-    EXPECT_EQ(m_service.Requests().size(), 3U);
+    EXPECT_EQ(out.str(), "created app/net/0\nset 1 value\n" + refused + refused + refused +
+                             "set 1 value\nset 1 value\n");
+    EXPECT_EQ(m_service.Requests().size(), 4U);
     EXPECT_EQ(Sent(72), "a|z");
+    std::ifstream history(m_root.Of("state/appcfg/history"));
+    const std::string kept(std::istreambuf_iterator<char>(history), {});
+    EXPECT_THAT(kept, AllOf(HasSubstr("a=z\n"), Not(HasSubstr("secret"))));
+    EXPECT_EQ(std::filesystem::status(m_root.Of("state/appcfg/history")).permissions(),
+              std::filesystem::perms{0600});
 }
 
 } // namespace
