@@ -66,7 +66,7 @@ private:
 };
 
 Messages MessagesOf(const Streams& streams) {
-    return Messages(streams.err, streams.errTerminal);
+    return Messages(streams.err, streams.errTerminal, streams.colours);
 }
 
 void SetRoot(const std::string& root) {
@@ -76,7 +76,7 @@ void SetRoot(const std::string& root) {
 }
 
 ExitStatus RunShell(const CommandLine& line, const Streams& streams) {
-    const auto lines = streams.terminal ? MakePromptSource() : MakeStreamSource(streams.in);
+    const auto lines = streams.terminal ? MakePromptSource(streams.colours) : MakeStreamSource(streams.in);
     ExitStatus result = EXIT_DONE;
     const ExitStatus status = Guarded(MessagesOf(streams), [&] {
         Shell shell(line.MakeConnection(), streams, line.arguments.json);
@@ -91,8 +91,9 @@ ExitStatus RunShell(const CommandLine& line, const Streams& streams) {
 
 ExitStatus RunCommand(const CommandLine& line, const Streams& streams) {
     return Guarded(MessagesOf(streams), [&] {
-        Session session(line.MakeConnection(), Output(streams.out, streams.outTerminal, false),
-                        MessagesOf(streams), &streams.in, streams.terminal);
+        Session session(line.MakeConnection(),
+                        Output(streams.out, streams.outTerminal, streams.colours, false), MessagesOf(streams),
+                        &streams.in, streams.terminal);
         session.Run(*line.command, line.arguments, false);
     });
 }

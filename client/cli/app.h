@@ -21,6 +21,7 @@ struct Streams {
     bool terminal;
     bool outTerminal = false;
     bool errTerminal = false;
+    bool colours = false; // where people read
 };
 
 // Runs the words that follow the program's name and returns its exit status. Throws nothing but what a

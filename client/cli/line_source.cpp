@@ -23,7 +23,7 @@ std::unique_ptr<LineSource> MakeStreamSource(std::istream& stream) {
 
 #ifdef APPCFG_PLAIN_PROMPT
 // The terminal's own line editing, below a prompt.
-std::unique_ptr<LineSource> MakePromptSource() {
+std::unique_ptr<LineSource> MakePromptSource(bool) {
     class PlainPrompt : public StreamSource {
     public:
         PlainPrompt() : StreamSource(std::cin) {}

@@ -27,7 +27,7 @@ std::unique_ptr<LineSource> MakeStreamSource(std::istream& stream);
 
 // A prompt on the terminal with editing, history and completion. One at a time: the editing library keeps its
 // state in globals.
-std::unique_ptr<LineSource> MakePromptSource();
+std::unique_ptr<LineSource> MakePromptSource(bool bold);
 
 } // namespace appcfg::cli
 

@@ -1,6 +1,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <fcntl.h>
 #include <iostream>
@@ -22,6 +23,13 @@ void OccupyStandardDescriptors() {
     }
 }
 
+bool WantsColours() {
+    const char* const refused = std::getenv("NO_COLOR");
+    const char* const terminal = std::getenv("TERM");
+    return (refused == nullptr || *refused == '\0') && terminal != nullptr &&
+           std::strcmp(terminal, "dumb") != 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -31,9 +39,9 @@ int main(int argc, char** argv) {
     std::ios::sync_with_stdio(false);
     try {
         const std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);
-        return appcfg::cli::RunApp(words, {std::cin, std::cout, std::cerr,
-                                           isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1,
-                                           isatty(STDOUT_FILENO) == 1, isatty(STDERR_FILENO) == 1});
+        return appcfg::cli::RunApp(
+            words, {std::cin, std::cout, std::cerr, isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1,
+                    isatty(STDOUT_FILENO) == 1, isatty(STDERR_FILENO) == 1, WantsColours()});
     } catch (const std::exception& error) {
         std::fprintf(stderr, "appcfg: %s\n", error.what());
         return appcfg::cli::EXIT_REFUSED;

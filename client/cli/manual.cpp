@@ -27,6 +27,7 @@ constexpr Entry ENVIRONMENT[] = {
     {"VISUAL, EDITOR", "the editor of edit, with its options; else vi"},
     {"XDG_STATE_HOME", "where the history is kept; else ~/.local/state"},
     {"APPCFG_NO_HISTORY", "not empty: the shell reads and writes no history"},
+    {"NO_COLOR", "not empty: no colours, as with TERM=dumb; there are none but on a terminal"},
     {"TMPDIR", "where edit keeps its text; else /tmp"},
 };
 

@@ -52,7 +52,10 @@ std::string Escaped(std::string_view text, std::string_view kept) {
 } // namespace
 
 void Messages::Tell(std::string_view text) {
-    m_stream << "appcfg: " << (m_terminal ? Escaped(text, {}) : std::string(text)) << '\n' << std::flush;
+    const Mark mark = m_colours ? RED : Mark();
+    m_stream << mark.on << "appcfg:" << mark.off << ' '
+             << (m_terminal ? Escaped(text, {}) : std::string(text)) << '\n'
+             << std::flush;
 }
 
 void Messages::Print(std::string_view lines) {
@@ -65,6 +68,11 @@ void Output::Line(std::string_view text, std::string_view kept) {
     } else {
         m_stream << text << '\n';
     }
+}
+
+void Output::Marked(const Mark& mark, std::string_view text) {
+    const Mark used = m_colours ? mark : Mark();
+    m_stream << used.on << (m_terminal ? Escaped(text, {}) : std::string(text)) << used.off;
 }
 
 // Files may hold any bytes, JSON only UTF-8: others become U+FFFD. On a terminal it is ASCII.
@@ -114,7 +122,8 @@ void Output::Items(const std::vector<ItemLine>& items) {
                             {"path", item.path},
                             {"gone", item.gone}});
         } else {
-            Line(item.handle + ' ' + item.storage + ' ' + item.path + (item.gone ? " (gone)" : ""));
+            Marked(BOLD, item.handle);
+            Line(' ' + item.storage + ' ' + item.path + (item.gone ? " (gone)" : ""));
         }
     }
     if (m_json) {
@@ -146,7 +155,8 @@ void Output::Found(const Check& check) {
             Line("the next save takes from the backup:");
         }
         for (const std::string& line : check.lost) {
-            Line("- " + line);
+            Marked(RED, "- " + line);
+            Line("");
         }
     }
     m_stream.flush();

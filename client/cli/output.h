@@ -15,7 +15,11 @@ namespace appcfg::cli {
 // \xNN, so that no value, key or path takes it over. Refers to its stream only.
 class Messages {
 public:
-    Messages(std::ostream& stream, bool terminal) : m_stream(stream), m_terminal(terminal) {}
+    Messages(std::ostream& stream, bool terminal, bool colours) :
+        m_stream(stream), m_terminal(terminal), m_colours(terminal && colours) {}
+
+    // Null: no person reads.
+    std::ostream* Terminal() const { return m_terminal ? &m_stream : nullptr; }
 
     // One line, behind the program's name.
     void Tell(std::string_view text);
@@ -25,7 +29,16 @@ public:
 private:
     std::ostream& m_stream;
     bool m_terminal;
+    bool m_colours;
 };
+
+// On and off; empty where there are no colours.
+struct Mark {
+    const char* on = "";
+    const char* off = "";
+};
+constexpr Mark RED{"\x1B[31m", "\x1B[0m"};
+constexpr Mark BOLD{"\x1B[1m", "\x1B[0m"};
 
 struct ItemLine {
     std::string handle;
@@ -39,8 +52,8 @@ struct ItemLine {
 class Output {
 public:
     // A terminal is shown control characters as messages show them.
-    Output(std::ostream& stream, bool terminal, bool confirms) :
-        m_stream(stream), m_terminal(terminal), m_confirms(confirms) {}
+    Output(std::ostream& stream, bool terminal, bool colours, bool confirms) :
+        m_stream(stream), m_terminal(terminal), m_colours(terminal && colours), m_confirms(confirms) {}
 
     void UseJson(bool json) { m_json = json; }
 
@@ -66,11 +79,14 @@ public:
 private:
     // One line; characters of `kept` are no control characters.
     void Line(std::string_view text, std::string_view kept = {});
+    // The text, marked where there are colours.
+    void Marked(const Mark& mark, std::string_view text);
     template <class Json>
     void JsonLine(const Json& json);
 
     std::ostream& m_stream;
     bool m_terminal;
+    bool m_colours;
     bool m_confirms;
     bool m_json = false;
 };

@@ -149,7 +149,8 @@ private:
 
 class PromptSource : public LineSource {
 public:
-    PromptSource() {
+    // What the terminal does not show stands between the library's marks.
+    explicit PromptSource(bool bold) : m_prompt(bold ? "\1\x1B[1m\1appcfg>\1\x1B[0m\1 " : "appcfg> ") {
         UseUtf8();
         rl_getc_function = ReadCharacter;
         m_history.Begin();
@@ -165,7 +166,7 @@ public:
 
     bool Next(std::string& line) override {
         g_isDamaged = false;
-        char* text = readline("appcfg> ");
+        char* text = readline(m_prompt);
         if (text == nullptr) {
             std::puts("");
             return false;
@@ -180,13 +181,14 @@ public:
     }
 
 private:
+    const char* m_prompt;
     History m_history;
 };
 
 } // namespace
 
-std::unique_ptr<LineSource> MakePromptSource() {
-    return std::make_unique<PromptSource>();
+std::unique_ptr<LineSource> MakePromptSource(bool bold) {
+    return std::make_unique<PromptSource>(bold);
 }
 
 } // namespace appcfg::cli

@@ -92,7 +92,7 @@ void Session::Get(const Arguments& arguments) {
     std::transform(arguments.keys.begin(), arguments.keys.end(), std::back_inserter(keys), Unprotected);
     const Item item = Target(arguments);
     try {
-        m_output.Values(keys, item.GetMany(keys));
+        m_output.Values(keys, Awaited([&] { return item.GetMany(keys); }));
     } catch (const RequestRefused& refused) {
         if (keys.size() < 2 || refused.Status() != SystemServer::APP_CFG_STATUS_BAD_REQUEST) {
             throw;
@@ -112,7 +112,7 @@ void Session::Set(const Arguments& arguments) {
     }
     Item item = Target(arguments);
     try {
-        item.SetMany(values);
+        Awaited([&] { item.SetMany(values); });
     } catch (const RequestRefused& refused) {
         if (refused.Status() != SystemServer::APP_CFG_STATUS_BAD_REQUEST) {
             throw;
@@ -130,10 +130,11 @@ void Session::Raw(const Arguments& arguments) {
     }
     const std::string key = Unprotected(given.key);
     if (given.verb == "get" && !given.data) {
-        m_output.Text(Target(given).GetRaw(key));
+        m_output.Text(Awaited([&] { return Target(given).GetRaw(key); }));
     } else if (given.verb == "set") {
         Item item = Target(given);
-        item.SetRaw(key, DataOf(given));
+        const std::string data = DataOf(given);
+        Awaited([&] { item.SetRaw(key, data); });
         m_output.Done("set '" + key + "'");
     } else {
         throw UsageError("write raw get [KEY], or raw set KEY [DATA|@FILE]");
@@ -141,7 +142,7 @@ void Session::Raw(const Arguments& arguments) {
 }
 
 void Session::Dump(const Arguments& arguments) {
-    m_output.Bytes(Target(arguments).GetRaw());
+    m_output.Bytes(Awaited([&] { return Target(arguments).GetRaw(); }));
 }
 
 void Session::Load(const Arguments& arguments) {
@@ -151,7 +152,7 @@ void Session::Load(const Arguments& arguments) {
         throw UsageError("load needs a FILE here");
     }
     const std::string text = path == "-" ? ReadInput(*m_data, false) : ReadWholeFile(path, DATA_LIMIT);
-    Fragment(item, "").Replace(item, text);
+    Awaited([&] { Fragment(item, "").Replace(item, text); });
     m_output.Done("loaded " + item.GetHandle().ToString());
 }
 
@@ -161,8 +162,8 @@ void Session::Edit(const Arguments& arguments) {
     Item item = Target(arguments);
     const std::string key = Unprotected(arguments.key);
     const std::string name = item.GetHandle().ToString() + (key.empty() ? "" : " " + key);
-    const Fragment fragment(item, key);
-    const std::string before = item.GetRaw(key);
+    const Fragment fragment = Awaited([&] { return Fragment(item, key); });
+    const std::string before = Awaited([&] { return item.GetRaw(key); });
     EditedFile file(before, fragment.Extension());
     const std::string after = file.Edited(DATA_LIMIT);
     if (after == before) {
@@ -170,10 +171,10 @@ void Session::Edit(const Arguments& arguments) {
         return;
     }
     try {
-        if (item.GetRaw(key) != before) {
+        if (Awaited([&] { return item.GetRaw(key); }) != before) {
             throw Unconfirmed("edit " + name + ": another client changed it meanwhile; nothing was written");
         }
-        fragment.Replace(item, after);
+        Awaited([&] { fragment.Replace(item, after); });
     } catch (const std::exception&) {
         m_messages.Tell("edit " + name + ": the edited text is kept in " + file.Keep());
         throw;
@@ -214,9 +215,11 @@ std::optional<std::string> Session::ReadDefault(ItemDescription description) {
     description.saveStrategy = SystemServer::ConfigSaveStrategy::NONE;
     description.backupStrategy = SystemServer::ConfigBackupStrategy::NONE;
     try {
-        Item item = m_connection.Create(description);
-        item.Restore();
-        return item.GetRaw();
+        return Awaited([&] {
+            Item item = m_connection.Create(description);
+            item.Restore();
+            return std::make_optional(item.GetRaw());
+        });
     } catch (const RequestRefused&) {
         return std::nullopt;
     }
@@ -227,9 +230,11 @@ std::optional<std::string> Session::ReadDefault(ItemDescription description) {
 void Session::Restore(const Arguments& arguments) {
     Item item = Target(arguments);
     const std::optional<ItemDescription> description = DescriptionOf(item.GetHandle(), arguments);
-    const std::string before = item.GetRaw();
-    item.Restore();
-    const std::string after = item.GetRaw();
+    const std::string before = Awaited([&] { return item.GetRaw(); });
+    const std::string after = Awaited([&] {
+        item.Restore();
+        return item.GetRaw();
+    });
     std::optional<std::string> wanted;
     if (description && !description->defaultPath.empty()) {
         wanted = ReadDefault(*description);
@@ -255,17 +260,19 @@ void Session::Rekey(const Arguments& arguments) {
         throw UsageError("rekey needs either --plain or --key-file FILE");
     }
     Item item = Target(arguments);
-    if (arguments.plain) {
-        item.ChangeToPlain();
-    } else {
-        item.ChangeKey(ReadKeyFile(arguments.keyFile));
-    }
+    Awaited([&] {
+        if (arguments.plain) {
+            item.ChangeToPlain();
+        } else {
+            item.ChangeKey(ReadKeyFile(arguments.keyFile));
+        }
+    });
     m_output.Done((arguments.plain ? "stored plain " : "encrypted ") + item.GetHandle().ToString());
 }
 
 void Session::Delete(const Arguments& arguments) {
     Item item = Target(arguments);
-    item.Delete();
+    Awaited([&] { item.Delete(); });
     Forget(item.GetHandle());
     m_output.Done("deleted " + item.GetHandle().ToString());
 }
@@ -281,7 +288,7 @@ void Session::Forget(const Handle& handle) {
 void Session::Create(const Arguments& arguments) {
     const ItemDescription description = ReadItemFile(Unprotected(arguments.file));
     try {
-        m_connection.Create(description).Release();
+        Awaited([&] { m_connection.Create(description).Release(); });
     } catch (const RequestRefused& refused) {
         std::vector<std::string> files;
         for (const FileFinding& file : CheckItem(m_connection, description).files) {
@@ -297,7 +304,7 @@ void Session::Create(const Arguments& arguments) {
 
 void Session::CheckFiles(const Arguments& arguments) {
     const ItemDescription description = ReadItemFile(Unprotected(arguments.file));
-    const Check check = CheckItem(m_connection, description);
+    const Check check = Awaited([&] { return CheckItem(m_connection, description); });
     m_output.Found(check);
     if (!check.wouldLoad) {
         throw Unconfirmed("create " + description.handle.ToString() + " would be refused");
@@ -354,7 +361,7 @@ void Session::Watch(const Arguments& arguments) {
     const Item item = Target(arguments);
     std::vector<std::string> before;
     for (unsigned changes = 0; arguments.changes == 0 || changes <= arguments.changes;) {
-        std::vector<std::string> values = item.GetMany(keys);
+        std::vector<std::string> values = Awaited([&] { return item.GetMany(keys); });
         if (values != before) {
             m_output.Values(keys, values);
             before.swap(values);
@@ -377,7 +384,7 @@ void Session::Status(const Arguments&) {
 // Any client may have deleted it, or created it anew and ended it.
 bool Session::IsGone(const Handle& handle) const {
     try {
-        m_connection.Open(handle).GetRaw();
+        Awaited([&] { return m_connection.Open(handle).GetRaw(); });
     } catch (const RequestRefused& refused) {
         return refused.Status() == SystemServer::APP_CFG_STATUS_NOT_FOUND;
     }

@@ -5,11 +5,13 @@
 #include <istream>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "appcfg/connection.h"
 #include "command_table.h"
 #include "output.h"
+#include "waiting.h"
 
 namespace appcfg::cli {
 
@@ -21,7 +23,9 @@ public:
     // it was not given; `asks`: a person types there.
     Session(Connection connection, Output output, Messages messages, std::istream* data, bool asks);
 
-    void Connect() { m_connection.Connect(); }
+    void Connect() {
+        Awaited([this] { m_connection.Connect(); });
+    }
 
     // Runs a command with its arguments; JSON when either asks for it.
     void Run(const Command& command, const Arguments& arguments, bool json);
@@ -54,6 +58,12 @@ public:
     void Quit(const Arguments& arguments);
 
 private:
+    // Makes requests; a person is told when they take long.
+    template <class Call>
+    std::invoke_result_t<Call> Awaited(Call call) const {
+        const Waiting waiting(m_messages.Terminal());
+        return call();
+    }
     std::string DataOf(const Arguments& arguments) const;
     void AskFor(std::vector<std::string>& members);
     bool IsGone(const Handle& handle) const;

@@ -13,8 +13,9 @@ ExitStatus Combined(ExitStatus before, ExitStatus now) {
 } // namespace
 
 Shell::Shell(Connection connection, const Streams& streams, bool json) :
-    m_out(streams.out), m_messages(streams.err, streams.errTerminal),
-    m_session(std::move(connection), Output(m_out, streams.outTerminal, true), m_messages, nullptr, false),
+    m_out(streams.out), m_messages(streams.err, streams.errTerminal, streams.colours),
+    m_session(std::move(connection), Output(m_out, streams.outTerminal, streams.colours, true), m_messages,
+              nullptr, false),
     m_json(json) {}
 
 ExitStatus Shell::Run(const std::vector<std::string>& itemFiles, LineSource& lines) {

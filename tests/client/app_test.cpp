@@ -81,6 +81,16 @@ TEST_F(TheCommandLine, ShowsATerminalNoControlCharacters) {
     }
 }
 
+TEST_F(TheCommandLine, ShowsAPersonColoursAndThatItWaits) {
+    const TestClient silent(Listen(m_root.Of("storage.paas.orb")));
+    std::stringstream out;
+    const std::vector<std::string> words = {"--timeout", "1.3", "get", "app/net", "k"};
+    EXPECT_EQ(RunApp(words, {out, out, out, false, true, true, true}), EXIT_UNREACHABLE);
+    const std::string told = "waiting for the service ...";
+    EXPECT_THAT(out.str(), HasSubstr(told + "\r" + std::string(told.size() + 1, ' ') +
+                                     "\r\x1B[31mappcfg:\x1B[0m no reply"));
+}
+
 TEST_F(TheCommandLine, SendsInputAsItIs) {
     EXPECT_EQ(Run({"raw", "app/net", "set", "k"}, "from input\n"), EXIT_DONE);
     EXPECT_EQ(Sent(72) + Sent(204), "kfrom input\n");
