@@ -163,7 +163,7 @@ Words CandidatesFor(const CLI::Option& option, const Awaited& awaited, const std
 
 std::vector<std::string> Completions(const CLI::App& app, const std::vector<std::string>& words,
                                      const ItemOf& itemOf) {
-    const std::string prefix = words.back();
+    const std::string& prefix = words.back();
     Awaited awaited{&app};
     for (size_t i = 0; i + 1 < words.size(); ++i) {
         awaited.Take(words[i]);

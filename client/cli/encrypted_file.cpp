@@ -29,7 +29,7 @@ bool Ciphers(bool encrypts, const std::string& from, const EncryptionKey& key, s
         EVP_CipherFinal_ex(context.get(), out + done, &last) != 1) {
         return false;
     }
-    to.resize(static_cast<size_t>(done + last));
+    to.resize(static_cast<size_t>(done) + static_cast<size_t>(last));
     return true;
 }
 

@@ -90,7 +90,7 @@ void PrintOptions(std::ostream& out, const CLI::App& app) {
                 : " " + option->get_type_name().substr(0, option->get_type_name().find(':'));
         const std::string name =
             option->get_positional() ? option->get_name(true) : option->get_name(false, true);
-        if (option->get_group() != "" && name != "-h,--help" && !option->get_description().empty()) {
+        if (!option->get_group().empty() && name != "-h,--help" && !option->get_description().empty()) {
             PrintEntry(out, name + type, option->get_description());
         }
     }

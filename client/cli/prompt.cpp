@@ -37,7 +37,7 @@ char** Complete(const char* text, int, int end) {
         g_found.clear(); // the line's command will say why
     }
     const bool leadsOn = g_found.size() == 1 && std::strchr("/.=[", g_found.front().back()) != nullptr;
-    rl_completion_append_character = leadsOn ? '\0' : ' ';
+    rl_completion_append_character = leadsOn ? 0 : ' ';
     return rl_completion_matches(text, NextMatch);
 }
 
