@@ -1,0 +1,330 @@
+"""bench.py ROOT DIR [quick]: times the service beside what a request could cost at best, in turn, in one run.
+
+Each figure is the median of rounds in which the limit and the service are measured one after the other, so that what
+else the machine does hits both. One client shares the server's processor; fifty are driven by one thread on another."""
+
+import contextlib
+import ctypes
+import os
+import pathlib
+import signal
+import socket as sockets
+import statistics
+import struct
+import subprocess
+import sys
+import time
+from typing import Callable, Iterator, NamedTuple, Optional
+
+from report import Report
+
+ROOT, DIR = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
+QUICK = len(sys.argv) > 3
+BUILD = ROOT / "build/bench"
+SERVICE = DIR / "storage.paas.orb"
+ROUNDS, SECONDS = (3, 0.7) if QUICK else (7, 1.5)
+FORMATS = {"json": 3, "xml": 1, "ini": 0}
+INSTANT, DELAYED, NEVER = 1, 2, 0
+
+
+class Load(NamedTuple):
+    rate: float  # requests a second
+    p50: float  # us
+    p99: float
+
+
+def frame(method: int, uri: int, record: bytes) -> bytes:
+    return struct.pack("<HBBHHIIII", 0x4E54, 0, method, uri, 0, 1, len(record) + 8, 1, len(record)) + record
+
+
+def handle(name: str) -> bytes:
+    return struct.pack("<32s32sII", b"bench", name.encode(), 0, 0)
+
+
+def data(method: int, name: str, query: str) -> bytes:
+    return frame(method, 1, handle(name) + query.encode().ljust(12288, b"\0"))
+
+
+def get(name: str, *keys: str) -> bytes:
+    return data(2, name, ",".join(keys))
+
+
+def set_to(name: str, *keys: str) -> bytes:
+    return data(3, name, ",".join(key + "|w" for key in keys))
+
+
+def raw_get(name: str, key: str) -> bytes:
+    return frame(2, 2, handle(name) + struct.pack("<128sI", key.encode(), 0))
+
+
+def raw_set(name: str, key: str, text: str) -> bytes:
+    content = text.encode() + b"\0"
+    return frame(3, 2, handle(name) + struct.pack("<128sI", key.encode(), len(content)) + content)
+
+
+def pinned(cpu: int, *command: object) -> "list[str]":
+    return ["taskset", "-c", str(cpu), *map(str, command)]
+
+
+@contextlib.contextmanager
+def running(command: "list[str]", socket: pathlib.Path, **more: object) -> Iterator[subprocess.Popen]:
+    process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, **more)
+    while True:
+        with contextlib.suppress(OSError), sockets.socket(sockets.AF_UNIX) as probe:
+            probe.connect(str(socket))
+            break
+        assert process.poll() is None, command
+        time.sleep(0.01)
+    try:
+        yield process
+    finally:
+        process.send_signal(signal.SIGTERM)
+        process.wait()
+        socket.unlink(missing_ok=True)
+
+
+def service(**environment: str) -> "contextlib.AbstractContextManager[subprocess.Popen]":
+    script = f'ROOT={ROOT}; . "$ROOT/tools/common.sh"; . "$ROOT/tools/serve.sh"; serve_built {BUILD} {DIR}'
+    return running(pinned(0, "bash", "-c", script), SERVICE, env={**os.environ, "PL_LOG_LEVEL": "3", **environment})
+
+
+def load(socket: pathlib.Path, request: bytes, clients: int = 1, reply: int = 0, seconds: float = SECONDS) -> Load:
+    file = DIR / "request"
+    file.write_bytes(request)
+    command = pinned(0 if clients == 1 else 1, BUILD / "bin/speed_load", socket, file, clients, seconds,
+                     *([reply] if reply else []))
+    return Load(*map(float, subprocess.run(command, stdout=subprocess.PIPE, text=True, check=True).stdout.split()))
+
+
+def in_turn(*calls: Callable[[], Load]) -> "list[Load]":
+    """The median of each figure of each call."""
+    rounds = [[call() for call in calls] for _ in range(ROUNDS)]
+    return [Load(*map(statistics.median, zip(*each))) for each in zip(*rounds)]
+
+
+def bare(kind: str, file: pathlib.Path, key: str) -> "dict[str, float]":
+    command = pinned(0, BUILD / "bin/speed_bare", kind, file, key, DIR / "setting/bare")
+    out = subprocess.run(command, stdout=subprocess.PIPE, text=True, check=True).stdout.split()
+    return dict(zip(("lookup", "set", "save", "disk", "wake"), map(float, out)))
+
+
+def document(kind: str, keys: int) -> str:
+    names = [f"k{number}" for number in range(keys)]
+    if kind == "json":
+        return "{" + ",".join(f'"{name}":"v"' for name in names) + "}"
+    if kind == "xml":  # a hundred to a parent, since siblings are walked, and few names, since the library's pool is small
+        text, halls = "<r>", range(0, keys, 100)
+        for hall in halls:
+            text += f"<g{hall // 10000}>" * (hall % 10000 == 0) + f"<h{hall // 100 % 100}>"
+            text += "".join(f"<k{at}>v</k{at}>" for at in range(min(100, keys - hall))) + f"</h{hall // 100 % 100}>"
+            text += f"</g{hall // 10000}>" * (hall % 10000 == 9900 or hall + 100 >= keys)
+        return text + "</r>"
+    return "".join(f"{name}=v\n" for name in names)
+
+
+def key_of(kind: str, number: int) -> str:
+    return f"g{number // 10000}.h{number // 100 % 100}.k{number % 100}" if kind == "xml" else f"k{number}"
+
+
+class Items:
+    """Items by the Python interface, which live as long as this object."""
+
+    def __init__(self) -> None:
+        ctypes.CDLL(str(BUILD / "lib/libkestrel_platform.so.1"), mode=ctypes.RTLD_GLOBAL)
+        import appcfg  # finds its library by LD_LIBRARY_PATH
+        self._appcfg = appcfg
+        self._connections: "list[appcfg.Connection]" = []
+        self._items: "list[appcfg.Item]" = []
+
+    def make(self, name: str, kind: str, text: str, save: int = NEVER, key: bool = False) -> pathlib.Path:
+        file = DIR / "setting" / f"{name}.{kind}"
+        file.write_text(text)
+        file.chmod(0o666)
+        if len(self._items) % 250 == 0:
+            self._connections.append(self._appcfg.Connection())
+        secret = {"key": bytes(range(32)), "iv": bytes(16)} if key else {}
+        self._items.append(self._connections[-1].create(
+            "bench", name, path=f"/usr/setting/{file.name}", backup=f"/usr/setting_bak/{file.name}",
+            storage=self._appcfg.Storage(FORMATS[kind]), save=self._appcfg.Strategy(save),
+            backup_strategy=self._appcfg.Strategy(save), **secret))
+        return file
+
+    def end(self) -> None:
+        for item in self._items:
+            item.release()
+        for connection in self._connections:
+            connection.close()
+        self._connections, self._items = [], []
+
+
+def system_calls(process: subprocess.Popen, request: bytes, clients: int) -> Optional[float]:
+    """Of the server, for each request; counted by the kernel, since a tracer that stops it would change what it does."""
+    command = ["perf", "stat", "-x,", "-e", "raw_syscalls:sys_enter", "-p", str(process.pid), "--", "sleep", "1"]
+    with subprocess.Popen(command, stderr=subprocess.PIPE, text=True) as counter:
+        done = load(SERVICE, request, clients, seconds=2)
+        count = counter.communicate()[1].split(",")[0]
+    return int(count) / done.rate if count.isdigit() else None
+
+
+class Bench:
+    def __init__(self, report: Report) -> None:
+        self.report = report
+        self.items = Items()
+
+    def echo(self, kind: str, reply: int) -> "contextlib.AbstractContextManager[subprocess.Popen]":
+        socket = DIR / f"echo.{kind}"
+        return running(pinned(0, BUILD / "bin/speed_echo", kind, socket, reply), socket)
+
+    def requests(self) -> None:
+        """One request of a kind, beside the echo of the same frames."""
+        goals = {("json", "get"): (0.82, 0.9), ("xml", "get"): (0.85, 0.9), ("ini", "get"): (0.92, 0.9),
+                 ("json", "set"): (0.7, 0.65), ("xml", "set"): (0.7, 0.65), ("json", "raw get"): (0.75, 0.7),
+                 ("xml", "raw get"): (0.75, 0.7)}
+        for kind in FORMATS:
+            file = self.items.make(f"one-{kind}", kind, document(kind, 1000), DELAYED)
+            key = key_of(kind, 500)
+            cost = bare(kind, file, key)
+            each = {"get": (get(f"one-{kind}", key), 33, cost["lookup"]),
+                    "set": (set_to(f"one-{kind}", key), 24, cost["lookup"] + cost["set"] + cost["wake"]),
+                    "raw get": (raw_get(f"one-{kind}", key), 230, cost["lookup"])}
+            for name, (request, reply, library) in each.items():
+                if (kind, name) in goals:
+                    self.beside_echo(kind, name, request, reply, library, goals[(kind, name)])
+
+    def beside_echo(self, kind: str, name: str, request: bytes, reply: int, library: float,
+                    goals: "tuple[float, float]") -> None:
+        with self.echo("raw", reply), self.echo("libevent", reply):
+            for clients, goal in zip((1, 50), goals):
+                limit, buffered, done = in_turn(
+                    lambda: load(DIR / "echo.raw", request, clients), lambda: load(DIR / "echo.libevent", request, clients),
+                    lambda: load(SERVICE, request, clients))
+                figure = f"{kind}: {name} of 1 key of 1,000, {clients} client{'s' * (clients > 1)}"
+                floor = 1e6 / limit.rate + library
+                self.report.rate(figure, done, limit, goal, 1.15 * floor)
+                self.report.note(f"{figure}: libevent's buffered layer {buffered.rate:,.0f}/s")
+                if clients == 50 and name == "get":
+                    self.report.at_most(f"{figure}: p99, of the echo's", done.p99 / limit.p99, 1.5)
+
+    def many_keys(self) -> None:
+        file = DIR / "setting/one-json.json"
+        lookups = 100 * bare("json", file, "k50")["lookup"]
+        one, hundred = in_turn(lambda: load(SERVICE, get("one-json", "k500")),
+                               lambda: load(SERVICE, get("one-json", *[f"k{n}" for n in range(100)])))
+        self.report.at_most("json: get of 100 keys, of the library's 100 lookups and one request", hundred.p50
+                            / (lookups + one.p50), 1.15)
+        twenty = load(SERVICE, set_to("one-json", *[f"k{n}" for n in range(20)]))
+        self.report.note(f"json: set of 20 keys {twenty.p50:.1f} us, get of 100 keys {hundred.p50:.1f} us")
+
+    def calls(self, process: subprocess.Popen) -> None:
+        request, change = get("one-json", "k500"), set_to("one-json", "k500")
+        alone = system_calls(process, request, 1)
+        if alone is None:
+            self.report.note("no perf, or not allowed to: system calls are not counted")
+            return
+        waiting, burst = system_calls(process, request, 50), system_calls(process, change, 50)
+        self.report.at_most("system calls of a get, one client", alone, 3)
+        self.report.at_most("system calls of a get, 50 clients", waiting or 0, 3)
+        self.report.at_most("system calls of a set, 50 clients, of a get's", (burst or 0) / (waiting or 1), 1)
+
+    def durable(self) -> None:
+        """Answered when file and backup are on the disk, beside one save by the library and two bare writes."""
+        for keys in (10, 1000, 10000):
+            for kind, key in (("json", False), ("json", True), ("xml", False)):
+                name = f"durable-{kind}-{keys}{'-encrypted' * key}"
+                file = self.items.make(name, kind, document(kind, keys), INSTANT, key)
+                plain = DIR / "setting/bare-input"
+                plain.write_text(document(kind, keys))
+                at = key_of(kind, 5)
+                request = raw_set(name, at, "x") if kind == "json" else raw_set(name, "g0.h0", "<k5>x</k5>")
+                ratios = []
+                for _ in range(ROUNDS):
+                    cost = bare(kind, plain, at)
+                    ratios.append(load(SERVICE, request).p50 / (cost["save"] + 2 * cost["disk"]))
+                goal = 1.25 if keys >= 1000 and kind == "json" and not key else None
+                self.report.at_most(f"{kind}: durable raw set, {keys:,} keys{', encrypted' * key}, of save and two writes",
+                                    statistics.median(ratios), goal)
+                file.unlink()
+
+    def growth(self) -> None:
+        sizes = (10, 1000, 100000)
+        for kind in FORMATS:
+            times: "dict[str, list[float]]" = {"get": [], "set": [], "load": []}
+            for keys in sizes:
+                start = time.perf_counter()
+                self.items.make(f"grows-{kind}-{keys}", kind, document(kind, keys), DELAYED)
+                times["load"].append((time.perf_counter() - start) * 1e6)
+                at = key_of(kind, keys // 2)
+                times["get"].append(load(SERVICE, get(f"grows-{kind}-{keys}", at)).p50)
+                times["set"].append(load(SERVICE, set_to(f"grows-{kind}-{keys}", at)).p50)
+            self.report.growth(kind, sizes, times)
+
+    def live_items(self) -> None:
+        counts = (1, 10, 100, 1000)
+        rates, costs = [], []
+        made = 0
+        for count in counts:
+            start = time.perf_counter()
+            for number in range(made, count):
+                self.items.make(f"live-{number}", "json", document("json", 100))
+            costs.append((time.perf_counter() - start) / (count - made) * 1e6)
+            made = count
+            rates.append(statistics.median(load(SERVICE, get("live-0", "k50")).rate for _ in range(ROUNDS)))
+        self.report.items(counts, rates, costs)
+
+    def slow_disk(self) -> None:
+        """Fifty items are saved to a disk of 20 ms while others read."""
+        for number in range(50):
+            self.items.make(f"slow-{number}", "json", document("json", 100), DELAYED)
+        self.items.make("fast", "json", document("json", 1000))
+        request = get("fast", "k500")
+        idle = load(SERVICE, request, seconds=2)
+        for number in range(50):
+            load(SERVICE, set_to(f"slow-{number}", "k5"), seconds=0.001)
+        time.sleep(2.5)
+        saving = load(SERVICE, request, seconds=2)
+        self.report.at_most("others' p99 while 50 delayed items save to a slow disk, of idle", saving.p99 / idle.p99, 1.3)
+        self.report.at_least("others' rate then, of idle", saving.rate / idle.rate, 0.9)
+
+    def key_value_server(self) -> None:
+        """What a user would pick instead, where it is installed."""
+        socket = DIR / "kv"
+        try:
+            server = running(pinned(0, "redis-server", "--port", 0, "--unixsocket", socket, "--save", ""), socket)
+            with server:
+                self.beside_key_value(socket)
+        except FileNotFoundError:
+            self.report.note("no redis-server here: nothing to compare with")
+
+    def beside_key_value(self, socket: pathlib.Path) -> None:
+        value = b"v" * 12288
+        change = b"*3\r\n$3\r\nSET\r\n$1\r\nk\r\n$12288\r\n" + value + b"\r\n"
+        load(socket, change, reply=5, seconds=0.05)
+        read = b"*2\r\n$3\r\nGET\r\n$1\r\nk\r\n"
+        for clients in (1, 50):
+            figures = in_turn(
+                lambda: load(socket, read, clients, 8 + 12288 + 2), lambda: load(SERVICE, get("one-json", "k500"), clients),
+                lambda: load(socket, change, clients, 5), lambda: load(SERVICE, set_to("one-json", "k500"), clients))
+            self.report.at_least(f"get, {clients} clients, of a key-value server's GET", figures[1].rate / figures[0].rate,
+                                 1.4 if clients == 1 else None)
+            self.report.at_least(f"set, {clients} clients, of a key-value server's SET", figures[3].rate / figures[2].rate, 1)
+
+
+def main() -> int:
+    os.environ["KESTREL_ROOT"] = str(DIR)
+    report = Report(BUILD, QUICK)
+    with service() as process:
+        bench = Bench(report)
+        for step in (bench.requests, bench.many_keys, lambda: bench.calls(process), bench.key_value_server, bench.durable):
+            step()
+        if not QUICK:
+            bench.growth()
+        bench.items.end()
+        bench.live_items()
+        bench.items.end()
+    with service(LD_PRELOAD=str(BUILD / "lib/libslow_disk.so")):
+        bench.slow_disk()
+        bench.items.end()
+    return report.write()
+
+
+sys.exit(main())

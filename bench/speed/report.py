@@ -1,0 +1,78 @@
+"""The bench's figures: told as they come, written as a page with plots, and held to their goals."""
+
+import math
+import pathlib
+import subprocess
+from typing import Optional, Sequence
+
+SLACK = 1.1  # a goal is missed when it is missed by more than a tenth
+
+
+class Report:
+    def __init__(self, folder: pathlib.Path, quick: bool) -> None:
+        self._folder = folder
+        self._quick = quick
+        self._rows: "list[tuple[str, str, str, str]]" = []
+        self._notes: "list[str]" = []
+        self._plots: "list[str]" = []
+        self._missed: "list[str]" = []
+
+    def _row(self, figure: str, value: str, limit: str, goal: str, met: bool) -> None:
+        verdict = "" if not goal else "met" if met else "missed"
+        self._rows.append((figure, value, limit, f"{goal} {verdict}".strip()))
+        print(f"{figure:75} {value:>16} {limit:>22} {goal:>16} {verdict}", flush=True)
+        if not met:
+            self._missed.append(figure)
+
+    def note(self, text: str) -> None:
+        self._notes.append(text)
+        print(text, flush=True)
+
+    def rate(self, figure: str, done, limit, goal: float, floor: float) -> None:
+        """Beside the echo: as a share of its rate, or within what echo and library need together, in us."""
+        share = done.rate / limit.rate
+        met = share * SLACK >= goal or 1e6 / done.rate <= floor * SLACK
+        self._row(figure, f"{done.rate:,.0f}/s {share:.2f}", f"echo {limit.rate:,.0f}/s", f"{goal:.2f} or {floor:.1f} us", met)
+
+    def at_most(self, figure: str, value: float, goal: Optional[float]) -> None:
+        self._row(figure, f"{value:.2f}", "", "" if goal is None else f"<= {goal}", goal is None or value <= goal * SLACK)
+
+    def at_least(self, figure: str, value: float, goal: Optional[float]) -> None:
+        self._row(figure, f"{value:.2f}", "", "" if goal is None else f">= {goal}", goal is None or value * SLACK >= goal)
+
+    def growth(self, kind: str, sizes: Sequence[int], times: "dict[str, list[float]]") -> None:
+        for name, values in times.items():
+            exponent = math.log(values[-1] / values[0]) / math.log(sizes[-1] / sizes[0])
+            goal = 1.1 if name == "load" else 0.1 if kind == "json" else None
+            self.at_most(f"{kind}: {name}, exponent from {sizes[0]} to {sizes[-1]:,} keys", exponent, goal)
+            self.note(f"{kind}: {name} " + ", ".join(f"{size:,} keys {value:,.1f} us" for size, value in zip(sizes, values)))
+        self._plot(f"growth-{kind}", "keys", "us", sizes, times)
+
+    def items(self, counts: Sequence[int], rates: Sequence[float], costs: Sequence[float]) -> None:
+        self.at_least(f"get rate with {counts[-1]:,} live items, of that with one", rates[-1] / rates[0], 0.9)
+        self.at_most(f"creation of an item, at {counts[-1]:,} of that at {counts[1]}", costs[-1] / costs[1], 1.3)
+        self._plot("items", "live items", "us", counts, {"creation": costs, "get": [1e6 / rate for rate in rates]})
+
+    def _plot(self, name: str, x: str, y: str, xs: Sequence[float], series: "dict[str, list[float]]") -> None:
+        table = self._folder / f"{name}.table"
+        table.write_text("\n".join(" ".join(map(str, row)) for row in zip(xs, *series.values())))
+        lines = ", ".join(f"'{table}' using 1:{column} with linespoints title '{title}'"
+                          for column, title in enumerate(series, 2))
+        script = (f"set terminal svg size 640,360 background '#ffffff'; set output '{self._folder}/{name}.svg'; "
+                  f"set logscale xy; set grid; set xlabel '{x}'; set ylabel '{y}'; plot {lines}")
+        try:
+            subprocess.run(["gnuplot", "-e", script], check=True)
+            self._plots.append(name)
+        except FileNotFoundError:
+            self.note("no gnuplot, no pictures")
+
+    def write(self) -> int:
+        page = ["# Speed", "", "| Figure | Service | Limit | Goal |", "|---|---|---|---|"]
+        page += ["| " + " | ".join(row) + " |" for row in self._rows]
+        page += ["", *[f"- {note}" for note in self._notes], ""]
+        page += [f"![{name}]({name}.svg)\n" for name in self._plots]
+        (self._folder / "report.md").write_text("\n".join(page))
+        print(f"report: {self._folder / 'report.md'}")
+        for figure in self._missed:
+            print(f"missed: {figure}")
+        return int(self._quick and bool(self._missed))
