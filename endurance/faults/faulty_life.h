@@ -204,7 +204,9 @@ private:
         return status == OK;
     }
 
-    void ExpectGone() { Expect(Service::ComesToHold({OTHER_ITEM}), "an item outlives its connection"); }
+    void ExpectGone() {
+        Expect(Support::RunningService::Knows({OTHER_ITEM}), "an item outlives its connection");
+    }
 
     void Expect(bool holds, const std::string& trouble) {
         if (!holds) {

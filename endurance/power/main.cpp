@@ -126,7 +126,7 @@ private:
         item.Create(*m_connection);
         item.SendSet(*m_connection);
         m_connection = std::make_unique<appcfg::Connection>();
-        Require(Service::ComesToHold({}), "an item outlives its connection");
+        Require(Support::RunningService::Knows({}), "an item outlives its connection");
         item.NoteEnd(0);
     }
 

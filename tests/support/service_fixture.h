@@ -2,17 +2,13 @@
 #ifndef TESTS_SUPPORT_SERVICE_FIXTURE_H
 #define TESTS_SUPPORT_SERVICE_FIXTURE_H
 
-#include <thread>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "app_cfg_log.h"
-#include "app_cfg_mgmt_server.h"
 #include "item_encryption.h"
-#include "kestrel/kestrel_host.h"
 #include "log_lines.h"
-#include "root_directory.h"
+#include "running_service.h"
 #include "service_client.h"
 
 namespace ServiceTest {
@@ -38,21 +34,11 @@ protected:
 };
 
 // A service that listens there, with one client.
-class AService : public ADirectory {
+class AService : public ADirectory, protected RunningService {
 protected:
-    AService() : m_loop(NewService()), m_thread([this] { kestrel_event_mgr_run(m_loop, -1); }) {}
     ~AService() override {
         Stops();
-        kestrel_event_mgr_free(m_loop);
         EXPECT_THAT(RegisteredKeys(), IsEmpty());
-    }
-
-    // The loop ends as at SIGTERM, with a last save for every item.
-    void Stops() {
-        kestrel_event_mgr_stop(m_loop);
-        if (m_thread.joinable()) {
-            m_thread.join();
-        }
     }
 
     // app1.net.0, plain JSON, saved and backed up at once. An empty name is no path.
@@ -74,29 +60,6 @@ protected:
         m_log.Clear();
     }
 
-    static Lines RegisteredKeys() {
-        const std::lock_guard<std::mutex> lock(AppCfgMgmtServer::m_itemMapMutex);
-        Lines keys;
-        for (const auto& entry : AppCfgMgmtServer::m_appCfgMgmtItemMap) {
-            keys.push_back(entry.first);
-        }
-        return keys;
-    }
-    static bool Knows(const Lines& keys) {
-        return Eventually([&] { return RegisteredKeys() == keys; });
-    }
-
-private:
-    static kestrel_event_mgr* NewService() {
-        kestrel_event_mgr* const loop = kestrel_event_mgr_new(0);
-        EXPECT_EQ(kestrel_server_register(APP_CFG_SERVICE_NAME, loop, &AppCfgMgmtServer::m_serverOps), 0);
-        return loop;
-    }
-
-    kestrel_event_mgr* const m_loop;
-    std::thread m_thread;
-
-protected:
     Client m_client;
 };
 
