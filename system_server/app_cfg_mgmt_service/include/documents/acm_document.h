@@ -26,8 +26,8 @@ public:
     // Writes the whole document.
     virtual void Save(std::ostream& stream) = 0;
 
-    // Whether the key has a value, and this one can take its place so that the saved file can be loaded again.
-    // If so, its length is counted as part of the document.
+    // Whether the key has a value, and this one can take its place so that the saved file can be loaded
+    // again. If so, its length is counted as part of the document.
     virtual bool Admits(const std::string& key, const std::string& value) = 0;
 
 protected:
