@@ -35,8 +35,12 @@ std::string NameOfRoot(const std::string& xml) {
 std::optional<std::string> JsonAt(const std::string& document, const std::string& key) {
     const Json root = Json::parse(document);
     const Json::json_pointer pointer = PointerTo(key);
-    return root.contains(pointer) && !root.at(pointer).is_null() ? std::make_optional(root.at(pointer).dump())
-                                                                 : std::nullopt;
+    try {
+        const Json& found = root.at(pointer);
+        return found.is_null() ? std::nullopt : std::make_optional(found.dump());
+    } catch (const Json::exception&) {
+        return std::nullopt; // nothing is there, or its index is beyond what this machine counts to
+    }
 }
 
 size_t LastStep(const std::string& key) {
