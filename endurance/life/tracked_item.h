@@ -126,37 +126,21 @@ public:
     void NoteCrash() { IsSaved() ? m_ledger.End() : m_ledger.Lose(); }
 
     // Creates it as a client does after a crash; what is wrong then, or nothing when it holds what it may.
-    // After a key change that was cut off, with the new key, and with the old one if that does not bring the
-    // values back; a refusal has put the default in place of the file, and the backup goes there first.
+    // After a key change that was cut off the files say which key it is: a creation with the wrong one
+    // overwrites the file.
     // The item is one that acts on changes alone: a strategy that hurries would write while the creation
-    // still looks at the files, which a minute's pause never does, or between the two creations.
+    // still looks at the files, which a minute's pause never does.
     std::string Recover(appcfg::Connection& connection) {
+        ChooseKey();
         appcfg::ItemDescription description = m_description;
         description.saveStrategy = ConfigStrategy::INSTANT;
         description.backupStrategy = ConfigStrategy::INSTANT;
-        if (m_otherKey) {
-            m_description.encryption.swap(*m_otherKey);
+        try {
+            connection.Create(description).Release();
+            return HoldsSaved(connection) ? "" : "another value: " + Describe();
+        } catch (const appcfg::RequestRefused& refused) {
+            return refused.what() + ("; " + Describe());
         }
-        std::string trouble;
-        for (int left = m_otherKey ? 2 : 1; left > 0; --left) {
-            try {
-                description.encryption = m_description.encryption;
-                connection.Create(description).Release();
-                if (HoldsSaved(connection)) {
-                    return "";
-                }
-                trouble = "another value: " + Describe();
-            } catch (const appcfg::RequestRefused& refused) {
-                trouble = refused.what() + ("; " + Describe());
-                std::error_code ignored; // there may be none
-                std::filesystem::copy_file(m_description.backupPath, m_description.path,
-                                           std::filesystem::copy_options::overwrite_existing, ignored);
-            }
-            if (m_otherKey) {
-                m_description.encryption.swap(*m_otherKey);
-            }
-        }
-        return trouble;
     }
 
     // Sends the next number: by a raw set of the whole document, by one of a fragment (in a document with one
