@@ -1,8 +1,8 @@
 // A closed loop of clients: each connection sends the same request again as soon as its reply is whole. One
 // connection waits for its replies; many are driven by one thread on epoll.
 //   speed_load SOCKET REQUEST_FILE CONNECTIONS SECONDS [REPLY_BYTES]
-// Prints requests per second, and the median and the 99th percentile of the latency in us. Replies are
-// frames, unless their length is given.
+// Prints requests per second, and percentiles of the latency in us: 50, 90, 99, 99.9. Replies are frames,
+// unless their length is given.
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -136,5 +136,6 @@ int main(int argc, char** argv) {
     const auto at = [&](double share) {
         return all[static_cast<size_t>(share * static_cast<double>(all.size() - 1))];
     };
-    std::printf("%.1f %.2f %.2f\n", static_cast<double>(all.size()) / seconds, at(0.5), at(0.99));
+    std::printf("%.1f %.2f %.2f %.2f %.2f\n", static_cast<double>(all.size()) / seconds, at(0.5), at(0.9),
+                at(0.99), at(0.999));
 }

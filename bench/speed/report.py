@@ -14,6 +14,7 @@ class Report:
         self._quick = quick
         self._rows: "list[tuple[str, str, str, str]]" = []
         self._notes: "list[str]" = []
+        self._costs: "list[tuple[str, ...]]" = []
         self._plots: "list[str]" = []
         self._missed: "list[str]" = []
 
@@ -29,10 +30,10 @@ class Report:
         print(text, flush=True)
 
     def rate(self, figure: str, done, limit, goal: float, floor: float) -> None:
-        """Beside the echo: as a share of its rate, or within what echo and library need together, in us."""
+        """Beside another server: as a share of its rate, or within what echo and library need together, in us."""
         share = done.rate / limit.rate
         met = share * SLACK >= goal or 1e6 / done.rate <= floor * SLACK
-        self._row(figure, f"{done.rate:,.0f}/s {share:.2f}", f"echo {limit.rate:,.0f}/s", f"{goal:.2f} or {floor:.1f} us", met)
+        self._row(figure, f"{done.rate:,.0f}/s {share:.2f}", f"beside {limit.rate:,.0f}/s", f"{goal:.2f} or {floor:.1f} us", met)
 
     def at_most(self, figure: str, value: float, goal: Optional[float]) -> None:
         self._row(figure, f"{value:.2f}", "", "" if goal is None else f"<= {goal}", goal is None or value <= goal * SLACK)
@@ -41,12 +42,20 @@ class Report:
         self._row(figure, f"{value:.2f}", "", "" if goal is None else f">= {goal}", goal is None or value * SLACK >= goal)
 
     def growth(self, kind: str, sizes: Sequence[int], times: "dict[str, list[float]]") -> None:
+        """The cost of each case over the number of keys, in us."""
         for name, values in times.items():
-            exponent = math.log(values[-1] / values[0]) / math.log(sizes[-1] / sizes[0])
-            goal = 1.1 if name == "load" else 0.1 if kind == "json" else None
-            self.at_most(f"{kind}: {name}, exponent from {sizes[0]} to {sizes[-1]:,} keys", exponent, goal)
-            self.note(f"{kind}: {name} " + ", ".join(f"{size:,} keys {value:,.1f} us" for size, value in zip(sizes, values)))
+            self._costs.append((f"{kind}: {name}", *(f"{value:,.1f}" for value in values)))
+            print(f"{kind}: {name}".ljust(40), *(f"{size:,} keys {value:,.1f} us" for size, value in zip(sizes, values)), flush=True)
+            goal = 1.1 if name in ("load", "save") else 0.1 if kind == "json" and name in ("get", "set") else None
+            if goal:
+                exponent = math.log(values[-1] / values[0]) / math.log(sizes[-1] / sizes[0])
+                self.at_most(f"{kind}: {name}, exponent from {sizes[0]} to {sizes[-1]:,} keys", exponent, goal)
         self._plot(f"growth-{kind}", "keys", "us", sizes, times)
+
+    def latencies(self, figure: str, loads) -> None:
+        """The percentiles of each, over the share of requests that took longer."""
+        name = "".join(letter if letter.isalnum() else "-" for letter in figure)
+        self._plot(name, "per cent of the requests took longer", "us", (50, 10, 1, 0.1), {title: list(load[1:]) for title, load in loads})
 
     def items(self, counts: Sequence[int], rates: Sequence[float], costs: Sequence[float]) -> None:
         self.at_least(f"get rate with {counts[-1]:,} live items, of that with one", rates[-1] / rates[0], 0.9)
@@ -69,6 +78,9 @@ class Report:
     def write(self) -> int:
         page = ["# Speed", "", "| Figure | Service | Limit | Goal |", "|---|---|---|---|"]
         page += ["| " + " | ".join(row) + " |" for row in self._rows]
+        if self._costs:
+            page += ["", "One client's latency in us, by the number of keys", "", "| Request | 10 | 1,000 | 100,000 |", "|---|---|---|---|"]
+            page += ["| " + " | ".join(row) + " |" for row in self._costs]
         page += ["", *[f"- {note}" for note in self._notes], ""]
         page += [f"![{name}]({name}.svg)\n" for name in self._plots]
         (self._folder / "report.md").write_text("\n".join(page))

@@ -41,9 +41,6 @@ int Connection::Send(Message& msg) {
     if (m_lost) {
         return -1;
     }
-    if (m_outbox.IsEmpty()) {
-        StampMove();
-    }
     const Outbox::Result result = m_outbox.Send(fd, msg);
     CountHeld();
     if (m_lost || result == Outbox::Result::FAILED ||

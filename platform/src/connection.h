@@ -63,7 +63,7 @@ private:
     FrameReader m_reader;
     Outbox m_outbox;
     std::size_t m_counted = 0; // what the loop knows to be held
-    std::int64_t m_moved = 0;  // when bytes were last received or written, in ticks of the coarse clock
+    std::int64_t m_moved = 0;  // when bytes last came or waiting ones left, in ticks of the coarse clock
     bool m_lost = false;       // to be closed at the next turn
     bool m_ended = false;      // the peer sends nothing more, but may still read
     bool m_paused = false;     // too many replies wait

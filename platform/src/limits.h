@@ -48,6 +48,9 @@ constexpr std::size_t LARGE_BLOCK = 256U << 10;
 // Parts (head and pieces) of a reply that is written without any bookkeeping. Ordinary replies have two.
 constexpr std::size_t DIRECT_PARTS = 8;
 
+// A reply of so many bytes or less is joined on the stack before it is written.
+constexpr std::size_t SHORT_REPLY = 512;
+
 // Frames that one connection may have served, and connections that one server may accept, before others
 // have their turn.
 constexpr int FRAMES_PER_TURN = 64;

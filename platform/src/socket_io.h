@@ -15,7 +15,16 @@ inline bool WouldBlock() {
     return errno == EAGAIN;
 }
 
-// sendmsg, restarted when a signal interrupts it; a vanished peer is an error and never a signal.
+// send, restarted when a signal interrupts it; a vanished peer is an error and never a signal.
+inline ssize_t SendBytes(int fd, const void* bytes, std::size_t length) {
+    ssize_t sent = 0;
+    do {
+        sent = ::send(fd, bytes, length, MSG_NOSIGNAL);
+    } while (sent < 0 && errno == EINTR);
+    return sent;
+}
+
+// The same of a list.
 inline ssize_t SendParts(int fd, iovec* parts, std::size_t count, int flags = 0) {
     msghdr header{};
     header.msg_iov = parts;

@@ -15,9 +15,10 @@ namespace SystemServer {
 // What one request may still fetch. Lives on the stack of the request's handler.
 class AcmWorkBudget {
 public:
-    // Both throw Poco::RangeException when the request has used up MAX_REQUEST_WORK or its time.
+    // Throws Poco::RangeException when the request has used up MAX_REQUEST_WORK.
     void Spend(uint64_t bytes);
-    // For one lookup: also bounds the steps of the key, each of which walks through siblings in the document.
+    // Before each lookup. Throws Poco::RangeException when the time is up or the key has too many steps, each
+    // of which walks through siblings in the document.
     void SpendLookup(const std::string& key);
 
 private:
