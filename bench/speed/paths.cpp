@@ -68,6 +68,15 @@ void Set(benchmark::State& state, ConfigStorageType type, const std::string& que
     }
 }
 
+void GetRaw(benchmark::State& state, ConfigStorageType type) {
+    AppCfgMgr& item = Item(type);
+    for (auto _ : state) {
+        std::string text;
+        item.GetRawData("k50", text);
+        benchmark::DoNotOptimize(text);
+    }
+}
+
 void Serialise(benchmark::State& state, ConfigStorageType type) {
     AppCfgMgr& item = Item(type);
     for (auto _ : state) {
@@ -133,6 +142,7 @@ void Register() {
                           [type](auto& state) { Set(state, type, "k50|w"); });
         RegisterBenchmark((name + "set of 100").c_str(),
                           [type](auto& state) { Set(state, type, g_hundredPairs); });
+        RegisterBenchmark((name + "raw get").c_str(), [type](auto& state) { GetRaw(state, type); });
         RegisterBenchmark((name + "serialise").c_str(), [type](auto& state) { Serialise(state, type); });
     }
     RegisterBenchmark("encrypt", Encrypt)->Arg(1 << 10)->Arg(100 << 10);

@@ -227,10 +227,12 @@ bool AcmXmlConfiguration::Admits(const std::string& key, const std::string& valu
 
 // A tag with the value in its attribute must not become longer than one that can be loaded.
 bool AcmXmlConfiguration::FitsItsTag(const Node& node, const std::string& value) {
-    const auto* const attribute = dynamic_cast<const Attr*>(&node);
-    return !attribute ||
-           XmlTagBytes(attribute->ownerElement()) - EscapedBytes(attribute->value()) + EscapedBytes(value) <=
-               MAX_XML_MARKUP_BYTES;
+    if (node.nodeType() != Node::ATTRIBUTE_NODE) {
+        return true;
+    }
+    const auto& attribute = static_cast<const Attr&>(node);
+    return XmlTagBytes(attribute.ownerElement()) - EscapedBytes(attribute.value()) + EscapedBytes(value) <=
+           MAX_XML_MARKUP_BYTES;
 }
 
 // The pool keeps the names of replaced elements, and is full some day: the document then moves to a copy

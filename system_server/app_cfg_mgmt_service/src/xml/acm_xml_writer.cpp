@@ -96,12 +96,12 @@ private:
         if (!m_out) {
             throw std::ios::failure("the stream of an XML document is full");
         }
-        if (const auto* const element = dynamic_cast<const Element*>(&node)) {
-            StartElement(*element);
-        } else if (const auto* const document = dynamic_cast<const Document*>(&node)) {
+        if (node.nodeType() == Node::ELEMENT_NODE) {
+            StartElement(static_cast<const Element&>(node));
+        } else if (node.nodeType() == Node::DOCUMENT_NODE) {
             startDocument();
-            if (document->doctype() != nullptr) {
-                m_leaves.serialize(document->doctype());
+            if (const auto* const doctype = static_cast<const Document&>(node).doctype()) {
+                m_leaves.serialize(doctype);
             }
         } else {
             m_leaves.serialize(&node);
