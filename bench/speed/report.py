@@ -59,8 +59,8 @@ class Report:
 
     def items(self, counts: Sequence[int], rates: Sequence[float], costs: Sequence[float]) -> None:
         self.at_least(f"get rate with {counts[-1]:,} live items, of that with one", rates[-1] / rates[0], 0.9)
-        self.at_most(f"creation of an item, at {counts[-1]:,} of that at {counts[1]}", costs[-1] / costs[1], 1.3)
-        self._plot("items", "live items", "us", counts, {"creation": costs, "get": [1e6 / rate for rate in rates]})
+        self.at_most(f"creation and deletion beside {counts[-1]:,} live items, of those beside one", costs[-1] / costs[0], 1.3)
+        self._plot("items", "live items", "us", counts, {"creation and deletion": costs, "get": [1e6 / rate for rate in rates]})
 
     def _plot(self, name: str, x: str, y: str, xs: Sequence[float], series: "dict[str, list[float]]") -> None:
         table = self._folder / f"{name}.table"

@@ -2,6 +2,7 @@
 
 #include <Poco/Path.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "acm_file.h"
@@ -75,14 +76,13 @@ uint16_t AppCfgItemCreation::Run() {
 
 // The item that this one will replace does not count.
 bool AppCfgItemCreation::IsBelowItemLimits() const {
-    size_t all = 0;
-    size_t ofConnection = 0;
-    for (const auto& [key, item] : AppCfgMgmtServer::m_appCfgMgmtItemMap) {
-        if (key != m_key) {
-            ++all;
-            ofConnection += item.connFd == m_conn.fd ? 1 : 0;
-        }
-    }
+    const auto& items = AppCfgMgmtServer::m_appCfgMgmtItemMap;
+    const auto isOurs = [this](const auto& entry) { return entry.second.connFd == m_conn.fd; };
+    const auto old = items.find(m_key);
+    const size_t replaced = old == items.end() ? 0 : 1;
+    const size_t all = items.size() - replaced;
+    const auto ofConnection = static_cast<size_t>(std::count_if(items.begin(), items.end(), isOurs)) -
+                              (replaced == 1 && isOurs(*old) ? 1 : 0);
     if (all < MAX_ITEMS && ofConnection < MAX_ITEMS_PER_CONNECTION) {
         return true;
     }
