@@ -66,9 +66,9 @@ int Crash(Run& run) {
     }
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
     const Tally& tally = run.tally;
-    std::printf("%u rounds, %u lanes, seed %u, %.0f s\nkills %d, inside a save %d, losses %d\n",
+    std::printf("%u rounds, %u lanes, seed %u, %.0f s\nkills %d, inside a save %d, %s\n",
                 std::min(run.nextRound.load(), run.rounds), run.lanes, run.seed, time.count(),
-                tally.kills.load(), tally.killsInSaves.load(), tally.losses.load());
+                tally.kills.load(), tally.killsInSaves.load(), run.failed ? "failed" : "losses 0");
     if (tally.kills >= KILLS_THAT_MEET_SAVES && tally.killsInSaves == 0) {
         std::printf("failed: no kill met a save\n");
         run.failed = true;
@@ -82,7 +82,7 @@ int RunHarness(int argc, char** argv) {
     app.add_option("build", run.build, "build directory with the service")->required();
     app.add_option("directory", run.directory, "where the services live")->required();
     app.add_option("rounds", run.rounds);
-    app.add_flag("--twice", run.twice, "crash again before anything is mended, and count what that loses");
+    app.add_flag("--twice", run.twice, "crash again before anything is mended");
     app.add_option("--seed", run.seed, "of the moments and changes that are drawn");
     app.add_option("--lanes", run.lanes, "services at the same time");
     try {

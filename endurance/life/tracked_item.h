@@ -282,9 +282,6 @@ public:
         return number && m_ledger.Allows(*number);
     }
 
-    // After a loss: the ledger begins anew with what is there.
-    void AcceptLoss() { m_ledger = Ledger({DEFAULT_NUMBER}); }
-
     // The ledger and the files as one line.
     std::string Describe() const {
         return m_description.handle.Name() + ": saved " + std::to_string(m_ledger.Saved()) + ", accepted " +
