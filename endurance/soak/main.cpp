@@ -31,36 +31,17 @@ constexpr double SANITIZER_THREADS = 0;
 // A timing strategy that is stopped in the wrong instant holds the service up for its period of a minute.
 constexpr std::chrono::seconds LONGEST_SILENCE(90);
 
-// JSON or XML with a value and a reference to it for each client.
-std::string SharedText(bool isJson) {
-    std::string members;
+appcfg::Item CreateSharedItem(appcfg::Connection& connection, const std::string& directory) {
+    appcfg::ItemDescription description{SHARED_ITEM};
+    description.saveStrategy = SystemServer::ConfigStrategy::DELAY;
+    description.path = directory + "/shared";
+    description.backupPath = description.path + ".backup";
+    std::ofstream file(description.path);
     for (unsigned client = 0; client < CLIENTS; ++client) {
-        for (const std::string& key : {SharedKey(client), SharedReference(client)}) {
-            const std::string name = key.substr(key.find('.') + 1);
-            const std::string value = name[0] == 'c' ? "0" : "${" + SharedKey(client) + "}";
-            members +=
-                isJson ? ",\"" + name + "\": \"" + value + '"' : '<' + name + '>' + value + "</" + name + '>';
-        }
+        file << (client == 0 ? "{" : ",") << '"' << SharedKey(client) << "\": \"0\"";
     }
-    return isJson ? "{\"all\": {" + members.substr(1) + "}}" : "<soak><all>" + members + "</all></soak>";
-}
-
-// Items with a key for each client: one saves at once, the other late.
-std::vector<appcfg::Item> CreateSharedItems(appcfg::Connection& connection, const std::string& directory) {
-    using namespace SystemServer;
-    std::vector<appcfg::Item> items;
-    for (const appcfg::Handle& handle : SHARED_ITEMS) {
-        const bool isFirst = items.empty();
-        appcfg::ItemDescription description{handle};
-        description.storage = isFirst ? ConfigStorageType::JSON : ConfigStorageType::XML;
-        description.saveStrategy = isFirst ? ConfigStrategy::INSTANT : ConfigStrategy::DELAY;
-        description.backupStrategy = ConfigStrategy::TIMING;
-        description.path = directory + "/shared" + std::to_string(handle.Index());
-        description.backupPath = description.path + ".backup";
-        std::ofstream(description.path) << SharedText(isFirst);
-        items.push_back(connection.Create(description));
-    }
-    return items;
+    file << "}" << std::flush;
+    return connection.Create(description);
 }
 
 // What a process holds at one moment.
@@ -135,7 +116,7 @@ private:
 
     void ServeClients() {
         appcfg::Connection connection;
-        std::vector<appcfg::Item> shared = CreateSharedItems(connection, m_host.Root());
+        appcfg::Item shared = CreateSharedItem(connection, m_host.Root());
         for (unsigned client = 0; client < CLIENTS; ++client) {
             client < CLIENTS - RUDE_CLIENTS ? Start<HonestClient>(client) : Start<RudeClient>(client);
         }
@@ -143,9 +124,7 @@ private:
         for (std::thread& thread : m_threads) {
             thread.join();
         }
-        for (appcfg::Item& item : shared) {
-            item.Release();
-        }
+        shared.Release();
     }
 
     template <class Client>
