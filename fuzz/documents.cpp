@@ -16,7 +16,6 @@
 #include "app_cfg_crypto_mgr_factory.h"
 #include "app_cfg_mgr_factory.h"
 #include "fuzz_support.h"
-#include "support/without_blanks.h"
 
 namespace Fuzz {
 
@@ -26,7 +25,6 @@ using namespace SystemServer;
 using Poco::AutoPtr;
 using Poco::Util::AbstractConfiguration;
 using Poco::XML::Node;
-using Support::WithoutBlanks;
 using Reader = std::function<std::string(const std::string& key)>;
 
 // What the call returned, or the name of the library's exception that it threw. Others pass.
@@ -47,6 +45,21 @@ auto Accepted(Call call) -> decltype(call()) {
     } catch (const Poco::Exception&) {
         return {};
     }
+}
+
+// A text without the white space that stands alone between tags, of which the writer of XML adds some.
+std::string WithoutBlanks(const std::string& text) {
+    std::string rest;
+    size_t at = 0;
+    while (at < text.size()) {
+        const size_t tag = std::min(text.find('>', at), text.size() - 1) + 1;
+        rest.append(text, at, tag - at);
+        at = std::min(text.find_first_not_of(" \t\r\n", tag), text.size());
+        if (at < text.size() && text[at] != '<') {
+            at = tag;
+        }
+    }
+    return rest;
 }
 
 // The documents of a text, or null when it is refused.
@@ -129,17 +142,6 @@ bool IsOrdinaryKey(const std::string& key, const Reader& read) {
     return !container.empty() && container[0] == (key[last] == '[' ? '[' : '{');
 }
 
-// The child that has the fragment's name holds the fragment's text.
-void CheckGraft(AcmXmlConfiguration& document, const std::string& key, const std::string& raw) {
-    auto fragment = LoadXml(raw);
-    Check(!fragment.isNull(), "what was grafted is a document of its own");
-    const Node* const element = fragment->FindNode("");
-    Node* const root = document.FindNode("");
-    Node* const parent = key == root->nodeName() ? root : document.FindNode(key);
-    const Node* const child = AcmXmlConfiguration::FindElement(element->nodeName(), parent);
-    Check(child != nullptr && child->innerText() == element->innerText(), "it is found below " + key);
-}
-
 // What a set that was taken shows: the XML library replaces the text that an element begins with, and leaves
 // one alone that begins with something else.
 bool Shows(char kind, const std::string& value, const std::string& before, const std::string& after) {
@@ -162,15 +164,43 @@ void CheckSet(AppCfgMgr& manager, char kind, const std::string& item) {
     Check(!taken || !comparable || Shows(kind, value, before, read(key)), "it is found: " + item);
 }
 
+// The text of the document or of a part of it; empty when there is none.
+std::string RawOf(AppCfgMgr& manager, const std::string& key) {
+    std::string text;
+    return Accepted([&] { return manager.GetRawData(key, text) == 0; }) ? text : std::string();
+}
+
+// The child that has the fragment's name holds the fragment's text.
+void CheckGraft(const std::string& parent, const std::string& raw) {
+    auto fragment = LoadXml(raw);
+    auto document = LoadXml(parent);
+    Check(!fragment.isNull() && !document.isNull(), "fragment and parent are documents of their own");
+    const Node* const element = fragment->FindNode("");
+    const Node* const child = AcmXmlConfiguration::FindElement(element->nodeName(), document->FindNode(""));
+    Check(child != nullptr && child->innerText() == element->innerText(), "it is found below its parent");
+}
+
+// A JSON document that is refused changes nothing; a value that is refused leaves objects on its way.
+void CheckRawSet(AppCfgMgr& manager, char kind, const std::string& key, const std::string& raw) {
+    const Reader read = [&](const std::string& at) { return RawOf(manager, at); };
+    const bool comparable = kind == 'j' && IsOrdinaryKey(key, read);
+    const std::string before = Saved(manager);
+    if (!Accepted([&] { return manager.SetRawData(key, raw) == 0; })) {
+        Check((kind == 'j' && !key.empty()) || Saved(manager) == before, "a refusal changes nothing");
+    } else if (kind == 'x') {
+        CheckGraft(read(key), raw);
+    } else {
+        Check(!comparable || read(key) == raw, "the text is found at key " + key);
+    }
+}
+
 void CheckLoadsAgain(char kind, AppCfgMgr& manager) {
-    const auto text = [](AppCfgMgr& of) {
-        std::string raw;
-        Check(of.GetRawData("", raw) == 0, "a document has its text");
-        return WithoutBlanks(raw);
-    };
-    const auto again = LoadManager(kind + Saved(manager));
+    const std::string saved = Saved(manager);
+    const auto again = LoadManager(kind + saved);
     Check(again != nullptr, "what was saved loads again");
-    Check(text(*again) == text(manager), "what was saved and loaded is the same");
+    const std::string resaved = Saved(*again);
+    Check(kind == 'x' ? WithoutBlanks(resaved) == WithoutBlanks(saved) : resaved == saved,
+          "what was saved and loaded is the same");
 }
 
 } // namespace
@@ -202,55 +232,6 @@ void EncryptedFile(const std::string& input) {
             [&, type = type] { return AppCfgMgrFactory::CreateAppCfgMgr(type, path, crypto) != nullptr; });
         Check(stream != nullptr || !loads, "only what decrypts is loaded");
     }
-}
-
-// JSON raw sets: what was stored is found, a refused document changes nothing, what is saved can be loaded.
-// Input: document, key (empty for the whole document), raw text.
-void JsonRaw(const std::string& input) {
-    const auto parts = Parts(input, 3);
-    auto document = LoadJson(parts[0]);
-    if (document.isNull()) {
-        return;
-    }
-    const std::string key = FieldText(parts[1]);
-    const std::string raw = FieldText(parts[2]);
-    const Reader read = [&](const std::string& at) {
-        std::string text;
-        return document->GetRawString(at, text) == 0 ? text : std::string();
-    };
-    const bool comparable = IsOrdinaryKey(key, read);
-    const std::string before = Saved(*document);
-    if (document->SetRawString(key, raw) == 0) {
-        Check(!comparable || read(key) == raw, "the text is found at key " + key);
-    } else {
-        Check(!key.empty() || Saved(*document) == before, "a refused document changes nothing");
-    }
-    const std::string saved = Saved(*document);
-    auto again = LoadJson(saved);
-    Check(!again.isNull(), "what was saved can be loaded");
-    Check(Saved(*again) == saved, "what was saved and loaded is the same");
-}
-
-// XML fragments: what was grafted is found, a refusal changes nothing, and what is saved can be loaded.
-// Input: document, key of the parent, fragment.
-void XmlFragment(const std::string& input) {
-    const auto parts = Parts(input, 3);
-    auto document = LoadXml(parts[0]);
-    if (document.isNull()) {
-        return;
-    }
-    const std::string key = FieldText(parts[1]);
-    const std::string raw = FieldText(parts[2]);
-    const std::string before = Saved(*document);
-    if (Accepted([&] { return document->SetRawString(key, raw) == 0; })) {
-        CheckGraft(*document, key, raw);
-    } else {
-        Check(Saved(*document) == before, "a refusal changes nothing");
-    }
-    auto again = LoadXml(Saved(*document));
-    Check(!again.isNull(), "what was saved can be loaded");
-    Check(WithoutBlanks(Saved(*again)) == WithoutBlanks(Saved(*document)),
-          "what was saved and loaded is the same");
 }
 
 // XML keys: the resolver for raw text and the base's lookup of values address the same node.
@@ -318,7 +299,7 @@ void QuerySet(const std::string& input) {
         if (text.rfind('=', 0) == 0) {
             const size_t end = std::min(text.find('\n'), text.size());
             const std::string raw = text.substr(std::min(end + 1, text.size()));
-            Accepted([&] { return manager->SetRawData(text.substr(1, end - 1), raw) == 0; });
+            CheckRawSet(*manager, parts[0][0], text.substr(1, end - 1), raw);
             continue;
         }
         for (const std::string& item :
