@@ -149,11 +149,4 @@ TEST_F(ARawSet, DemandsTheLengthOfItsDataAndOneMoreAndUtf8) {
     }
 }
 
-TEST_F(ARawSet, OfADocumentThatIsTooDeepLeavesItemAndFile) {
-    HasItem(SETTINGS);
-    EXPECT_EQ(m_client.SetsRaw("", "{\"d\": " + std::string(200, '[') + std::string(200, ']') + "}"), 400);
-    EXPECT_EQ(m_client.Value("a"), "1");
-    EXPECT_EQ(Text("cfg"), SETTINGS);
-}
-
 } // namespace ServiceTest

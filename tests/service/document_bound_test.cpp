@@ -38,16 +38,6 @@ std::string Towers(size_t count) {
     return wide + "</w>";
 }
 
-TEST_F(ADocumentBound, RefusesJsonThatIndentationWouldBlowUp) {
-    HasItem(R"({"a": 1})");
-    std::string text = R"({"a": )" + std::string(100, '[');
-    for (int element = 0; element < 200000; ++element) {
-        text += "0,";
-    }
-    EXPECT_EQ(m_client.SetsRaw("", text + "0" + std::string(100, ']') + "}"), 400);
-    EXPECT_EQ(m_client.Value("a"), "1");
-}
-
 TEST_F(ADocumentBound, EndsTheGrowthOfJson) {
     const AppCfgCreateReq item = SavedAtItsEnd(ConfigStorageType::JSON);
     Writes("cfg", R"({"a": 1})");

@@ -144,19 +144,6 @@ TEST_F(ACreation, IsRefusedWhenThereAreTooManyItems) {
     EXPECT_TRUE(Eventually([&] { return creates(m_client, MAX_ITEMS) == 200; }));
 }
 
-TEST_F(ACreation, WithoutStrategiesNeverSaves) {
-    Writes("cfg", FROM_CFG);
-    for (const int32_t none : {0, 4, -1}) {
-        AppCfgCreateReq item = Item();
-        item.saveStrategy = static_cast<ConfigSaveStrategy>(none);
-        item.backupStrategy = static_cast<ConfigBackupStrategy>(none);
-        EXPECT_EQ(m_client.Creates(item), 200);
-        EXPECT_EQ(m_client.SetsRaw("from", "me"), 200);
-        EXPECT_EQ(m_client.Deletes(), 200);
-        EXPECT_EQ(Text("cfg"), FROM_CFG);
-    }
-}
-
 TEST_F(ACreation, ReadsFieldsUpToTheirEnds) {
     Writes("cfg", FROM_CFG);
     AppCfgCreateReq item = Item("cfg", "", "");

@@ -37,23 +37,6 @@ private:
     rlimit m_former{};
 };
 
-TEST_F(AFile, IsWrittenInPlaceWithItsModeKept) {
-    const std::string path = Path("new");
-    AppCfgMgr::SyncSaveToPath("longer text", path);
-    EXPECT_EQ(Text("new"), "longer text");
-    struct stat status {};
-    ASSERT_EQ(stat(path.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0600U);
-    ASSERT_EQ(chmod(path.c_str(), 0644), 0);
-    const ino_t inode = status.st_ino;
-    AppCfgMgr::SyncSaveToPath("short", path);
-    EXPECT_EQ(Text("new"), "short");
-    ASSERT_EQ(stat(path.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0644U);
-    EXPECT_EQ(status.st_ino, inode);
-    EXPECT_THAT(m_log.Of(), IsEmpty());
-}
-
 TEST_F(AFile, ThatCannotBeWrittenIsOnlyTold) {
     const LongestFile tight(10);
     for (const std::string& path : {Path("nowhere/file"), Path(""), std::string("/dev/full"), Path("cut")}) {

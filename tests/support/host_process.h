@@ -57,7 +57,6 @@ private:
 
     std::vector<std::string> m_command;
     const std::string m_root;
-    std::vector<std::string> m_environment; // with another framework root
     pid_t m_pid = -1;
 };
 
