@@ -18,11 +18,12 @@ class Report:
         self._plots: "list[str]" = []
         self._missed: "list[str]" = []
 
-    def _row(self, figure: str, value: str, limit: str, goal: str, met: bool) -> None:
-        verdict = "" if not goal else "met" if met else "missed"
+    def _row(self, figure: str, value: str, limit: str, goal: str, excess: float) -> None:
+        """The excess: what is measured as a share of what the goal allows."""
+        verdict = "" if not goal else "met" if excess <= 1 else "within a tenth" if excess <= SLACK else "missed"
         self._rows.append((figure, value, limit, f"{goal} {verdict}".strip()))
         print(f"{figure:75} {value:>16} {limit:>22} {goal:>16} {verdict}", flush=True)
-        if not met:
+        if verdict == "missed":
             self._missed.append(figure)
 
     def note(self, text: str) -> None:
@@ -32,14 +33,14 @@ class Report:
     def rate(self, figure: str, done, limit, goal: float, floor: float) -> None:
         """Beside another server: as a share of its rate, or within what echo and library need together, in us."""
         share = done.rate / limit.rate
-        met = share * SLACK >= goal or 1e6 / done.rate <= floor * SLACK
-        self._row(figure, f"{done.rate:,.0f}/s {share:.2f}", f"beside {limit.rate:,.0f}/s", f"{goal:.2f} or {floor:.1f} us", met)
+        self._row(figure, f"{done.rate:,.0f}/s {share:.2f}", f"beside {limit.rate:,.0f}/s", f"{goal:.2f} or {floor:.1f} us",
+                  min(goal / share, 1e6 / done.rate / floor))
 
     def at_most(self, figure: str, value: float, goal: Optional[float]) -> None:
-        self._row(figure, f"{value:.2f}", "", "" if goal is None else f"<= {goal}", goal is None or value <= goal * SLACK)
+        self._row(figure, f"{value:.2f}", "", "" if goal is None else f"<= {goal}", 0 if goal is None else value / goal)
 
     def at_least(self, figure: str, value: float, goal: Optional[float]) -> None:
-        self._row(figure, f"{value:.2f}", "", "" if goal is None else f">= {goal}", goal is None or value * SLACK >= goal)
+        self._row(figure, f"{value:.2f}", "", "" if goal is None else f">= {goal}", 0 if goal is None else goal / value)
 
     def growth(self, kind: str, sizes: Sequence[int], times: "dict[str, list[float]]") -> None:
         """The cost of each case over the number of keys, in us."""
