@@ -26,6 +26,9 @@ constexpr size_t FILLER_BYTES = 4000;
 // Of one point; beyond it they are drawn.
 constexpr size_t MOST_STATES = 200;
 
+// Longer than a hurried strategy waits: one may come between each two files of a key change.
+constexpr int SLOW_SYNC_MILLISECONDS = 15;
+
 // In the recovery of so many-th state the power is cut once more.
 constexpr int SECOND_CUT_EVERY = 8;
 
@@ -119,7 +122,9 @@ private:
         if (isGood) {
             item.Restore(*m_connection);
             item.SendRaw(*m_connection);
+            Recording::s_syncMilliseconds = SLOW_SYNC_MILLISECONDS;
             item.ChangeKey(*m_connection, item.NextKey());
+            Recording::s_syncMilliseconds = 0;
             item.SendSet(*m_connection);
         }
         item.Delete(*m_connection);

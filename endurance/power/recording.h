@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <thread>
 
 #include "support/injection.h"
 #include "tracked_item.h"
@@ -46,6 +47,9 @@ public:
         s_events.push_back({FileCall::CLOSE, "", false, false, 0, "", std::move(known)});
     }
 
+    // Strategies act while a sync takes so long.
+    static inline std::atomic<int> s_syncMilliseconds{0};
+
     static std::vector<Event> Take() {
         FaultTest::Watch(nullptr);
         const std::lock_guard<std::mutex> lock(s_mutex);
@@ -56,6 +60,9 @@ public:
 
 private:
     static void TakeCall(const FileCall& call) {
+        if (call.kind == FileCall::SYNC) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(s_syncMilliseconds));
+        }
         const std::lock_guard<std::mutex> lock(s_mutex);
         if (s_directory.empty()) {
             return;
