@@ -119,7 +119,7 @@ public:
     // The order of all locks, outermost first:
     // 1. m_itemMapMutex; nothing inside a manager or strategy ever takes it.
     // 2. AppCfgMgr::m_notifyMutex, held while the change event is raised.
-    // 3. m_backupMutex, m_saveMutex; both in a key change alone.
+    // 3. m_saveMutex or m_backupMutex.
     // 4. m_documentMutex, while the text is made. It is released before the next one is waited for, and never
     //    held while an event is raised or a file is written.
     // 5. m_fileMutex. Only reloading takes it before m_documentMutex.

@@ -92,11 +92,6 @@ void AppCfgMgr::AnnounceChange() {
     m_notifyCond.notify_one();
 }
 
-void AppCfgMgr::WithBackupHeld(const std::function<void()>& work) {
-    const AcmLock lock(m_backupMutex);
-    work();
-}
-
 bool AppCfgMgr::SetItem(const std::string& item, AcmWorkBudget& budget) {
     if (std::count(item.begin(), item.end(), KEY_VALUE_SEPARATOR) != 1) {
         ACM_LOG(ACM_ERROR, "invaild grammar[num of Key Value Separator not equal to 1]");

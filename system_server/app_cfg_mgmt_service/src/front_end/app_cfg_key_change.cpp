@@ -81,12 +81,10 @@ uint16_t ChangeEncryption(AppCfgMgr& manager, const AppCfgCryptoUpdateReq& reque
     }
     ACM_LOG(ACM_INFO, "create new crypto mgr done.");
     MendCopies(manager);
-    manager.WithBackupHeld([&] {
-        ReencryptDefault(manager, cryptoMgr);
-        manager.SetCryptoMgr(cryptoMgr);
-        ACM_LOG(ACM_INFO, "cfg file update start...");
-        manager.Save();
-    });
+    ReencryptDefault(manager, cryptoMgr);
+    manager.SetCryptoMgr(cryptoMgr);
+    ACM_LOG(ACM_INFO, "cfg file update start...");
+    manager.Save();
     RequireWritten(manager, AcmFileStore::CFG);
     ACM_LOG(ACM_INFO, "cfg file update done.");
     ACM_LOG(ACM_INFO, "backup file update start...");
