@@ -8,7 +8,7 @@ LINT_MAX_TEST_SHARE=33.4
 
 verb_lint() {
     [ $# -eq 0 ] || wrong "usage: ./dev lint"
-    install_packages build test lint docs
+    install_packages build test lint docs bench
     cd "$ROOT" || exit
     local failed=no check
     for check in lint_format lint_shell lint_length lint_share lint_reference lint_tidy; do
@@ -66,7 +66,7 @@ lint_reference() {
 lint_tidy() {
     make_build_directory
     mkdir -p build/lint/clean
-    cmake --preset dev -B build/lint >build/lint.configure.log || {
+    cmake --preset dev -B build/lint -DACM_BENCH=ON >build/lint.configure.log || {
         cat build/lint.configure.log
         return 1
     }

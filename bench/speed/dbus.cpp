@@ -6,6 +6,7 @@
 #include <systemd/sd-bus.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -46,13 +47,13 @@ void Require(int result) {
 
 void Call(sd_bus* bus, const std::string& text, double seconds) {
     const auto end = Clock::now() + std::chrono::duration<double>(seconds);
-    double calls = 0;
+    uint64_t calls = 0;
     for (; Clock::now() < end; ++calls) {
         sd_bus_message* reply = nullptr;
         Require(sd_bus_call_method(bus, NAME, PATH, NAME, "Get", nullptr, &reply, "s", text.c_str()));
         sd_bus_message_unref(reply);
     }
-    std::printf("%.1f\n", calls / seconds);
+    std::printf("%.1f\n", static_cast<double>(calls) / seconds);
 }
 
 } // namespace

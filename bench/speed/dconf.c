@@ -16,10 +16,10 @@ int main(void) {
     DConfClient* const client = dconf_client_new();
     DConfChangeset* const all = dconf_changeset_new();
     static gint64 times[WRITES];
-    char key[32];
     for (int at = 0; at < KEYS; ++at) {
-        snprintf(key, sizeof key, "/bench/k%d", at);
+        char* const key = g_strdup_printf("/bench/k%d", at);
         dconf_changeset_set(all, key, g_variant_new_string("v"));
+        g_free(key);
     }
     if (!dconf_client_change_sync(client, all, NULL, NULL, NULL)) {
         return 1;

@@ -2,7 +2,6 @@
 //   speed_paths DIRECTORY [options of the benchmark library]
 #include <benchmark/benchmark.h>
 
-#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -51,7 +50,7 @@ AppCfgMgr& Item(ConfigStorageType type) {
 
 void Get(benchmark::State& state, ConfigStorageType type, const std::string& query) {
     const AppCfgMgr& item = Item(type);
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         std::vector<std::string> values;
         item.GetData(query, values);
         benchmark::DoNotOptimize(values);
@@ -60,7 +59,7 @@ void Get(benchmark::State& state, ConfigStorageType type, const std::string& que
 
 void Set(benchmark::State& state, ConfigStorageType type, const std::string& query) {
     AppCfgMgr& item = Item(type);
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         if (item.SetData(query) != 0) {
             state.SkipWithError("refused");
             break;
@@ -70,7 +69,7 @@ void Set(benchmark::State& state, ConfigStorageType type, const std::string& que
 
 void GetRaw(benchmark::State& state, ConfigStorageType type) {
     AppCfgMgr& item = Item(type);
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         std::string text;
         item.GetRawData("k50", text);
         benchmark::DoNotOptimize(text);
@@ -79,7 +78,7 @@ void GetRaw(benchmark::State& state, ConfigStorageType type) {
 
 void Serialise(benchmark::State& state, ConfigStorageType type) {
     AppCfgMgr& item = Item(type);
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         std::ostringstream text;
         item.Save(text);
         benchmark::DoNotOptimize(text);
@@ -90,11 +89,11 @@ void Serialise(benchmark::State& state, ConfigStorageType type) {
 void Dispatch(benchmark::State& state) {
     Item(ConfigStorageType::JSON);
     AppCfgDataReq record = {};
-    std::strcpy(record.hndl.ownerName, "bench");
-    std::strcpy(record.hndl.cfgName, std::to_string(static_cast<int>(ConfigStorageType::JSON)).c_str());
-    std::strcpy(record.query, "k500");
+    std::string("bench").copy(record.hndl.ownerName, APP_CFG_NAME_SIZE);
+    std::to_string(static_cast<int>(ConfigStorageType::JSON)).copy(record.hndl.cfgName, APP_CFG_NAME_SIZE);
+    std::string("k500").copy(record.query, APP_CFG_QUERY_SIZE);
     kestrel_connection connection = {-1};
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         tern_message* const msg = tern_message_new(0);
         msg->header->uri = APP_CFG_URI_DATA;
         msg->header->method = APP_CFG_METHOD_GET;
@@ -109,7 +108,7 @@ void Dispatch(benchmark::State& state) {
 
 void Expand(benchmark::State& state) {
     AppCfgMgmtServer::ConnectionInfo info;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(AppCfgMgmtServer::ExpandPath("/data/${unknown}/net.json", &info));
     }
 }
@@ -118,7 +117,7 @@ void Encrypt(benchmark::State& state) {
     const AppCfgCryptoParam key = {};
     const auto cipher = AppCfgCryptoMgrFactory::CreateAppCfgCryptoMgr(ConfigCryptoType::AES_256_CBC, "", key);
     const std::string plain(static_cast<size_t>(state.range(0)), 'v');
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         std::string text;
         cipher->Encrypt(plain, text);
         benchmark::DoNotOptimize(text);
