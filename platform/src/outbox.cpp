@@ -48,8 +48,8 @@ Outbox::Result Outbox::Send(int fd, Message& msg) {
     return IsEmpty() ? Result::WRITTEN : Result::WAITING;
 }
 
-// The ordinary case, without any allocation: head and pieces in one call. A short reply is joined first, which
-// costs less than the kernel's reading of a list.
+// The ordinary case, without any allocation: head and pieces in one call. A short reply is joined first,
+// which costs less than the kernel's reading of a list.
 bool Outbox::WriteNow(int fd, const WireHead& head, const Message& msg, std::size_t* written) {
     WireHead copy = head;
     iovec parts[DIRECT_PARTS];

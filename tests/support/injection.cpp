@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
 #include <cstring>
 
 namespace FaultTest {
@@ -106,12 +105,9 @@ FORWARDED(int, __fstat64_time64, FSTAT, -1, (int fd, void* status), (fd, status)
 #endif
 FORWARDED(int, fstat64, FSTAT, -1, (int fd, void* status), (fd, status))
 
+// Callers that make no file pass no mode, and none is looked at then.
 int __real_open64(const char* path, int flags, ...);
-int __wrap_open64(const char* path, int flags, ...) {
-    std::va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
+int __wrap_open64(const char* path, int flags, mode_t mode) {
     if (Fails(Call::OPEN)) {
         return -1;
     }
