@@ -23,7 +23,7 @@ ROOT, DIR = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
 QUICK = len(sys.argv) > 3
 BUILD = ROOT / "build/bench"
 SERVICE = DIR / "storage.paas.orb"
-ROUNDS, SECONDS = (3, 0.7) if QUICK else (5, 1.0)
+ROUNDS, SECONDS = (3, 0.55) if QUICK else (5, 1.0)
 FORMATS = {"json": 3, "xml": 1, "ini": 0}
 INSTANT, DELAYED, TIMED, NEVER = 1, 2, 3, 0
 
@@ -183,7 +183,7 @@ def system_calls(process: subprocess.Popen, request: bytes, clients: int) -> Opt
     counter = ["perf", "stat", "-x,", "-o", str(counts), "-e", "raw_syscalls:sys_enter", "-p", str(process.pid), "--"]
     with contextlib.suppress(OSError, ValueError, subprocess.CalledProcessError):
         done = load_of(counter + load_command(SERVICE, request, clients))
-        return int(counts.read_text().split("\n")[-2].split(",")[0]) / (done.rate * SECONDS)
+        return round(int(counts.read_text().split("\n")[-2].split(",")[0]) / (done.rate * SECONDS), 2)
     return None
 
 
@@ -192,9 +192,9 @@ class Bench:
         self.report = report
         self.items = Items()
 
-    def echo(self, kind: str, reply: int) -> "contextlib.AbstractContextManager[subprocess.Popen]":
-        socket = DIR / f"echo.{kind}"
-        return running(pinned(0, BUILD / "bin/speed_echo", kind, socket, reply), socket)
+    def echo(self, kind: str, reply: int, busy: float = 0) -> "contextlib.AbstractContextManager[subprocess.Popen]":
+        socket = DIR / (f"echo.{kind}.busy" if busy else f"echo.{kind}")
+        return running(pinned(0, BUILD / "bin/speed_echo", kind, socket, reply, busy), socket)
 
     def requests(self) -> None:
         """One request of a kind, beside the echo of the same frames."""
@@ -214,14 +214,13 @@ class Bench:
 
     def beside_echo(self, kind: str, name: str, request: bytes, reply: int, library: float,
                     goals: "tuple[float, float]") -> None:
-        with self.echo("raw", reply), self.echo("libevent", reply):
+        with self.echo("raw", reply), self.echo("raw", reply, library), self.echo("libevent", reply):
             for clients, goal in zip((1, 50), goals):
-                limit, buffered, done = in_turn(
-                    lambda: load(DIR / "echo.raw", request, clients), lambda: load(DIR / "echo.libevent", request, clients),
-                    lambda: load(SERVICE, request, clients))
+                limit, floor, buffered, done = in_turn(*[
+                    lambda socket=socket: load(socket, request, clients)
+                    for socket in (DIR / "echo.raw", DIR / "echo.raw.busy", DIR / "echo.libevent", SERVICE)])
                 figure = f"{kind}: {name} of 1 key of 1,000, {clients} client{'s' * (clients > 1)}"
-                floor = 1e6 / limit.rate + library
-                self.report.rate(figure, done, limit, goal, 1.15 * floor)
+                self.report.rate(figure, done, limit, goal, floor)
                 self.report.note(f"{figure}: libevent's buffered layer {buffered.rate:,.0f}/s")
                 self.report.latencies(figure, [("the echo", limit), ("the service", done)])
                 if clients == 50 and name == "get":
@@ -246,7 +245,7 @@ class Bench:
         waiting, burst = system_calls(process, request, 50), system_calls(process, change, 50)
         self.report.at_most("system calls of a get, one client", alone, 3)
         self.report.at_most("system calls of a get, 50 clients", waiting or 0, 3)
-        self.report.at_most("system calls of a set, 50 clients, of a get's", (burst or 0) / (waiting or 1), 1)
+        self.report.at_most("system calls of a set, 50 clients, of a get's", round((burst or 0) / (waiting or 1), 2), 1)
 
     def durable(self) -> None:
         """Answered when file and backup are on the disk, beside one save by the library and two bare writes."""
@@ -364,13 +363,13 @@ class Bench:
         requests = {"get": (read, 8 + 12288 + 2, get("one-json", "k500"), 33), "set": (change, 5, set_to("one-json", "k500"), 24)}
         for name, (theirs, length, ours, reply) in requests.items():
             for clients in (1, 50):
-                with self.echo("raw", reply):
-                    other, done, echo = in_turn(
+                with self.echo("raw", reply, library[name]):
+                    other, done, floor = in_turn(
                         lambda: load(socket, theirs, clients, length), lambda: load(SERVICE, ours, clients),
-                        lambda: load(DIR / "echo.raw", ours, clients))
+                        lambda: load(DIR / "echo.raw.busy", ours, clients))
                 goal = 1.4 if name == "get" and clients == 1 else 1
                 self.report.rate(f"{name}, {clients} client{'s' * (clients > 1)}, beside a key-value server's {name.upper()}",
-                                 done, other, goal, 1.15 * (1e6 / echo.rate + library[name]))
+                                 done, other, goal, floor)
 
     def message_bus(self) -> None:
         """What a user would pick instead, on the message bus: a call of 12,288 bytes, and dconf's synchronous write."""

@@ -1,8 +1,11 @@
 // What the transport could do at best: a server that reads the service's frames and answers each at once, on
 // raw epoll or on libevent's buffered layer. It answers with the request's header and as many bytes as it is
-// told.
-//   speed_echo raw|libevent SOCKET REPLY_BYTES
+// told. On raw epoll it can be busy for a while before each answer, as a service is that needs no more than
+// its library's time: a thread that drives many connections then sleeps between answers, and waking it is
+// part of what the service has to pay.
+//   speed_echo raw|libevent SOCKET REPLY_BYTES [BUSY_US]
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
@@ -18,6 +21,9 @@
 #include <vector>
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
+using Microseconds = std::chrono::duration<double, std::micro>;
 
 constexpr size_t HEADER = 16;
 constexpr size_t ROOM = 1 << 16;
@@ -53,8 +59,13 @@ struct Peer {
     std::array<char, ROOM> data;
 };
 
+void BeBusy(Microseconds time) {
+    for (const auto start = Clock::now(); Clock::now() - start < time;) {
+    }
+}
+
 // False when the peer has gone.
-bool Answer(Peer& peer, size_t replyBytes) {
+bool Answer(Peer& peer, size_t replyBytes, Microseconds busy) {
     const ssize_t got = recv(peer.fd, peer.data.data() + peer.filled, ROOM - peer.filled, 0);
     if (got <= 0) {
         return false;
@@ -62,6 +73,9 @@ bool Answer(Peer& peer, size_t replyBytes) {
     peer.filled += static_cast<size_t>(got);
     size_t at = 0;
     while (peer.filled - at >= HEADER && peer.filled - at >= FrameBytes(peer.data.data() + at)) {
+        if (busy.count() > 0) {
+            BeBusy(busy);
+        }
         const std::string reply = ReplyOf(peer.data.data() + at, replyBytes);
         if (send(peer.fd, reply.data(), reply.size(), MSG_NOSIGNAL) < 0) {
             return false;
@@ -73,7 +87,7 @@ bool Answer(Peer& peer, size_t replyBytes) {
     return true;
 }
 
-void RunRaw(int listener, size_t replyBytes) {
+void RunRaw(int listener, size_t replyBytes, Microseconds busy) {
     const int poll = epoll_create1(EPOLL_CLOEXEC);
     epoll_event wanted{EPOLLIN, {nullptr}};
     epoll_ctl(poll, EPOLL_CTL_ADD, listener, &wanted);
@@ -86,7 +100,7 @@ void RunRaw(int listener, size_t replyBytes) {
                 auto* const made = new Peer{accept4(listener, nullptr, nullptr, SOCK_CLOEXEC), 0, {}};
                 epoll_event each{EPOLLIN, {made}};
                 epoll_ctl(poll, EPOLL_CTL_ADD, made->fd, &each);
-            } else if (!Answer(*peer, replyBytes)) {
+            } else if (!Answer(*peer, replyBytes, busy)) {
                 close(peer->fd);
                 delete peer;
             }
@@ -126,13 +140,13 @@ void OnConnection(evutil_socket_t, short, void* context) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 4) {
+    if (argc < 4) {
         return 2;
     }
     std::signal(SIGPIPE, SIG_IGN);
     Loop loop{nullptr, Listen(argv[2]), std::strtoul(argv[3], nullptr, 10)};
     if (std::string(argv[1]) == "raw") {
-        RunRaw(loop.listener, loop.replyBytes);
+        RunRaw(loop.listener, loop.replyBytes, Microseconds(argc > 4 ? std::strtod(argv[4], nullptr) : 0));
     }
     loop.base = event_base_new();
     event* const accepting = event_new(loop.base, loop.listener, EV_READ | EV_PERSIST, OnConnection, &loop);

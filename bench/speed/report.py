@@ -6,6 +6,7 @@ import subprocess
 from typing import Optional, Sequence
 
 SLACK = 1.1  # a goal is missed when it is missed by more than a tenth
+FLOOR_SLACK = 1.15  # what a figure may take of its floor, where the goal is out of reach
 
 
 class Report:
@@ -30,9 +31,9 @@ class Report:
         self._notes.append(text)
         print(text, flush=True)
 
-    def rate(self, figure: str, done, limit, goal: float, floor: float) -> None:
-        """Beside another server: as a share of its rate, or within what echo and library need together, in us."""
-        share = done.rate / limit.rate
+    def rate(self, figure: str, done, limit, goal: float, least) -> None:
+        """Beside another server: as a share of its rate, or within what an echo takes that is busy for the library's time."""
+        share, floor = done.rate / limit.rate, FLOOR_SLACK * 1e6 / least.rate
         self._row(figure, f"{done.rate:,.0f}/s {share:.2f}", f"beside {limit.rate:,.0f}/s", f"{goal:.2f} or {floor:.1f} us",
                   min(goal / share, 1e6 / done.rate / floor))
 
