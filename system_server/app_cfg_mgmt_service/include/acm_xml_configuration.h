@@ -11,6 +11,7 @@
 
 #include "acm_document.h"
 #include "acm_text_bound.h"
+#include "acm_xml_writer.h"
 
 namespace SystemServer {
 
@@ -75,6 +76,7 @@ private:
 
     Poco::AutoPtr<Poco::XML::Document> m_document;
     AcmTextBound m_textBound;
+    AcmXmlFragmentWriter m_fragmentWriter;
 };
 
 } // namespace SystemServer

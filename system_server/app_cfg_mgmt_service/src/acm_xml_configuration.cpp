@@ -6,7 +6,6 @@
 #include <Poco/StreamCopier.h>
 
 #include <algorithm>
-#include <sstream>
 
 #include "acm_file.h"
 #include "acm_limit.h"
@@ -15,7 +14,6 @@
 #include "acm_xml_limits.h"
 #include "acm_xml_reader.h"
 #include "acm_xml_tree.h"
-#include "acm_xml_writer.h"
 #include "app_cfg_log.h"
 
 namespace SystemServer {
@@ -164,7 +162,8 @@ Node* AcmXmlConfiguration::FindAttribute(const std::string& name, Node* node) {
 // The document element's name wins over a child of that name.
 Node* AcmXmlConfiguration::FindRawNode(const std::string& key) {
     Element* const root = m_document->documentElement();
-    return key == root->nodeName() ? root : FindNode(key);
+    std::string::const_iterator position = key.begin();
+    return key == root->nodeName() ? root : FindNode(position, key.end(), root);
 }
 
 int AcmXmlConfiguration::GetRawString(const std::string& key, std::string& out) {
@@ -172,12 +171,7 @@ int AcmXmlConfiguration::GetRawString(const std::string& key, std::string& out) 
     if (!node) {
         return -1;
     }
-    std::ostringstream text;
-    WriteXml(*node, text);
-    if (!text) {
-        throw Poco::OutOfMemoryException("the text of an XML node could not be kept");
-    }
-    out = text.str();
+    out = m_fragmentWriter.Write(*node);
     return 0;
 }
 

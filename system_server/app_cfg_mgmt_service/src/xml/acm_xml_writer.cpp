@@ -10,11 +10,14 @@
 #include <Poco/DOM/Document.h>
 #include <Poco/DOM/DocumentType.h>
 #include <Poco/DOM/Element.h>
+#include <Poco/Exception.h>
 #include <Poco/SAX/AttributesImpl.h>
 #include <Poco/XML/XMLWriter.h>
 
 #include <algorithm>
 #include <iterator>
+#include <sstream>
+#include <utility>
 
 #include "acm_xml_tree.h"
 
@@ -141,16 +144,38 @@ private:
 
 } // namespace
 
-void WriteXml(const Node& node, std::ostream& out) {
-    const bool isDocument = node.nodeType() == Node::DOCUMENT_NODE;
-    AcmXmlWriter writer(out, isDocument ? XMLWriter::PRETTY_PRINT : 0);
-    if (isDocument) {
-        writer.Write(node);
-    } else {
-        writer.startFragment();
-        writer.Write(node);
-        writer.endFragment();
+struct AcmXmlFragmentWriter::Kept {
+    std::ostringstream text;
+    AcmXmlWriter writer{text, 0};
+};
+
+AcmXmlFragmentWriter::AcmXmlFragmentWriter() = default;
+
+AcmXmlFragmentWriter::~AcmXmlFragmentWriter() = default;
+
+// A writer that threw in the middle of a node is not kept, nor is the memory of a long text.
+std::string AcmXmlFragmentWriter::Write(const Node& node) {
+    constexpr size_t MAX_KEPT_BYTES = 4096;
+    std::unique_ptr<Kept> kept = std::move(m_kept);
+    if (!kept) {
+        kept = std::make_unique<Kept>();
     }
+    kept->text.str({});
+    kept->writer.startFragment();
+    kept->writer.Write(node);
+    kept->writer.endFragment();
+    if (!kept->text) {
+        throw Poco::OutOfMemoryException("the text of an XML node could not be kept");
+    }
+    std::string text = kept->text.str();
+    if (text.size() <= MAX_KEPT_BYTES) {
+        m_kept = std::move(kept);
+    }
+    return text;
+}
+
+void WriteXml(const Document& document, std::ostream& out) {
+    AcmXmlWriter(out, XMLWriter::PRETTY_PRINT).Write(document);
 }
 
 } // namespace SystemServer
