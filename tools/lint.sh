@@ -4,7 +4,7 @@
 # No file may be longer: a reader takes in one at a time.
 LINT_MAX_LINES=450
 # Per cent of the code lines that are tests, fuzz targets and endurance programs: a third.
-LINT_MAX_TEST_SHARE=33.4
+LINT_MAX_TEST_SHARE=33.3
 
 verb_lint() {
     [ $# -eq 0 ] || wrong "usage: ./dev lint"
