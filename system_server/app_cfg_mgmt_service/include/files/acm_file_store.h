@@ -37,8 +37,7 @@ bool HasDiskSpaceFor(size_t bytes, const std::string& path);
 // 1. A file is not touched when the disk lacks space for the text, or a limit forbids so long a file.
 // 2. If the other copy is torn, it is rewritten first.
 // 3. If that fails, this is the only good copy. It is overwritten only where the same fault cannot tear it
-// too:
-//    the torn copy cannot be opened at all, or lies on another file system.
+//    too, since the torn copy cannot be opened at all or lies on another file system.
 // Each copy knows the number of the change whose text it holds. A copy that is behind the newest change is
 // written when the item ends.
 //
